@@ -1,0 +1,22 @@
+# Compiler options of every target of ours, as two interface libraries:
+#   hal_warnings  the warnings, which are errors
+#   hal_options   the warnings and, in a sanitizer build, the sanitizers
+# A library that is preloaded into foreign programs takes hal_warnings only: a program that
+# was not built with a sanitizer cannot load one that was.
+
+find_package(Threads REQUIRED)
+
+set(HAL_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize takes them")
+
+add_library(hal_warnings INTERFACE)
+target_compile_options(hal_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  -fno-omit-frame-pointer -fasynchronous-unwind-tables)
+
+add_library(hal_options INTERFACE)
+target_link_libraries(hal_options INTERFACE hal_warnings Threads::Threads)
+if(HAL_SANITIZE)
+  target_compile_options(hal_options INTERFACE
+    -fsanitize=${HAL_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(hal_options INTERFACE -fsanitize=${HAL_SANITIZE})
+endif()
