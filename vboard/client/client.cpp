@@ -1,0 +1,62 @@
+#include "client/client.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+namespace vb {
+
+Client Client::of_this_board() {
+    const char* name = std::getenv("VBOARD_CONTROL");
+    UniqueFd socket = name == nullptr ? UniqueFd{} : connect_to(name);
+    if (!socket) {
+        throw ClientError("not on a virtual board: start this with `vboard run -- PROGRAM`");
+    }
+    return Client(std::move(socket));
+}
+
+Client Client::of_launcher(int pid) {
+    UniqueFd socket = connect_to(fmt::format("{}{}", kOuterControlPrefix, pid));
+    if (!socket) {
+        throw ClientError(fmt::format("no virtual board {}: `vboard list` shows them", pid));
+    }
+    return Client(std::move(socket));
+}
+
+Json Client::exchange(const Json& question) {
+    std::string line;
+    if (!stream_.send(question.dump()) || !stream_.receive(line)) {
+        throw ClientError("the board is gone");
+    }
+    return Json::parse(line);
+}
+
+Json Client::ask(const std::string& verb, Json arguments) {
+    arguments["verb"] = verb;
+    const Json answer = exchange(arguments);
+    if (answer.at("ok") != true) {
+        throw ClientError(answer.at("error").get<std::string>());
+    }
+    return answer.at("result");
+}
+
+void Client::follow(const std::string& verb, Json arguments,
+                    const std::function<bool(const Json&)>& on_event,
+                    const std::function<void()>& started) {
+    ask(verb, std::move(arguments));
+    started();
+    std::string line;
+    while (stream_.receive(line) && on_event(Json::parse(line))) {
+    }
+}
+
+std::optional<Json> Client::wait(std::uint64_t since, const Json& match,
+                                 std::chrono::milliseconds limit) {
+    const Json answer = exchange({{"verb", "trace.wait"},
+                                  {"since", since},
+                                  {"match", match},
+                                  {"timeout_ms", limit.count()}});
+    return answer.at("ok") == true ? std::optional(answer.at("result")) : std::nullopt;
+}
+
+} // namespace vb

@@ -1,0 +1,50 @@
+#pragma once
+// The door to a running board for programs: tests, `vboard ctl`, whatever steers a board.
+
+#include "core/json.h"
+#include "core/local_socket.h"
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace vb {
+
+// The board said no, or there is no board to ask.
+class ClientError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+class Client {
+  public:
+    // The board this process runs on. ClientError where it runs on none.
+    static Client of_this_board();
+    // The board of a launcher on this machine, by its process number.
+    static Client of_launcher(int pid);
+
+    // Asks and waits for the answer's result.
+    Json ask(const std::string& verb, Json arguments = Json::object());
+
+    // Asks a verb that follows, calls `started` once nothing is missed any more, then `on_event`
+    // with each event until it returns false or the board is gone. Nothing else can be asked on
+    // this connection afterwards.
+    void follow(const std::string& verb, Json arguments,
+                const std::function<bool(const Json&)>& on_event,
+                const std::function<void()>& started = [] {});
+
+    // The first event after number `since` that has all of `match`; none when `limit` real time
+    // has passed.
+    std::optional<Json> wait(std::uint64_t since, const Json& match,
+                             std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+  private:
+    explicit Client(UniqueFd socket) : stream_(std::move(socket)) {}
+    Json exchange(const Json& question);
+
+    LineStream stream_;
+};
+
+} // namespace vb

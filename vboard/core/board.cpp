@@ -1,0 +1,173 @@
+#include "core/board.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace vb {
+
+Board::Board(BoardClock clock)
+    : clock_(std::move(clock)), started_(clock_.now_ns()), trace_([this] { return now(); }),
+      transfers_(*this) {}
+
+Board::~Board() = default;
+
+void Board::act(const std::function<void()>& deed) {
+    Deeds later;
+    {
+        const std::lock_guard lock(mutex_);
+        later = act_locked(deed);
+    }
+    for (const auto& each : later) {
+        each();
+    }
+}
+
+Board::Deeds Board::act_locked(const std::function<void()>& deed) {
+    if (before_) {
+        before_();
+    }
+    deed();
+    transfers_.settle();
+    if (watching_ > 0) {
+        acted_.notify_all();
+    }
+    return std::exchange(later_, {});
+}
+
+std::optional<Json> Board::act_until(const std::function<std::optional<Json>()>& deed,
+                                     std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::optional<Json> result;
+    std::unique_lock lock(mutex_);
+    ++watching_;
+    bool timed_out = false;
+    while (true) {
+        const Deeds later = act_locked([&] { result = deed(); });
+        if (!later.empty()) {
+            lock.unlock();
+            for (const auto& each : later) {
+                each();
+            }
+            lock.lock();
+        }
+        if (result || timed_out) {
+            break;
+        }
+        timed_out = acted_.wait_until(lock, deadline) == std::cv_status::timeout;
+    }
+    --watching_;
+    return result;
+}
+
+void Board::start() {
+    timer_thread_ = std::jthread([this](const std::stop_token& stop) { run_timers(stop); });
+}
+
+void Board::run_timers(const std::stop_token& stop) {
+    std::unique_lock lock(mutex_);
+    while (!stop.stop_requested()) {
+        const std::optional<std::int64_t> next = timers_.next();
+        if (!next) {
+            timers_changed_.wait(lock, stop, [this] { return timers_.next().has_value(); });
+        } else if (*next <= now()) {
+            lock.unlock();
+            act([this] { timers_.run_due(now()); });
+            lock.lock();
+        } else {
+            const std::chrono::steady_clock::time_point due{
+                std::chrono::nanoseconds(clock_.real_deadline_ns(started_ + *next))};
+            timers_changed_.wait_until(lock, stop, due,
+                                       [&, seen = timers_seen_] { return timers_seen_ != seen; });
+        }
+    }
+}
+
+void Board::look_at_timers_again() {
+    ++timers_seen_;
+    timers_changed_.notify_all();
+}
+
+void Board::set_speed(double speed) {
+    clock_.set_speed(speed);
+    look_at_timers_again();
+    trace_.add("clock", {{"speed", speed}});
+}
+
+std::uint64_t Board::after(std::int64_t nanoseconds, Timers::Action action) {
+    const std::uint64_t handle = timers_.at(now() + nanoseconds, std::move(action));
+    look_at_timers_again();
+    return handle;
+}
+
+void Board::misuse(const std::string& node, const std::string& text) {
+    trace_.add("misuse", {{"node", node}, {"text", text}});
+}
+
+bool Board::vanish(const std::string& path) {
+    std::shared_ptr<Entry> entry = tree_.take(path);
+    if (!entry) {
+        return false;
+    }
+    vanished_[path] = std::move(entry);
+    transfers_.vanish(path);
+    trace_.add("node", {{"node", path}, {"state", "gone"}});
+    return true;
+}
+
+bool Board::appear(const std::string& path) {
+    const auto found = vanished_.find(path);
+    if (found == vanished_.end()) {
+        return false;
+    }
+    tree_.put(path, std::move(found->second));
+    vanished_.erase(found);
+    trace_.add("node", {{"node", path}, {"state", "there"}});
+    return true;
+}
+
+LineBank& Board::add_lines(const std::string& name, unsigned count) {
+    auto report = [this, name](unsigned line, bool level, const char* by) {
+        trace_.add("line",
+                   {{"bank", name}, {"line", line}, {"level", level ? 1 : 0}, {"by", by}});
+    };
+    auto& bank = banks_[name];
+    if (!bank) {
+        bank = std::make_unique<LineBank>(name, count, std::move(report));
+    }
+    return *bank;
+}
+
+LineBank& Board::lines(const std::string& name) {
+    const auto found = banks_.find(name);
+    if (found == banks_.end()) {
+        throw VerbError(fmt::format("this board has no lines \"{}\"", name));
+    }
+    return *found->second;
+}
+
+std::pair<LineBank*, unsigned> Board::line_at(const std::string& place) {
+    const std::size_t colon = place.find(':');
+    const std::string number = colon == std::string::npos ? "" : place.substr(colon + 1);
+    unsigned line = 0;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), line);
+    if (number.empty() || error != std::errc{} || end != number.data() + number.size()) {
+        throw VerbError(fmt::format("\"{}\" is no line: write bank:number", place));
+    }
+    LineBank& bank = lines(place.substr(0, colon));
+    if (line >= bank.count()) {
+        throw VerbError(fmt::format("{} has lines 0 to {}", bank.name(), bank.count() - 1));
+    }
+    return {&bank, line};
+}
+
+void Board::wire(const std::string& from, const std::string& to) {
+    const auto [source, source_line] = line_at(from);
+    const auto [target, target_line] = line_at(to);
+    target->set(target_line, source->level(source_line), "wire");
+    source->watch(source_line, [target = target, target_line = target_line](unsigned, bool level) {
+        target->set(target_line, level, "wire");
+    });
+}
+
+} // namespace vb

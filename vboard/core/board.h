@@ -1,0 +1,115 @@
+#pragma once
+// The board: one lock, one clock, the tree of nodes, the lines, and the models that live on them.
+//
+// Models are never called by two threads at once: whatever happens (a program's call, a timer, an
+// order over the control socket) happens inside act(), which holds the board's lock, lets waiting
+// calls go on afterwards, and sends what was answered once the lock is free again.
+
+#include "clock/board_clock.h"
+#include "core/faults.h"
+#include "core/lines.h"
+#include "core/timers.h"
+#include "core/trace.h"
+#include "core/transfers.h"
+#include "core/tree.h"
+#include "core/verbs.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace vb {
+
+// A device or chip. It is made once, when the board is, and lives as long.
+class Model {
+  public:
+    Model() = default;
+    virtual ~Model() = default;
+    Model(const Model&) = delete;
+    Model& operator=(const Model&) = delete;
+};
+
+class Board {
+  public:
+    explicit Board(BoardClock clock);
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    // --- for whoever brings something in from outside ---
+
+    // Does something under the board's lock, then what follows from it.
+    void act(const std::function<void()>& deed);
+    // The same again after every later change, until it returns something or real time runs out.
+    std::optional<Json> act_until(const std::function<std::optional<Json>()>& deed,
+                                  std::chrono::milliseconds limit);
+    // Called at the start of every act(): for what must be seen before the deed.
+    void before_each_act(std::function<void()> hook) { before_ = std::move(hook); }
+    // Starts the timers; until then board time passes but nothing happens by itself.
+    void start();
+
+    // --- for models, inside act() ---
+
+    Trace& trace() { return trace_; }
+    Faults& faults() { return faults_; }
+    Tree& tree() { return tree_; }
+    Transfers& transfers() { return transfers_; }
+    Verbs& verbs() { return verbs_; }
+
+    // Board time in nanoseconds since the board started.
+    std::int64_t now() const { return clock_.now_ns() - started_; }
+    double speed() const { return clock_.speed(); }
+    void set_speed(double speed);
+    std::uint64_t after(std::int64_t nanoseconds, Timers::Action action);
+    void cancel(std::uint64_t timer) { timers_.cancel(timer); }
+
+    // Runs once the lock is free: for answers and wake-ups.
+    void afterwards(std::function<void()> deed) { later_.push_back(std::move(deed)); }
+
+    // A program did what a real device would not forgive; tests fail on it.
+    void misuse(const std::string& node, const std::string& text);
+
+    // Takes a node away from under its users, and brings it back. False where there is none.
+    bool vanish(const std::string& path);
+    bool appear(const std::string& path);
+
+    LineBank& add_lines(const std::string& name, unsigned count);
+    // VerbError where there is no such bank.
+    LineBank& lines(const std::string& name);
+    // Joins two lines: `to` follows `from`. Each is written "bank:line".
+    void wire(const std::string& from, const std::string& to);
+
+    void add_model(std::unique_ptr<Model> model) { models_.push_back(std::move(model)); }
+
+  private:
+    using Deeds = std::vector<std::function<void()>>;
+
+    Deeds act_locked(const std::function<void()>& deed);
+    void run_timers(const std::stop_token& stop);
+    void look_at_timers_again();
+    std::pair<LineBank*, unsigned> line_at(const std::string& place);
+
+    BoardClock clock_;
+    std::int64_t started_;
+    std::mutex mutex_;
+    std::condition_variable acted_;
+    unsigned watching_ = 0; // threads in act_until()
+    std::condition_variable_any timers_changed_;
+    std::uint64_t timers_seen_ = 0; // moves on with every timer set and every change of speed
+    std::function<void()> before_;
+    Deeds later_;
+
+    Trace trace_;
+    Faults faults_;
+    Tree tree_;
+    Timers timers_;
+    Transfers transfers_;
+    Verbs verbs_;
+    std::map<std::string, std::unique_ptr<LineBank>> banks_;
+    std::map<std::string, std::shared_ptr<Entry>> vanished_;
+    std::vector<std::unique_ptr<Model>> models_;
+    std::jthread timer_thread_; // last: it is the first to go
+};
+
+} // namespace vb

@@ -1,0 +1,139 @@
+#include "core/board_verbs.h"
+
+#include <fmt/format.h>
+
+namespace vb {
+
+namespace {
+
+using Type = Argument::Type;
+
+void list_nodes(const Directory& directory, const std::string& path, Json& nodes) {
+    for (const auto& [name, entry] : directory.children()) {
+        const std::string below = path + "/" + name;
+        if (const auto* deeper = dynamic_cast<const Directory*>(entry.get())) {
+            list_nodes(*deeper, below, nodes);
+        } else if (dynamic_cast<const Placeholder*>(entry.get()) == nullptr) {
+            nodes.push_back(below);
+        }
+    }
+}
+
+void add_clock_verbs(Board& board) {
+    board.verbs().add({"clock.show", {}, "board time and speed", [&board](const Json&) -> Json {
+                           return {{"seconds", static_cast<double>(board.now()) / 1e9},
+                                   {"speed", board.speed()}};
+                       }});
+    board.verbs().add({"clock.speed",
+                       {{"factor", Type::number}},
+                       "let board time run this much faster than real time",
+                       [&board](const Json& arguments) -> Json {
+                           board.set_speed(arguments["factor"].get<double>());
+                           return {{"speed", board.speed()}};
+                       }});
+}
+
+void add_fault_verbs(Board& board) {
+    Verbs& verbs = board.verbs();
+    verbs.add({"fault.add",
+               {{"fault", Type::text}},
+               "let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]",
+               [&board](const Json& arguments) -> Json {
+                   return {{"id", board.faults().add(arguments["fault"].get<std::string>())}};
+               }});
+    verbs.add({"fault.list", {}, "the faults, and how often each has struck",
+               [&board](const Json&) { return board.faults().list(); }});
+    verbs.add({"fault.remove", {{"id"}}, "take one fault away",
+               [&board](const Json& arguments) -> Json {
+                   board.faults().remove(arguments["id"].get<int>());
+                   return {};
+               }});
+    verbs.add({"fault.clear", {}, "take all faults away", [&board](const Json&) -> Json {
+                   board.faults().clear();
+                   return {};
+               }});
+    verbs.add({"fault.held", {{"tag", Type::text}}, "how many calls a hold keeps",
+               [&board](const Json& arguments) -> Json {
+                   return board.transfers().held(arguments["tag"].get<std::string>());
+               }});
+    verbs.add({"fault.release", {{"tag", Type::text}}, "let held calls go on",
+               [&board](const Json& arguments) -> Json {
+                   return board.transfers().release(arguments["tag"].get<std::string>());
+               }});
+}
+
+void add_node_verbs(Board& board) {
+    Verbs& verbs = board.verbs();
+    const auto path_of = [](const Json& arguments) { return arguments["path"].get<std::string>(); };
+    verbs.add({"node.list", {}, "every node of the board", [&board](const Json&) {
+                   Json nodes = Json::array();
+                   list_nodes(*board.tree().root(), "", nodes);
+                   return nodes;
+               }});
+    verbs.add({"node.vanish",
+               {{"path", Type::text}},
+               "take a node away, also from under its users",
+               [&board, path_of](const Json& arguments) -> Json {
+                   if (!board.vanish(path_of(arguments))) {
+                       throw VerbError(fmt::format("no node {}", path_of(arguments)));
+                   }
+                   return {};
+               }});
+    verbs.add({"node.appear",
+               {{"path", Type::text}},
+               "bring a node back that vanished",
+               [&board, path_of](const Json& arguments) -> Json {
+                   if (!board.appear(path_of(arguments))) {
+                       throw VerbError(fmt::format("{} has not vanished", path_of(arguments)));
+                   }
+                   return {};
+               }});
+    verbs.add({"node.opens", {{"path", Type::text}}, "how often a node is open now",
+               [&board, path_of](const Json& arguments) -> Json {
+                   return board.transfers().open_count(path_of(arguments));
+               }});
+}
+
+Json pattern_of(const Json& arguments) {
+    Json match = arguments.value("match", Json::object());
+    if (arguments.contains("kind")) {
+        match["kind"] = arguments["kind"];
+    }
+    return match;
+}
+
+void add_trace_verbs(Board& board) {
+    board.verbs().add({"trace.last", {}, "the number of the newest event",
+                       [&board](const Json&) -> Json { return board.trace().last(); }});
+    board.verbs().add({"trace.follow",
+                       {{"kind", Type::text, true}},
+                       "every event from now on, of one kind or all",
+                       pattern_of,
+                       true});
+    board.verbs().add(
+        {"trace.read",
+         {{"since", Type::integer, true}, {"kind", Type::text, true}},
+         "the events after a number, of one kind or all",
+         [&board](const Json& arguments) -> Json {
+             return board.trace().after(arguments.value("since", std::uint64_t{0}),
+                                        pattern_of(arguments));
+         }});
+    board.verbs().add({"trace.note",
+                       {{"text", Type::text}},
+                       "write a remark into the trace",
+                       [&board](const Json& arguments) -> Json {
+                           board.trace().add("note", {{"text", arguments["text"]}});
+                           return board.trace().last();
+                       }});
+}
+
+} // namespace
+
+void add_board_verbs(Board& board) {
+    add_clock_verbs(board);
+    add_fault_verbs(board);
+    add_node_verbs(board);
+    add_trace_verbs(board);
+}
+
+} // namespace vb

@@ -1,0 +1,32 @@
+#pragma once
+// The control socket: JSON lines. A question is {"verb": NAME, ARGUMENT: VALUE...}; its answer is
+// {"ok": true, "result": ...} or {"ok": false, "error": TEXT}. Beside the verbs of the board and
+// its models there are
+//   verbs                                    all verbs with their arguments and help
+//   trace.wait   since, match, timeout_ms    the first event after number `since` that matches
+// A verb that follows answers "following" and then sends every matching event as a line.
+
+#include "core/board.h"
+#include "core/local_socket.h"
+
+namespace vb {
+
+class ControlServer {
+  public:
+    explicit ControlServer(Board& board) : board_(board) {}
+
+    // Serves a listening socket for the rest of the process's life.
+    void serve(UniqueFd listener);
+
+  private:
+    void accept_all(const UniqueFd& listener);
+    void converse(LineStream stream);
+    Json answer(const Json& question);
+    Json act(const Json& question);
+    Json wait(const Json& question);
+    void follow(LineStream& stream, const Json& match);
+
+    Board& board_;
+};
+
+} // namespace vb

@@ -1,0 +1,59 @@
+#pragma once
+// One open of a node, as its device model sees it.
+
+#include "core/caller_memory.h"
+#include "core/outcome.h"
+#include "core/requests.h"
+
+#include <poll.h>
+
+#include <functional>
+#include <string>
+
+namespace vb {
+
+struct OpenCall {
+    std::string path;
+    pid_t thread = 0;
+    int flags = 0; // as open(2) was given them
+};
+
+struct RequestCall {
+    const RequestRow& row;
+    std::uint64_t argument;         // what ioctl(2) was given: an address, or the value itself
+    std::span<std::uint8_t> record; // row.size bytes: filled where the row takes, sent where it gives
+    CallerMemory memory;            // for pointers inside the record
+};
+
+// Calls come one at a time, under the board's lock. A model answers at once, and never sleeps:
+// where it has nothing to say yet it answers Outcome::wait().
+class File {
+  public:
+    File() = default;
+    virtual ~File() = default;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    virtual std::span<const RequestRow> requests() const { return {}; }
+    virtual Outcome request(RequestCall& call);
+    virtual Outcome read(std::size_t size, std::uint64_t offset);
+    virtual Outcome write(ByteView data, std::uint64_t offset);
+    virtual bool seekable() const { return false; }
+    // The poll(2) bits that hold now.
+    virtual short readiness() const { return POLLIN | POLLOUT; }
+
+    // For the server: whom to tell when readiness may have changed.
+    void on_changed(std::function<void()> listener) { listener_ = std::move(listener); }
+
+    // For the model: something happened that may let a waiting call or poll go on.
+    void changed() {
+        if (listener_) {
+            listener_();
+        }
+    }
+
+  private:
+    std::function<void()> listener_;
+};
+
+} // namespace vb

@@ -1,0 +1,51 @@
+#pragma once
+// Shows the board's tree to the kernel as a file system. All it does is turn the kernel's calls
+// into transfers and their outcomes into replies.
+
+#include "core/board.h"
+
+#include <memory>
+#include <thread>
+#include <unordered_map>
+
+struct fuse_session;
+
+namespace vb {
+
+class FuseServer {
+  public:
+    // Serves an already mounted FUSE descriptor. The threads live until the mount goes.
+    FuseServer(Board& board, int fuse_descriptor);
+    ~FuseServer();
+    FuseServer(const FuseServer&) = delete;
+    FuseServer& operator=(const FuseServer&) = delete;
+
+    Board& board() { return board_; }
+
+    // The entry behind an inode number the kernel knows; null where it was forgotten.
+    std::shared_ptr<Entry> entry(std::uint64_t inode) const;
+    std::string path(std::uint64_t inode) const;
+    void remember(const std::shared_ptr<Entry>& entry, const std::string& path);
+    void forget(std::uint64_t inode, std::uint64_t lookups);
+
+    // Opens by the number that the kernel hands back to us.
+    std::uint64_t add_open(std::shared_ptr<OpenFile> open);
+    std::shared_ptr<OpenFile> find_open(std::uint64_t handle) const;
+    std::shared_ptr<OpenFile> take_open(std::uint64_t handle);
+
+  private:
+    struct Known {
+        std::shared_ptr<Entry> entry;
+        std::string path;
+        std::uint64_t lookups = 0;
+    };
+
+    Board& board_;
+    // Both tables are touched inside Board::act() only.
+    std::unordered_map<std::uint64_t, Known> known_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<OpenFile>> opens_;
+    fuse_session* session_ = nullptr;
+    std::thread loop_;
+};
+
+} // namespace vb

@@ -1,0 +1,37 @@
+#pragma once
+// Requests as rows: every device lists what it answers to, with the true size of each record.
+// The server copies records by these rows, and the trace decodes them by the same rows.
+
+#include "core/json.h"
+
+#include <cstdint>
+#include <span>
+
+namespace vb {
+
+struct RecordField {
+    enum class Type { u8, u16, u32, i32, u64, text, bytes };
+
+    const char* name;
+    Type type;
+    std::uint16_t offset;
+    std::uint16_t size = 0; // text and bytes: how many; the others know
+};
+
+struct RequestRow {
+    enum class Direction { none, in, out, inout }; // as the device sees it: in is from the caller
+
+    std::uint32_t code;
+    const char* name;
+    Direction direction;
+    std::uint32_t size; // the record's true size, whatever the code's size field says
+    std::span<const RecordField> fields = {};
+
+    bool takes() const { return direction == Direction::in || direction == Direction::inout; }
+    bool gives() const { return direction == Direction::out || direction == Direction::inout; }
+};
+
+// The named fields of a record; a field beyond its end is left out.
+Json decode(std::span<const RecordField> fields, std::span<const std::uint8_t> record);
+
+} // namespace vb

@@ -1,0 +1,58 @@
+#pragma once
+// The trace: everything that happened on the board, in order, one JSON object an event.
+//
+// Every event has "n" (its number, from 1), "t" (board seconds since the board started) and
+// "kind". The rest depends on the kind; docs/virtual-board.md lists them.
+
+#include "core/json.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vb {
+
+// True where every key of `pattern` is in `event` with an equal value.
+bool matches(const Json& event, const Json& pattern);
+
+class Trace {
+  public:
+    using Listener = std::function<void(const Json& event)>;
+
+    // Board time in nanoseconds since the board started.
+    explicit Trace(std::function<std::int64_t()> now) : now_(std::move(now)) {}
+
+    // Also writes every event to this file as a line of JSON. False with errno where it cannot.
+    bool write_to(const std::string& path);
+
+    void add(const char* kind, Json details);
+
+    // The number of the newest event; 0 before the first.
+    std::uint64_t last() const { return last_; }
+    // The events after number `since` that match. The oldest are forgotten in a long run.
+    std::vector<Json> after(std::uint64_t since, const Json& pattern) const;
+
+    int listen(Listener listener);
+    void unlisten(int id) { listeners_.erase(id); }
+
+  private:
+    static constexpr std::size_t kRemembered = 100'000;
+
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+
+    std::function<std::int64_t()> now_;
+    std::unique_ptr<std::FILE, Closer> file_;
+    std::deque<Json> events_;
+    std::uint64_t last_ = 0;
+    std::map<int, Listener> listeners_;
+    int next_listener_ = 1;
+};
+
+} // namespace vb

@@ -1,0 +1,347 @@
+#include "models/gpio.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <deque>
+#include <set>
+
+namespace vb {
+
+namespace {
+
+constexpr char kBank[] = "gpio";
+constexpr std::size_t kQueueDepth = 64;
+
+struct ConfigRecord {
+    std::uint32_t line;
+    char label[32];
+    std::uint32_t direction;
+    std::uint32_t trigger;
+    std::uint32_t interrupt;
+    std::uint32_t param;
+};
+static_assert(sizeof(ConfigRecord) == 52);
+
+struct ValueRecord {
+    std::uint32_t line;
+    std::uint32_t value;
+};
+static_assert(sizeof(ValueRecord) == 8);
+
+using FieldType = RecordField::Type;
+
+constexpr RecordField kConfigFields[] = {
+    {"line", FieldType::u32, 0},       {"label", FieldType::text, 4, 32},
+    {"direction", FieldType::u32, 36}, {"trigger", FieldType::u32, 40},
+    {"interrupt", FieldType::u32, 44}, {"param", FieldType::u32, 48},
+};
+constexpr RecordField kValueFields[] = {
+    {"line", FieldType::u32, 0},
+    {"value", FieldType::u32, 4},
+};
+
+constexpr std::uint32_t kConfig = 0x40086721;
+constexpr std::uint32_t kSetValue = 0x40086722;
+constexpr std::uint32_t kGetValue = 0xC0086723;
+constexpr std::uint32_t kRelease = 0x40086724;
+
+using Direction = RequestRow::Direction;
+
+constexpr RequestRow kRequests[] = {
+    {kConfig, "CMD_GPIO_CONFIG", Direction::in, sizeof(ConfigRecord), kConfigFields},
+    {kSetValue, "CMD_GPIO_SETVAL", Direction::in, sizeof(ValueRecord), kValueFields},
+    {kGetValue, "CMD_GPIO_GETVAL", Direction::inout, sizeof(ValueRecord), kValueFields},
+    {kRelease, "CMD_GPIO_DECONFIG", Direction::in, sizeof(ValueRecord), kValueFields},
+};
+
+enum Trigger : std::uint32_t { kRising = 1, kFalling = 2, kBoth = 3 };
+
+struct Line {
+    bool configured = false;
+    std::string label;
+    bool output = false;
+    std::uint32_t trigger = 0;
+    bool interrupt = false;
+    std::uint32_t param = 0;
+
+    bool fires_on(bool level) const {
+        return interrupt &&
+               (trigger == kBoth || (trigger == kRising && level) ||
+                (trigger == kFalling && !level));
+    }
+};
+
+class Gpio;
+
+class GpioFile : public File {
+  public:
+    explicit GpioFile(Gpio& driver);
+    ~GpioFile() override;
+
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override;
+    Outcome read(std::size_t size, std::uint64_t offset) override;
+    short readiness() const override { return events_.empty() ? 0 : POLLIN | POLLRDNORM; }
+
+    // False where the queue is full.
+    bool push(const ValueRecord& event);
+
+  private:
+    Gpio& driver_;
+    std::deque<ValueRecord> events_;
+};
+
+class Gpio : public Model {
+  public:
+    Gpio(Board& board, Settings& settings);
+
+    Outcome configure(const ConfigRecord& record);
+    Outcome set(const ValueRecord& record);
+    Outcome get(ValueRecord& record);
+    Outcome release(const ValueRecord& record);
+
+    void opened(GpioFile* file) { files_.insert(file); }
+    void closed(GpioFile* file) { files_.erase(file); }
+
+  private:
+    void add_verbs();
+    void on_level(unsigned line, bool level);
+    int check(std::uint32_t line);
+    unsigned outside_line(const Json& arguments) const;
+    Json show(unsigned line) const;
+
+    Board& board_;
+    std::string node_;
+    LineBank& bank_;
+    std::vector<Line> lines_;
+    std::set<GpioFile*> files_;
+    std::uint64_t overflows_ = 0;
+};
+
+class GpioNode : public Node {
+  public:
+    explicit GpioNode(Gpio& driver) : Node(S_IFREG | 0666), driver_(driver) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<GpioFile>(driver_);
+        return 0;
+    }
+
+  private:
+    Gpio& driver_;
+};
+
+// --- one open ---
+
+GpioFile::GpioFile(Gpio& driver) : driver_(driver) {
+    driver_.opened(this);
+}
+
+GpioFile::~GpioFile() {
+    driver_.closed(this);
+}
+
+Outcome GpioFile::request(RequestCall& call) {
+    if (call.row.code == kConfig) {
+        return driver_.configure(record_from<ConfigRecord>(call.record));
+    }
+    auto record = record_from<ValueRecord>(call.record);
+    if (call.row.code == kSetValue) {
+        return driver_.set(record);
+    }
+    if (call.row.code == kRelease) {
+        return driver_.release(record);
+    }
+    const Outcome outcome = driver_.get(record);
+    std::memcpy(call.record.data(), &record, sizeof record);
+    return outcome;
+}
+
+Outcome GpioFile::read(std::size_t size, std::uint64_t) {
+    if (size < sizeof(ValueRecord)) {
+        return Outcome::failed(EINVAL);
+    }
+    if (events_.empty()) {
+        return Outcome::wait();
+    }
+    const ValueRecord event = events_.front();
+    events_.pop_front();
+    return Outcome::bytes(bytes_of(event));
+}
+
+bool GpioFile::push(const ValueRecord& event) {
+    if (events_.size() == kQueueDepth) {
+        return false;
+    }
+    events_.push_back(event);
+    changed();
+    return true;
+}
+
+// --- the driver ---
+
+Gpio::Gpio(Board& board, Settings& settings)
+    : board_(board), node_(settings.get<std::string>("node", "/dev/drvgpio")),
+      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))), lines_(bank_.count()) {
+    const Json levels = settings.get<Json>("levels", Json::object());
+    for (const auto& [key, level] : levels.items()) {
+        const unsigned line = Settings(Json{{"line", key}}, "levels").number("line", 0, 65535);
+        if (line >= lines_.size() || !level.is_number_integer()) {
+            settings.refuse("levels", fmt::format("\"{}\" is no line with a level", key));
+        }
+        bank_.set(line, level != 0, "outside");
+    }
+    bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
+    board_.tree().put(node_, std::make_shared<GpioNode>(*this));
+    add_verbs();
+}
+
+int Gpio::check(std::uint32_t line) {
+    if (line >= lines_.size()) {
+        board_.misuse(node_, fmt::format("line {} is beyond the board", line));
+        return EINVAL;
+    }
+    if (!lines_[line].configured) {
+        board_.misuse(node_, fmt::format("line {} is not configured", line));
+        return ENXIO;
+    }
+    return 0;
+}
+
+Outcome Gpio::configure(const ConfigRecord& record) {
+    if (record.line >= lines_.size() || record.direction > 1) {
+        board_.misuse(node_, fmt::format("cannot configure line {} with direction {}", record.line,
+                                         record.direction));
+        return Outcome::failed(EINVAL);
+    }
+    Line& line = lines_[record.line];
+    line.configured = true;
+    line.label.assign(record.label, strnlen(record.label, sizeof record.label));
+    line.output = record.direction == 1;
+    line.trigger = record.trigger;
+    line.interrupt = record.interrupt != 0;
+    line.param = record.param;
+    if (line.output) {
+        bank_.set(record.line, record.param != 0, "program");
+    }
+    return Outcome::done();
+}
+
+Outcome Gpio::set(const ValueRecord& record) {
+    if (const int error = check(record.line); error != 0) {
+        return Outcome::failed(error);
+    }
+    if (!lines_[record.line].output) {
+        board_.misuse(node_, fmt::format("line {} is an input and cannot be set", record.line));
+        return Outcome::failed(EPERM);
+    }
+    bank_.set(record.line, record.value != 0, "program");
+    return Outcome::done();
+}
+
+Outcome Gpio::get(ValueRecord& record) {
+    if (const int error = check(record.line); error != 0) {
+        return Outcome::failed(error);
+    }
+    record.value = bank_.level(record.line) ? 1 : 0;
+    return Outcome::done();
+}
+
+Outcome Gpio::release(const ValueRecord& record) {
+    if (const int error = check(record.line); error != 0) {
+        return Outcome::failed(error);
+    }
+    lines_[record.line] = Line{};
+    return Outcome::done();
+}
+
+void Gpio::on_level(unsigned number, bool level) {
+    if (!lines_[number].fires_on(level)) {
+        return;
+    }
+    const ValueRecord event{number, level ? 1U : 0U};
+    board_.trace().add("event", {{"node", node_},
+                                 {"line", number},
+                                 {"value", event.value},
+                                 {"label", lines_[number].label}});
+    for (GpioFile* file : files_) {
+        if (!file->push(event)) {
+            ++overflows_;
+            board_.trace().add("overflow", {{"node", node_}, {"line", number}});
+        }
+    }
+}
+
+// --- the world outside ---
+
+unsigned Gpio::outside_line(const Json& arguments) const {
+    const auto line = arguments["line"].get<std::int64_t>();
+    if (line < 0 || static_cast<std::uint64_t>(line) >= lines_.size()) {
+        throw VerbError(fmt::format("this board has lines 0 to {}", lines_.size() - 1));
+    }
+    return static_cast<unsigned>(line);
+}
+
+Json Gpio::show(unsigned number) const {
+    const Line& line = lines_[number];
+    return {{"line", number},
+            {"configured", line.configured},
+            {"label", line.label},
+            {"direction", line.output ? "out" : "in"},
+            {"trigger", line.trigger},
+            {"interrupt", line.interrupt},
+            {"param", line.param},
+            {"level", bank_.level(number) ? 1 : 0}};
+}
+
+void Gpio::add_verbs() {
+    Verbs& verbs = board_.verbs();
+    verbs.add({"gpio.drive",
+               {{"line"}, {"level"}},
+               "give an input line a level from outside",
+               [this](const Json& arguments) -> Json {
+                   const unsigned line = outside_line(arguments);
+                   if (lines_[line].output) {
+                       throw VerbError(fmt::format("line {} is an output of the board", line));
+                   }
+                   bank_.set(line, arguments["level"] != 0, "outside");
+                   return show(line);
+               }});
+    verbs.add({"gpio.show",
+               {{"line"}},
+               "one line: configuration and level",
+               [this](const Json& arguments) { return show(outside_line(arguments)); }});
+    verbs.add({"gpio.list", {}, "every configured line, and lost events", [this](const Json&) {
+                   Json lines = Json::array();
+                   for (unsigned line = 0; line < lines_.size(); ++line) {
+                       if (lines_[line].configured) {
+                           lines.push_back(show(line));
+                       }
+                   }
+                   return Json{{"lines", lines}, {"overflows", overflows_}};
+               }});
+    verbs.add({"gpio.watch",
+               {{"line"}},
+               "every change of a line's level from now on",
+               [this](const Json& arguments) -> Json {
+                   return {{"kind", "line"}, {"bank", kBank}, {"line", outside_line(arguments)}};
+               },
+               true});
+    verbs.add({"gpio.wire",
+               {{"from"}, {"to"}},
+               "let one line follow another from now on",
+               [this](const Json& arguments) -> Json {
+                   board_.wire(fmt::format("{}:{}", kBank, arguments["from"].get<unsigned>()),
+                               fmt::format("{}:{}", kBank, arguments["to"].get<unsigned>()));
+                   return {};
+               }});
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_gpio(Board& board, Settings& settings) {
+    return std::make_unique<Gpio>(board, settings);
+}
+
+} // namespace vb

@@ -1,0 +1,83 @@
+#include "models/models.h"
+
+#include "models/gpio.h"
+
+#include <algorithm>
+#include <array>
+
+namespace vb {
+
+namespace {
+
+struct Kind {
+    const char* name;
+    const char* about;
+    std::unique_ptr<Model> (*make)(Board&, Settings&);
+};
+
+constexpr std::array kKinds = {
+    Kind{"gpio", "GPIO character driver: node, lines, levels", make_gpio},
+};
+
+void add_model(Board& board, const Json& object, const std::string& where) {
+    Settings settings(object, where);
+    const auto name = settings.need<std::string>("model");
+    const auto* kind = std::find_if(kKinds.begin(), kKinds.end(),
+                                    [&](const Kind& each) { return name == each.name; });
+    if (kind == kKinds.end()) {
+        settings.refuse("model", fmt::format("there is no model \"{}\"", name));
+    }
+    auto model = kind->make(board, settings);
+    settings.finish();
+    board.add_model(std::move(model));
+}
+
+void add_wire(Board& board, const Json& object, const std::string& where) {
+    Settings settings(object, where);
+    const auto from = settings.need<std::string>("from");
+    const auto to = settings.need<std::string>("to");
+    settings.finish();
+    try {
+        board.wire(from, to);
+    } catch (const VerbError& error) {
+        throw SettingsError(fmt::format("{}: {}", where, error.what()));
+    }
+}
+
+template <class Add>
+void add_each(Board& board, const Json& list, const char* name, const Add& add) {
+    if (!list.is_array()) {
+        throw SettingsError(fmt::format("\"{}\" has to be a list", name));
+    }
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        add(board, list[i], fmt::format("{}[{}]", name, i));
+    }
+}
+
+} // namespace
+
+void build_board(Board& board, const std::string& board_file_text) {
+    Json file;
+    try {
+        file = Json::parse(board_file_text, nullptr, true, true);
+    } catch (const Json::parse_error& error) {
+        throw SettingsError(error.what());
+    }
+    Settings settings(file, "board file");
+    settings.get<std::string>("name", "");
+    const Json models = settings.need<Json>("models");
+    const Json wires = settings.get<Json>("wires", Json::array());
+    settings.finish();
+    add_each(board, models, "models", add_model);
+    add_each(board, wires, "wires", add_wire);
+}
+
+Json describe_models() {
+    Json all = Json::array();
+    for (const Kind& kind : kKinds) {
+        all.push_back({{"model", kind.name}, {"about", kind.about}});
+    }
+    return all;
+}
+
+} // namespace vb

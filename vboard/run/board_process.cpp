@@ -1,0 +1,123 @@
+#include "run/board_process.h"
+
+#include "core/board_verbs.h"
+#include "core/control.h"
+#include "core/fuse_server.h"
+#include "core/syslog_socket.h"
+#include "models/models.h"
+#include "run/exit_codes.h"
+#include "run/mounts.h"
+#include "run/namespaces.h"
+#include "run/program.h"
+
+#include <fmt/format.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <system_error>
+
+namespace vb {
+
+namespace {
+
+sigset_t watched_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGCHLD, SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
+        sigaddset(&signals, signal);
+    }
+    return signals;
+}
+
+// Waits until the program ends, burying every orphan of the board meanwhile.
+int watch_over(pid_t program) {
+    const sigset_t signals = watched_signals();
+    while (true) {
+        const int signal = sigwaitinfo(&signals, nullptr);
+        if (signal == SIGTERM || signal == SIGHUP) {
+            kill(program, signal);
+        }
+        int status = 0;
+        for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0;
+             ended = waitpid(-1, &status, WNOHANG)) {
+            if (ended == program) {
+                return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            }
+        }
+    }
+}
+
+void add_info_verb(Board& board, const RunOptions& options) {
+    board.verbs().add({"board.info", {}, "what runs on this board, and its clock",
+                       [&board, &options](const Json&) -> Json {
+                           return {{"program", options.program},
+                                   {"seconds", static_cast<double>(board.now()) / 1e9},
+                                   {"speed", board.speed()}};
+                       }});
+}
+
+void set_up(Board& board, const RunOptions& options) {
+    if (!options.trace_path.empty() && !board.trace().write_to(options.trace_path)) {
+        throw std::system_error(errno, std::generic_category(), options.trace_path);
+    }
+    add_board_verbs(board);
+    add_info_verb(board, options);
+    Mounts::add_placeholders(board.tree());
+    build_board(board, options.board_file);
+    for (const std::string& fault : options.faults) {
+        board.faults().add(fault);
+    }
+}
+
+int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_control) {
+    Mounts mounts(fuse.get());
+    BoardClock clock = BoardClock::create(Mounts::hidden() + "/clock");
+    clock.set_speed(options.speed.value_or(1.0));
+
+    // These live until the process ends: their threads are never joined.
+    auto& board = *new Board(std::move(clock)); // NOLINT
+    set_up(board, options);
+    auto& log = *new SyslogSocket(board, Mounts::hidden() + "/log"); // NOLINT
+    board.before_each_act([&log] { log.drain(); });
+    new FuseServer(board, fuse.release()); // NOLINT
+    mounts.settle();
+    raise_loopback();
+
+    auto& control = *new ControlServer(board); // NOLINT
+    control.serve(listen_at(kInnerControlName));
+    if (outer_control) {
+        control.serve(std::move(outer_control));
+    }
+    log.serve();
+    board.start();
+
+    set_program_environment(options);
+    board.act([&] { board.trace().add("program", {{"arguments", options.program}}); });
+    const pid_t program = start_program(options);
+    const int status = program < 0 ? -program : watch_over(program);
+    board.act([&] { board.trace().add("exit", {{"status", status}}); });
+    return status;
+}
+
+} // namespace
+
+void run_board_process(const RunOptions& options, UniqueFd fuse, UniqueFd outer_control) {
+    // Blocked before the first thread starts, so that they all arrive at watch_over().
+    const sigset_t signals = watched_signals();
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    int status = kExitUnavailable;
+    try {
+        status = serve_and_run(options, std::move(fuse), std::move(outer_control));
+    } catch (const std::system_error& error) {
+        fmt::print(stderr, "vboard: {}\n", error.what());
+    } catch (const std::exception& error) { // the board file or a fault
+        fmt::print(stderr, "vboard: {}\n", error.what());
+        status = kExitUsage;
+    }
+    std::fflush(nullptr);
+    _exit(status);
+}
+
+} // namespace vb

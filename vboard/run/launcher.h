@@ -1,0 +1,22 @@
+#pragma once
+// Starts a board in namespaces of its own and runs a program on it.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vb {
+
+struct RunOptions {
+    std::string board_file;        // the text of the board file
+    std::optional<double> speed;   // board seconds a real second; unset: programs keep real time
+    std::string trace_path;        // empty: the trace is kept in memory only
+    std::vector<std::string> faults;
+    std::vector<std::string> program;
+    bool interactive = false;      // the program takes the terminal over, as a shell does
+};
+
+// Returns the exit status to pass on. Says on standard error what is missing where it cannot.
+int run_on_board(const RunOptions& options);
+
+} // namespace vb

@@ -1,0 +1,54 @@
+// A board file that is wrong is refused with the place and the reason.
+
+#include "models/models.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace vb {
+namespace {
+
+std::string complaint_about(const std::string& board_file) {
+    const std::filesystem::path page =
+        std::filesystem::temp_directory_path() / fmt::format("settings-{}", getpid());
+    Board board(BoardClock::create(page));
+    std::filesystem::remove(page);
+    try {
+        build_board(board, board_file);
+    } catch (const SettingsError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST(BoardFile, OfTheStandardBoardIsTaken) {
+    EXPECT_EQ(complaint_about(kDefaultBoard), "");
+}
+
+TEST(BoardFile, ThatIsWrongIsRefusedWithPlaceAndReason) {
+    const std::pair<const char*, const char*> wrong[] = {
+        {"{\n  \"models\": [,]\n}", "line 2"},
+        {"[]", "board file: an object is wanted"},
+        {"{}", "\"models\" is missing"},
+        {R"({"models": {}})", "\"models\" has to be a list"},
+        {R"({"models": [], "extra": 1})", "unknown key \"extra\""},
+        {R"({"models": [{"model": "teapot"}]})", "models[0].model: there is no model \"teapot\""},
+        {R"({"models": [{"model": "gpio", "liness": 3}]})", "models[0]: unknown key \"liness\""},
+        {R"({"models": [{"model": "gpio", "lines": -3}]})", "models[0].lines: a number from 0"},
+        {R"({"models": [{"model": "gpio", "node": 7}]})", "models[0].node: has the wrong type"},
+        {R"({"models": [{"model": "gpio", "lines": 2, "levels": {"2": 1}}]})", "no line with"},
+        {R"({"models": [], "wires": [{"from": "gpio:1", "to": "gpio:2"}]})",
+         "wires[0]: this board has no lines \"gpio\""},
+        {R"({"models": [{"model": "gpio"}], "wires": [{"from": "gpio:1", "to": "gpio:x"}]})",
+         "is no line: write bank:number"},
+    };
+    for (const auto& [file, complaint] : wrong) {
+        EXPECT_NE(complaint_about(file).find(complaint), std::string::npos)
+            << file << ": " << complaint_about(file);
+    }
+}
+
+} // namespace
+} // namespace vb
