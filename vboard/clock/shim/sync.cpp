@@ -17,7 +17,7 @@ namespace {
 constinit Next<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)>
     next_cond_clockwait{"pthread_cond_clockwait"};
 constinit Next<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)> next_cond_timedwait{
-    "pthread_cond_timedwait", "GLIBC_2.3.2"}; // before that a condition was another object
+    "pthread_cond_timedwait"};
 constinit Next<int(pthread_mutex_t*, const timespec*) noexcept> next_mutex_timedlock{
     "pthread_mutex_timedlock"};
 constinit Next<int(pthread_mutex_t*, clockid_t, const timespec*) noexcept> next_mutex_clocklock{

@@ -95,8 +95,8 @@ INSTANTIATE_TEST_SUITE_P(Cancelled, BoardTimeCheck,
                                          "cancel_epoll_wait", "cancel_cond_timedwait",
                                          "cancel_sem_timedwait", "cancel_clock_nanosleep"),
                          name_of);
-INSTANTIATE_TEST_SUITE_P(Reading, BoardTimeCheck, testing::Values("clocks_agree", "cpu_clock"),
-                         name_of);
+INSTANTIATE_TEST_SUITE_P(Reading, BoardTimeCheck,
+                         testing::Values("clocks_agree", "cpu_clock", "signalled"), name_of);
 
 TEST_F(ShimTest, AllProcessesReadTheSameTime) {
     const std::int64_t before = clock_->now_ns();

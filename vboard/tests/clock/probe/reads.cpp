@@ -1,11 +1,13 @@
 // Reading the clocks.
 
+#include <pthread.h>
 #include <sys/time.h>
 #include <sys/timeb.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "probe.h"
 
@@ -70,9 +72,29 @@ bool say_now() {
     return true;
 }
 
+// A condition with default attributes, signalled long before a deadline on the wall clock.
+bool is_signalled() {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    std::thread other([&] {
+        pthread_mutex_lock(&mutex); // once the wait has begun
+        pthread_cond_signal(&condition);
+        pthread_mutex_unlock(&mutex);
+    });
+    const timespec deadline = after(3 * kSecond, CLOCK_REALTIME);
+    const int error = pthread_cond_timedwait(&condition, &mutex, &deadline);
+    pthread_mutex_unlock(&mutex);
+    other.join();
+    return error == 0;
+}
+
 // For a process that is on no board: 50 ms that are 50 ms of the machine.
 bool pass_through() {
     const std::int64_t start = now();
+    if (!expect(is_signalled(), "the condition is the one that is signalled")) {
+        return false;
+    }
     usleep(20'000);
     timeval timeout{0, 20'000};
     select(0, nullptr, nullptr, nullptr, &timeout);
@@ -83,10 +105,8 @@ bool pass_through() {
 }
 
 constexpr std::array kChecks{
-    Check{"clocks_agree", clocks_agree},
-    Check{"cpu_clock", cpu_clock},
-    Check{"now", say_now},
-    Check{"pass_through", pass_through},
+    Check{"clocks_agree", clocks_agree}, Check{"cpu_clock", cpu_clock},    Check{"now", say_now},
+    Check{"pass_through", pass_through}, Check{"signalled", is_signalled},
 };
 
 } // namespace
