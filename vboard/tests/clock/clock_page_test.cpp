@@ -116,9 +116,10 @@ TEST_F(BoardClockTest, ARealDeadlineIsTheFirstInstantThatReachesTheBoardTime) {
     BoardClock clock = BoardClock::create(file_);
     clock.set_speed(300.0);
     const std::int64_t start = clock.now_ns();
+    const std::int64_t real = real_ns(CLOCK_MONOTONIC);
     const std::int64_t deadline = clock.real_deadline_ns(start + kSecond);
+    EXPECT_LE(deadline, real + kSecond / 300 + 1);
     while (real_ns(CLOCK_MONOTONIC) < deadline) {
-        EXPECT_LE(clock.now_ns(), start + 60 * kSecond); // and not absurdly late
     }
     EXPECT_GE(clock.now_ns(), start + kSecond);
     EXPECT_EQ(clock.real_duration_ns(3), 1);

@@ -19,18 +19,19 @@ namespace {
 constexpr std::int64_t kLong = 400 * kSecond; // 4 s at speed 100
 constexpr std::int64_t kShort = 2 * kSecond;
 
-// Has a signal come after `ns` that does nothing but interrupt.
-void interrupt_after(std::int64_t ns) {
+// Has a signal come every `ns` that does nothing but interrupt. (A single one might come before the
+// wait has begun.)
+void interrupt_every(std::int64_t ns) {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
-    const itimerval once{{0, 0}, {ns / kSecond, 0}};
-    setitimer(ITIMER_REAL, &once, nullptr);
+    const itimerval periodic{{ns / kSecond, 0}, {ns / kSecond, 0}};
+    setitimer(ITIMER_REAL, &periodic, nullptr);
 }
 
 bool rest_of_nanosleep() {
     const std::int64_t start = now();
-    interrupt_after(kShort);
+    interrupt_every(kShort);
     const timespec request = to_timespec(kLong);
     timespec rest{};
     const bool interrupted = nanosleep(&request, &rest) == -1 && errno == EINTR;
@@ -41,7 +42,7 @@ bool rest_of_nanosleep() {
 }
 
 bool rest_of_sleep() {
-    interrupt_after(kShort);
+    interrupt_every(kShort);
     const unsigned rest = sleep(kLong / kSecond);
     return expect(rest > 0 && rest < kLong / kSecond, "some is left, some has passed");
 }
