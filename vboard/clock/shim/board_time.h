@@ -2,7 +2,11 @@
 // records between board and real time.
 //
 // A wait keeps the real duration it was given when it began: a change of speed while it is under
-// way does not shorten or lengthen it.
+// way does not shorten or lengthen it. The same holds for an armed timer, of its period too.
+//
+// What stays on the machine's time, being out of reach from here: waits that libc makes for its
+// own purposes (name look-ups), time stamps of files, /proc/uptime, times(), the kernel's own
+// time-outs, and programs that are not linked with libc dynamically.
 //
 // Nothing here has a destructor, throws, blocks, or is a cancellation point, so that a thread
 // cancelled in a wrapped wait unwinds as it would from libc's own.
@@ -91,6 +95,7 @@ class RealDeadline {
     RealDeadline& operator=(const RealDeadline&) = delete;
 
     const timespec* get() const { return converted_ ? &real_ : given_; }
+    bool converted() const { return converted_; }
     clockid_t clock() const { return clock_; } // the one that get() is a time of
 
   private:

@@ -20,10 +20,7 @@ class Next<Result(Args...) noexcept(kNoexcept)> {
     using Pointer = Result (*)(Args...) noexcept(kNoexcept);
 
   public:
-    // A name of which libc keeps an incompatible old version needs the version given: the plain
-    // look-up would return the oldest.
-    explicit constexpr Next(const char* name, const char* version = nullptr)
-        : name_(name), version_(version) {}
+    explicit constexpr Next(const char* name) : name_(name) {}
 
     Result operator()(Args... args) noexcept(kNoexcept) {
         Pointer function = found_.load(std::memory_order_relaxed);
@@ -33,22 +30,16 @@ class Next<Result(Args...) noexcept(kNoexcept)> {
         return function(args...);
     }
 
+    // Of a name that libc has in several versions this finds the current one (since glibc 2.36;
+    // before, it found the oldest).
     Pointer look_up() noexcept {
-        void* symbol = nullptr;
-        if (version_ != nullptr) {
-            symbol = dlvsym(RTLD_NEXT, name_, version_);
-        }
-        if (symbol == nullptr) {
-            symbol = dlsym(RTLD_NEXT, name_);
-        }
-        const auto function = reinterpret_cast<Pointer>(symbol);
+        const auto function = reinterpret_cast<Pointer>(dlsym(RTLD_NEXT, name_));
         found_.store(function, std::memory_order_relaxed);
         return function;
     }
 
   private:
     const char* name_;
-    const char* version_;
     std::atomic<Pointer> found_{nullptr};
 };
 

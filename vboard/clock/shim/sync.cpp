@@ -1,14 +1,12 @@
 // Deadlines of locks, conditions, semaphores and joins.
 //
-// Each call goes to the function of the same name, because that is what a sanitizer watches to
-// learn who holds what. Where that function lets its clock be chosen the deadline becomes one of
-// CLOCK_MONOTONIC, which nobody can set back; the others only know CLOCK_REALTIME.
+// A deadline becomes one of the machine's CLOCK_MONOTONIC, which nobody can set back, where there
+// is a function that takes it and that a sanitizer, which learns from these calls who holds what,
+// watches as well. The others go to the function of the same name, on CLOCK_REALTIME.
 
 #include <pthread.h>
 #include <semaphore.h>
 #include <threads.h>
-
-#include <cerrno>
 
 #include "board_time.h"
 #include "next.h"
@@ -18,6 +16,8 @@ namespace {
 
 constinit Next<int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)>
     next_cond_clockwait{"pthread_cond_clockwait"};
+constinit Next<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)> next_cond_timedwait{
+    "pthread_cond_timedwait"};
 constinit Next<int(pthread_mutex_t*, const timespec*) noexcept> next_mutex_timedlock{
     "pthread_mutex_timedlock"};
 constinit Next<int(pthread_mutex_t*, clockid_t, const timespec*) noexcept> next_mutex_clocklock{
@@ -35,29 +35,22 @@ constinit Next<int(sem_t*, clockid_t, const timespec*)> next_sem_clockwait{"sem_
 constinit Next<int(pthread_t, void**, const timespec*)> next_timedjoin{"pthread_timedjoin_np"};
 constinit Next<int(pthread_t, void**, clockid_t, const timespec*)> next_clockjoin{
     "pthread_clockjoin_np"};
+constinit Next<int(cnd_t*, mtx_t*, const timespec*)> next_cnd_timedwait{"cnd_timedwait"};
+constinit Next<int(mtx_t*, const timespec*)> next_mtx_timedlock{"mtx_timedlock"};
 
 [[gnu::constructor]] void look_up_sync() {
-    look_up_all(next_cond_clockwait, next_mutex_timedlock, next_mutex_clocklock, next_timedrdlock,
-                next_timedwrlock, next_clockrdlock, next_clockwrlock, next_sem_timedwait,
-                next_sem_clockwait, next_timedjoin, next_clockjoin);
+    look_up_all(next_cond_clockwait, next_cond_timedwait, next_mutex_timedlock,
+                next_mutex_clocklock, next_timedrdlock, next_timedwrlock, next_clockrdlock,
+                next_clockwrlock, next_sem_timedwait, next_sem_clockwait, next_timedjoin,
+                next_clockjoin, next_cnd_timedwait, next_mtx_timedlock);
 }
 
 // The clock of a condition's attributes is not asked for through any call; this is the bit glibc
 // keeps it in, the same since 2.25.
 clockid_t clock_of(const pthread_cond_t& condition) {
     constexpr unsigned kMonotonic = 2;
-    return (condition.__data.__wrefs & kMonotonic) != 0 ? CLOCK_MONOTONIC : CLOCK_REALTIME;
-}
-
-int thrd_result(int error) {
-    switch (error) {
-    case 0:
-        return thrd_success;
-    case ETIMEDOUT:
-        return thrd_timedout;
-    default:
-        return thrd_error;
-    }
+    const unsigned flags = __atomic_load_n(&condition.__data.__wrefs, __ATOMIC_RELAXED);
+    return (flags & kMonotonic) != 0 ? CLOCK_MONOTONIC : CLOCK_REALTIME;
 }
 
 } // namespace
@@ -70,7 +63,9 @@ VBOARD_WRAPPER int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mut
 
 VBOARD_WRAPPER int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                           const timespec* deadline) {
-    return pthread_cond_clockwait(condition, mutex, clock_of(*condition), deadline);
+    const RealDeadline real(deadline, clock_of(*condition), CLOCK_MONOTONIC);
+    return real.converted() ? next_cond_clockwait(condition, mutex, real.clock(), real.get())
+                            : next_cond_timedwait(condition, mutex, deadline);
 }
 
 VBOARD_WRAPPER int pthread_mutex_timedlock(pthread_mutex_t* mutex,
@@ -130,15 +125,16 @@ VBOARD_WRAPPER int pthread_clockjoin_np(pthread_t thread, void** result, clockid
     return next_clockjoin(thread, result, real.clock(), real.get());
 }
 
-// C11's names for the same objects.
+// C11's names. They go to libc's functions of these names too: a sanitizer that did not see the
+// C11 lock being taken must not see a POSIX wait let go of it.
 VBOARD_WRAPPER int cnd_timedwait(cnd_t* condition, mtx_t* mutex, const timespec* deadline) {
-    return thrd_result(pthread_cond_timedwait(reinterpret_cast<pthread_cond_t*>(condition),
-                                              reinterpret_cast<pthread_mutex_t*>(mutex), deadline));
+    const RealDeadline real(deadline, CLOCK_REALTIME, CLOCK_REALTIME);
+    return next_cnd_timedwait(condition, mutex, real.get());
 }
 
 VBOARD_WRAPPER int mtx_timedlock(mtx_t* mutex, const timespec* deadline) {
-    return thrd_result(
-        pthread_mutex_timedlock(reinterpret_cast<pthread_mutex_t*>(mutex), deadline));
+    const RealDeadline real(deadline, CLOCK_REALTIME, CLOCK_REALTIME);
+    return next_mtx_timedlock(mutex, real.get());
 }
 
 } // namespace vb::shim

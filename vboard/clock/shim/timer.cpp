@@ -15,14 +15,11 @@
 namespace vb::shim {
 namespace {
 
-// glibc keeps incompatible versions of these from the time when a timer was an int.
-constexpr const char* kVersion = "GLIBC_2.34";
-constinit Next<int(clockid_t, sigevent*, timer_t*) noexcept> next_timer_create{"timer_create",
-                                                                               kVersion};
-constinit Next<int(timer_t) noexcept> next_timer_delete{"timer_delete", kVersion};
+constinit Next<int(clockid_t, sigevent*, timer_t*) noexcept> next_timer_create{"timer_create"};
+constinit Next<int(timer_t) noexcept> next_timer_delete{"timer_delete"};
 constinit Next<int(timer_t, int, const itimerspec*, itimerspec*) noexcept> next_timer_settime{
-    "timer_settime", kVersion};
-constinit Next<int(timer_t, itimerspec*) noexcept> next_timer_gettime{"timer_gettime", kVersion};
+    "timer_settime"};
+constinit Next<int(timer_t, itimerspec*) noexcept> next_timer_gettime{"timer_gettime"};
 
 [[gnu::constructor]] void look_up_timer() {
     look_up_all(next_timer_create, next_timer_delete, next_timer_settime, next_timer_gettime);

@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "board_clock.h"
+
+namespace {
+
+using vb::BoardClock;
+using vb::ClockRate;
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::int64_t kYear = 365 * 86'400 * kSecond;
+
+std::int64_t real_ns(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return now.tv_sec * kSecond + now.tv_nsec;
+}
+
+ClockRate rate_of(double speed) {
+    return {5 * kSecond, 7 * kSecond, 1'700'000'000 * kSecond,
+            static_cast<std::uint64_t>(speed * static_cast<double>(vb::kSpeedOne))};
+}
+
+class BoardClockTest : public testing::Test {
+  protected:
+    ~BoardClockTest() override { std::filesystem::remove(file_); }
+
+    const std::filesystem::path file_ =
+        std::filesystem::path(testing::TempDir()) / ("board_clock_" + std::to_string(::getpid()));
+};
+
+TEST_F(BoardClockTest, StartsEqualToRealTimeAtSpeedOne) {
+    const std::int64_t before = real_ns(CLOCK_MONOTONIC);
+    const BoardClock clock = BoardClock::create(file_);
+    const std::int64_t now = clock.now_ns();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, real_ns(CLOCK_MONOTONIC));
+    EXPECT_NEAR(static_cast<double>(clock.realtime_ns() - real_ns(CLOCK_REALTIME)), 0.0, 1e9);
+    EXPECT_EQ(clock.speed(), 1.0);
+}
+
+TEST_F(BoardClockTest, AReaderSeesTheOwnersTimeAndSpeed) {
+    BoardClock owner = BoardClock::create(file_);
+    const auto reader = BoardClock::open(file_);
+    ASSERT_TRUE(reader);
+    owner.set_speed(2500.0);
+    EXPECT_EQ(reader->speed(), 2500.0);
+    const std::int64_t before = owner.now_ns();
+    const std::int64_t now = reader->now_ns();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, owner.now_ns());
+}
+
+TEST_F(BoardClockTest, AdvancesBySpeedTimesRealTime) {
+    BoardClock clock = BoardClock::create(file_);
+    clock.set_speed(1000.0);
+    const std::int64_t outer_start = real_ns(CLOCK_MONOTONIC);
+    const std::int64_t start = clock.now_ns();
+    const std::int64_t inner_start = real_ns(CLOCK_MONOTONIC);
+    std::int64_t inner_end = inner_start;
+    while (inner_end < inner_start + 2'000'000) {
+        inner_end = real_ns(CLOCK_MONOTONIC);
+    }
+    const std::int64_t passed = clock.now_ns() - start;
+    const std::int64_t outer_end = real_ns(CLOCK_MONOTONIC);
+    EXPECT_GE(passed, (inner_end - inner_start) * 1000 - 1);
+    EXPECT_LE(passed, (outer_end - outer_start) * 1000 + 1);
+}
+
+TEST_F(BoardClockTest, NeverTurnsBackForAnyThreadWhileTheSpeedChanges) {
+    BoardClock owner = BoardClock::create(file_);
+    const auto reader = BoardClock::open(file_);
+    std::atomic<bool> done{false};
+    std::atomic<int> turned_back{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&] {
+            std::int64_t last = 0;
+            std::int64_t last_realtime = 0;
+            while (!done) {
+                const std::int64_t now = reader->now_ns();
+                const std::int64_t realtime = reader->realtime_ns();
+                turned_back += now < last || realtime < last_realtime ? 1 : 0;
+                last = now;
+                last_realtime = realtime;
+            }
+        });
+    }
+    const std::int64_t offset = owner.realtime_ns() - owner.now_ns();
+    for (int i = 0; i < 5000; ++i) {
+        owner.set_speed(i % 2 == 0 ? 100000.0 : 0.001);
+    }
+    done = true;
+    for (std::thread& thread : readers) {
+        thread.join();
+    }
+    EXPECT_EQ(turned_back, 0);
+    // Wall time and monotonic time moved together.
+    EXPECT_NEAR(static_cast<double>(owner.realtime_ns() - owner.now_ns()),
+                static_cast<double>(offset), 1e6);
+}
+
+TEST_F(BoardClockTest, ARealDeadlineIsTheFirstInstantThatReachesTheBoardTime) {
+    BoardClock clock = BoardClock::create(file_);
+    clock.set_speed(300.0);
+    const std::int64_t start = clock.now_ns();
+    const std::int64_t real = real_ns(CLOCK_MONOTONIC);
+    const std::int64_t deadline = clock.real_deadline_ns(start + kSecond);
+    EXPECT_LE(deadline, real + kSecond / 300 + 1);
+    while (real_ns(CLOCK_MONOTONIC) < deadline) {
+    }
+    EXPECT_GE(clock.now_ns(), start + kSecond);
+    EXPECT_EQ(clock.real_duration_ns(3), 1);
+    EXPECT_EQ(clock.board_duration_ns(2), 600);
+}
+
+TEST_F(BoardClockTest, RefusesSpeedsOutOfRangeAndReadersThatSetIt) {
+    BoardClock owner = BoardClock::create(file_);
+    for (const double speed :
+         {0.0, -1.0, 0.0009, 100001.0, std::numeric_limits<double>::quiet_NaN(),
+          std::numeric_limits<double>::infinity()}) {
+        EXPECT_THROW(owner.set_speed(speed), std::invalid_argument) << speed;
+    }
+    owner.set_speed(0.001);
+    EXPECT_NEAR(owner.speed(), 0.001, 1e-9);
+    owner.set_speed(100000.0);
+    EXPECT_EQ(owner.speed(), 100000.0);
+    EXPECT_THROW(BoardClock::open(file_)->set_speed(2.0), std::logic_error);
+    EXPECT_EQ(owner.speed(), 100000.0);
+}
+
+TEST_F(BoardClockTest, TakesNoOtherFileForAPage) {
+    EXPECT_FALSE(BoardClock::open(file_));
+    std::ofstream(file_) << "short";
+    EXPECT_FALSE(BoardClock::open(file_));
+    std::ofstream(file_) << std::string(sizeof(vb::ClockPage), 'x');
+    EXPECT_FALSE(BoardClock::open(file_));
+    EXPECT_THROW(BoardClock::create(file_), std::system_error);
+}
+
+TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
+    std::mt19937_64 random(1);
+    std::uniform_real_distribution<double> exponent(-3.0, 5.0);
+    std::uniform_int_distribution<std::int64_t> instant(-kYear, kYear);
+    for (int i = 0; i < 20000; ++i) {
+        const ClockRate rate = rate_of(std::pow(10.0, exponent(random)));
+        const std::int64_t board = instant(random) >> (i % 50);
+        const std::int64_t real = vb::real_when_board(rate, board);
+        if (real < std::numeric_limits<std::int64_t>::max() &&
+            real > std::numeric_limits<std::int64_t>::min()) {
+            ASSERT_GE(vb::board_at(rate, real), board);
+            ASSERT_LT(vb::board_at(rate, real - 1), board);
+        }
+        // A wait of the real span, begun at any instant, is never short.
+        const std::int64_t asked = std::abs(board);
+        const std::int64_t start = instant(random) / 1000;
+        const std::int64_t end = vb::saturated(start + vb::real_span(rate, asked));
+        if (end < std::numeric_limits<std::int64_t>::max()) {
+            ASSERT_GE(vb::board_at(rate, end) - vb::board_at(rate, start), asked);
+        }
+    }
+}
+
+TEST(ClockRateTest, KeepsExactOverYearsAndSaturatesBeyondTheEndOfTime) {
+    const ClockRate rate = rate_of(10000.0);
+    const std::int64_t real = 5 * kSecond + 8 * 86'400 * kSecond + 1; // 219 years of the board
+    EXPECT_EQ(vb::board_at(rate, real), 7 * kSecond + 80'000 * (86'400 * kSecond) + 10'000);
+    EXPECT_EQ(vb::board_at(rate, 100 * kYear), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(vb::board_at(rate, -100 * kYear), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(vb::real_when_board(rate_of(0.001), 200 * kYear),
+              std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(vb::real_when_board(rate, std::numeric_limits<std::int64_t>::max()) / kSecond,
+              5 + (std::numeric_limits<std::int64_t>::max() - 7 * kSecond) / 10000 / kSecond);
+}
+
+} // namespace
