@@ -64,7 +64,7 @@ void set_up(Board& board, const RunOptions& options) {
     }
     add_board_verbs(board);
     add_info_verb(board, options);
-    Mounts::add_placeholders(board.tree());
+    add_placeholders(board.tree());
     build_board(board, options.board_file);
     for (const std::string& fault : options.faults) {
         board.faults().add(fault);
@@ -72,19 +72,20 @@ void set_up(Board& board, const RunOptions& options) {
 }
 
 int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_control) {
-    Mounts mounts(fuse.get());
-    BoardClock clock = BoardClock::create(Mounts::hidden() + "/clock");
+    raise_scaffold(fuse.get());
+    BoardClock clock = BoardClock::create(fmt::format("{}/clock", kHiddenFolder));
     clock.set_speed(options.speed.value_or(1.0));
 
     // These live until the process ends: their threads are never joined.
     auto& board = *new Board(std::move(clock)); // NOLINT
     set_up(board, options);
-    auto& log = *new SyslogSocket(board, Mounts::hidden() + "/log"); // NOLINT
+    auto& log = *new SyslogSocket(board, fmt::format("{}/log", kHiddenFolder)); // NOLINT
     board.before_each_act([&log] { log.drain(); });
-    new FuseServer(board, fuse.release()); // NOLINT
-    mounts.settle();
-    raise_loopback();
 
+    Program program(options); // before the first thread
+    leave_scaffold();
+    raise_loopback();
+    new FuseServer(board, fuse.release()); // NOLINT
     auto& control = *new ControlServer(board); // NOLINT
     control.serve(listen_at(kInnerControlName));
     if (outer_control) {
@@ -93,10 +94,9 @@ int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_contr
     log.serve();
     board.start();
 
-    set_program_environment(options);
     board.act([&] { board.trace().add("program", {{"arguments", options.program}}); });
-    const pid_t program = start_program(options);
-    const int status = program < 0 ? -program : watch_over(program);
+    program.go();
+    const int status = watch_over(program.pid());
     board.act([&] { board.trace().add("exit", {{"status", status}}); });
     return status;
 }

@@ -1,24 +1,25 @@
 #include "run/mounts.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
+#include <sched.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <system_error>
 
-// While the board is being set up, /sys holds the scaffold:
-//   /sys/fuse   the board's tree (dev/ and sys/ in it)
-//   /sys/own    the hidden folder
-// At the end /sys/fuse/dev is mounted on /dev and /sys/fuse/sys on /sys, over the scaffold.
+// The scaffold is a file system in memory on /dev/shm:
+//   /dev/shm/fuse   the board's tree (dev/ and sys/ in it)
+//   /dev/shm/own    the hidden folder
+// At the end /dev/shm/fuse/sys is mounted on /sys and /dev/shm/fuse/dev on /dev, which hides it.
 
 namespace vb {
 
 namespace {
 
-constexpr char kScaffold[] = "/sys";
-constexpr char kTree[] = "/sys/fuse";
+constexpr char kScaffold[] = "/dev/shm";
+constexpr char kTree[] = "/dev/shm/fuse";
 
 constexpr std::array kRealDevices = {"null", "zero", "full", "random", "urandom", "tty"};
 constexpr char kCpu[] = "/sys/devices/system/cpu";
@@ -43,10 +44,6 @@ std::string in_tree(const std::string& path) {
     return kTree + path;
 }
 
-std::string path_of(const UniqueFd& fd) {
-    return fmt::format("/proc/self/fd/{}", fd.get());
-}
-
 // Programs on the board may look at the machine's settings, never change them.
 void protect(const char* path) {
     if (::mount(path, path, nullptr, MS_BIND | MS_REC, nullptr) == 0) {
@@ -56,24 +53,7 @@ void protect(const char* path) {
 
 } // namespace
 
-const std::string& Mounts::hidden() {
-    static const std::string path = "/sys/own";
-    return path;
-}
-
-Mounts::Mounts(int fuse_descriptor)
-    : cpu_(open(kCpu, O_PATH | O_CLOEXEC)), cgroup_(open(kCgroup, O_PATH | O_CLOEXEC)) {
-    mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE);
-    mount_or_fail("vboard", kScaffold, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
-    if (mkdir(kTree, 0755) != 0 || mkdir(hidden().c_str(), 0755) != 0) {
-        fail("mkdir");
-    }
-    mount_or_fail("vboard", kTree, "fuse", MS_NOSUID | MS_NODEV,
-                  fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other",
-                              fuse_descriptor));
-}
-
-void Mounts::add_placeholders(Tree& tree) {
+void add_placeholders(Tree& tree) {
     for (const char* device : kRealDevices) {
         tree.put(fmt::format("/dev/{}", device), std::make_shared<Placeholder>());
     }
@@ -90,23 +70,45 @@ void Mounts::add_placeholders(Tree& tree) {
     tree.put("/dev/stderr", std::make_shared<Symlink>("/proc/self/fd/2"));
 }
 
-void Mounts::settle() {
+void raise_scaffold(int fuse_descriptor) {
+    mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE);
+    mount_or_fail("vboard", kScaffold, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
+    if (mkdir(kTree, 0755) != 0 || mkdir(kHiddenFolder, 0755) != 0) {
+        fail("mkdir");
+    }
+    mount_or_fail("vboard", kTree, "fuse", MS_NOSUID | MS_NODEV,
+                  fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other",
+                              fuse_descriptor));
+}
+
+void leave_scaffold() {
+    if (umount2(kScaffold, MNT_DETACH) != 0) {
+        fail("umount");
+    }
+}
+
+void enter_own_mounts() {
+    if (unshare(CLONE_NEWNS) != 0) {
+        fail("unshare");
+    }
+}
+
+void settle_mounts() {
     for (const char* device : kRealDevices) {
         place(fmt::format("/dev/{}", device), in_tree(fmt::format("/dev/{}", device)));
     }
-    place(hidden() + "/log", in_tree("/dev/log"));
-    place(hidden() + "/clock", in_tree("/dev/vboard-clock"));
+    place(fmt::format("{}/log", kHiddenFolder), in_tree("/dev/log"));
+    place(fmt::format("{}/clock", kHiddenFolder), in_tree("/dev/vboard-clock"));
     mount_or_fail("devpts", in_tree("/dev/pts"), "devpts", MS_NOSUID | MS_NOEXEC,
                   "newinstance,ptmxmode=0666,mode=0620");
     mount_or_fail("shm", in_tree("/dev/shm"), "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
-    if (cpu_) {
-        place(path_of(cpu_), in_tree(kCpu), MS_REC);
+    for (const char* folder : {kCpu, kCgroup}) {
+        if (access(folder, F_OK) == 0) {
+            place(folder, in_tree(folder), MS_REC);
+        }
     }
-    if (cgroup_) {
-        place(path_of(cgroup_), in_tree(kCgroup), MS_REC);
-    }
-    place(in_tree("/dev"), "/dev", MS_REC);
     place(in_tree("/sys"), "/sys", MS_REC);
+    place(in_tree("/dev"), "/dev", MS_REC);
     mount_or_fail("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
     protect("/proc/sys");
     protect("/proc/sysrq-trigger");

@@ -1,31 +1,35 @@
 #pragma once
-// The mounts of a board. They are made in the board's own mount namespace and go with it.
+// The mounts of a board.
+//
+// The board's programs have a mount namespace of their own. The server stays outside of it, with
+// the machine's real /dev and /sys: a server that opened a file of its own file system (as the C
+// library does unasked, to count processors) would wait for itself.
 
 #include "core/board.h"
-#include "core/unique_fd.h"
 
 #include <string>
 
 namespace vb {
 
-class Mounts {
-  public:
-    // Lays out the hidden folder that everything else is mounted from, and mounts the FUSE
-    // descriptor in it. std::system_error names what failed.
-    explicit Mounts(int fuse_descriptor);
+// --- the server's part ---
 
-    // A folder of the board's own, in memory, that no program on it sees.
-    static const std::string& hidden();
+// A folder in memory that only server and mounts see.
+inline constexpr char kHiddenFolder[] = "/dev/shm/own";
 
-    // Gives the board's tree the files and folders that the real system will be mounted on.
-    static void add_placeholders(Tree& tree);
+// Gives the board's tree the files and folders that the real system will be mounted on.
+void add_placeholders(Tree& tree);
 
-    // Call once the FUSE descriptor is served: puts everything in its place.
-    void settle();
+// Lays out the scaffold, with the FUSE descriptor mounted in it. Each of these throws a
+// std::system_error that names what failed.
+void raise_scaffold(int fuse_descriptor);
+// Call once the programs' side has its own copy.
+void leave_scaffold();
 
-  private:
-    UniqueFd cpu_;    // the real /sys/devices/system/cpu
-    UniqueFd cgroup_; // the real /sys/fs/cgroup
-};
+// --- the programs' part ---
+
+// Moves this process into a mount namespace of its own, scaffold included.
+void enter_own_mounts();
+// Call once the FUSE descriptor is served: puts everything in its place.
+void settle_mounts();
 
 } // namespace vb

@@ -2,9 +2,12 @@
 
 #include "core/local_socket.h"
 #include "run/exit_codes.h"
+#include "run/mounts.h"
 
 #include <fmt/format.h>
-#include <spawn.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 namespace vb {
 
@@ -21,14 +25,10 @@ namespace fs = std::filesystem;
 
 constexpr char kClockLibrary[] = "libvboard_clock.so";
 
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
 void prepend(const char* name, const std::string& first, const char* separator) {
-    const std::string rest = environment(name);
-    setenv(name, (rest.empty() ? first : first + separator + rest).c_str(), 1);
+    const char* rest = std::getenv(name);
+    const bool alone = rest == nullptr || *rest == '\0';
+    setenv(name, (alone ? first : first + separator + rest).c_str(), 1);
 }
 
 fs::path own_folder() {
@@ -47,25 +47,9 @@ std::string clock_library() {
     return "";
 }
 
-struct SpawnAttributes {
-    posix_spawnattr_t value{};
-    SpawnAttributes() { posix_spawnattr_init(&value); }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&value); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-};
-
-struct SpawnActions {
-    posix_spawn_file_actions_t value{};
-    SpawnActions() { posix_spawn_file_actions_init(&value); }
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&value); }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-};
-
-} // namespace
-
-void set_program_environment(const RunOptions& options) {
+// What makes a program's calls land on the board: where it finds `vboard` and the tools beside it,
+// the control socket, and the clock.
+void set_environment(const RunOptions& options) {
     setenv("VBOARD_CONTROL", kInnerControlName, 1);
     for (const char* sibling : {"../examples", "../halctl", "."}) {
         const fs::path folder = fs::weakly_canonical(own_folder() / sibling);
@@ -73,6 +57,8 @@ void set_program_environment(const RunOptions& options) {
             prepend("PATH", folder, ":");
         }
     }
+    // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the program.
+    prepend("ASAN_OPTIONS", "use_sigaltstack=0", ":");
     if (options.speed) {
         setenv("VBOARD_CLOCK", "/dev/vboard-clock", 1);
         prepend("LD_PRELOAD", clock_library(), ":");
@@ -81,37 +67,98 @@ void set_program_environment(const RunOptions& options) {
     }
 }
 
-pid_t start_program(const RunOptions& options) {
-    SpawnAttributes attributes;
-    SpawnActions actions;
-    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+// What no program on a board may do to the machine, root or not: set its clock, load kernel
+// modules, reach its ports.
+void drop_machine_rights() {
+    for (const int right : {CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO}) {
+        prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
+    }
+}
+
+// Job control needs a process group that is the terminal's, and that the shell can see.
+void take_terminal() {
+    if (isatty(STDIN_FILENO) != 0) {
+        std::signal(SIGTTOU, SIG_IGN);
+        setpgid(0, 0);
+        tcsetpgrp(STDIN_FILENO, getpgrp());
+    }
+}
+
+void reset_signals() {
     sigset_t none;
     sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes.value, &none);
-    sigset_t all;
-    sigfillset(&all);
-    posix_spawnattr_setsigdefault(&attributes.value, &all);
-    if (options.interactive && isatty(STDIN_FILENO) != 0) {
-        // Job control needs a process group that is the terminal's, and that the shell can see.
-        posix_spawnattr_setpgroup(&attributes.value, 0);
-        flags = static_cast<short>(flags | POSIX_SPAWN_SETPGROUP);
-        posix_spawn_file_actions_addtcsetpgrp_np(&actions.value, STDIN_FILENO);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        std::signal(signal, SIG_DFL);
     }
-    posix_spawnattr_setflags(&attributes.value, flags);
+}
 
+[[noreturn]] void become(const std::vector<std::string>& program) {
     std::vector<char*> arguments;
-    for (const std::string& argument : options.program) {
+    for (const std::string& argument : program) {
         arguments.push_back(const_cast<char*>(argument.c_str())); // NOLINT: only read
     }
     arguments.push_back(nullptr);
-    pid_t program = 0;
-    const int error = posix_spawnp(&program, arguments[0], &actions.value, &attributes.value,
-                                   arguments.data(), environ);
-    if (error != 0) {
-        fmt::print(stderr, "vboard: {}: {}\n", options.program[0], std::strerror(error));
-        return error == ENOENT ? -kExitNotFound : -kExitCannotRun;
+    execvp(arguments[0], arguments.data());
+    const int error = errno;
+    fmt::print(stderr, "vboard: {}: {}\n", program[0], std::strerror(error));
+    _exit(error == ENOENT ? kExitNotFound : kExitCannotRun);
+}
+
+bool pass(const UniqueFd& gate) {
+    const char token = 0;
+    return write(gate.get(), &token, 1) == 1;
+}
+
+bool wait_at(const UniqueFd& gate) {
+    char token = 0;
+    return read(gate.get(), &token, 1) == 1;
+}
+
+[[noreturn]] void enter_board(const RunOptions& options, const UniqueFd& gate) {
+    try {
+        enter_own_mounts();
+        if (!pass(gate) || !wait_at(gate)) {
+            _exit(kExitUnavailable); // the server has said why
+        }
+        settle_mounts();
+        set_environment(options);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "vboard: {}\n", error.what());
+        _exit(kExitUnavailable);
     }
-    return program;
+    drop_machine_rights();
+    if (options.interactive) {
+        take_terminal();
+    }
+    reset_signals();
+    become(options.program);
+}
+
+} // namespace
+
+Program::Program(const RunOptions& options) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    }
+    gate_ = UniqueFd(ends[0]);
+    const UniqueFd inner(ends[1]);
+    pid_ = fork();
+    if (pid_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (pid_ == 0) {
+        gate_.reset();
+        enter_board(options, inner);
+    }
+    // No answer means that it is ending, and watching over it will show how.
+    wait_at(gate_);
+}
+
+void Program::go() {
+    pass(gate_);
+    gate_.reset();
 }
 
 } // namespace vb

@@ -1,17 +1,28 @@
 #pragma once
-// The program on the board.
+// The program on the board: a process that is made before the server has threads, waits until the
+// board is there, enters it and becomes the program.
 
+#include "core/unique_fd.h"
 #include "run/launcher.h"
 
 #include <sys/types.h>
 
 namespace vb {
 
-// The environment that makes a program's calls land on the board: where it finds `vboard` and the
-// tools beside it, the control socket, and the clock.
-void set_program_environment(const RunOptions& options);
+class Program {
+  public:
+    // Makes the process; it has its own copy of the mounts when this returns.
+    // std::system_error where it cannot.
+    explicit Program(const RunOptions& options);
 
-// Starts it. Returns its process number, or minus the exit code that says why not.
-pid_t start_program(const RunOptions& options);
+    // Lets it enter the board.
+    void go();
+
+    pid_t pid() const { return pid_; }
+
+  private:
+    pid_t pid_ = 0;
+    UniqueFd gate_;
+};
 
 } // namespace vb

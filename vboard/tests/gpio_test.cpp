@@ -50,9 +50,9 @@ class GpioModel : public BoardTest {
         return poll(&ready, 1, milliseconds) == 1;
     }
     static Value next_event(const UniqueFd& fd) {
-        Value event{99, 99};
-        EXPECT_EQ(read(fd.get(), event.data(), 100), 8);
-        return event;
+        std::array<std::uint32_t, 25> buffer{}; // room for more than one
+        EXPECT_EQ(read(fd.get(), buffer.data(), sizeof buffer), 8);
+        return {buffer[0], buffer[1]};
     }
     void follow_edges(const UniqueFd& fd, std::uint32_t line, std::uint32_t trigger) {
         EXPECT_EQ(configure(fd, {line, {}, 0, trigger, 1, 0}), 0);
