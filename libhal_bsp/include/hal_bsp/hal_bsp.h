@@ -20,12 +20,14 @@
  * type is deferred, which is how every thread starts. A function whose comment says that it is
  * not a cancellation point is always completed.
  *
- * Records and objects hold plain fixed-width fields in the order shown. An exported state object is there to be looked at; the library alone writes it.
+ * Records and objects hold plain fixed-width fields in the order shown. An exported state object
+ * (hal_gpio_info and its like) is there to be looked at; the library alone writes it.
  */
 #ifndef HAL_BSP_HAL_BSP_H
 #define HAL_BSP_HAL_BSP_H
 
 #include <hal_bsp/export.h>
+#include <hal_bsp/gpio.h>
 #include <hal_bsp/log.h>
 
 #endif
