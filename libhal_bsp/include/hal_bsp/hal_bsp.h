@@ -1,0 +1,33 @@
+/*
+ * The whole interface of libhal_bsp, the board-support library: include this one.
+ *
+ * Usable from C99 and C++. The library has no start-up call and no main loop: each module is
+ * started by its own init call and stopped by its deinit call, in the order the application
+ * chooses. No C++ exception leaves any function.
+ *
+ * Words about threads that the comments of every header use:
+ *
+ *   any thread                may be called from any thread, by several at the same time.
+ *   one thread at a time      may be called from any thread, but the application sees to it
+ *                             that no two calls of the functions so marked overlap.
+ *   listener thread           a thread that the library starts in a module's init call and ends
+ *                             in its deinit call; the module's callbacks run on it and on no
+ *                             other. The module hears nothing while a callback runs, so a
+ *                             callback should return quickly. Records passed to a callback are
+ *                             valid until it returns.
+ *
+ * Threads that call the library may be cancelled (pthread_cancel) as long as their cancellation
+ * type is deferred, which is how every thread starts. A function whose comment says that it is
+ * not a cancellation point is always completed.
+ *
+ * Records and objects hold plain fixed-width fields in the order shown. An exported state object
+ * (hal_gpio_info and its like) is there to be looked at; the library alone writes it.
+ */
+#ifndef HAL_BSP_HAL_BSP_H
+#define HAL_BSP_HAL_BSP_H
+
+#include <hal_bsp/export.h>
+#include <hal_bsp/gpio.h>
+#include <hal_bsp/log.h>
+
+#endif

@@ -1,0 +1,39 @@
+#!/bin/sh
+# What the library offers and what it needs, asked of the file itself.
+# Usage: surface_test.sh LIBRARY MAP HEADER_DIR SYMBOLS SANITIZERS
+set -eu
+library=$1 map=$2 headers=$3 symbols=$4 sanitizers=$5
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export LC_ALL=C
+failed=0
+
+# compare WHAT EXPECTED ACTUAL
+compare() {
+    if ! diff -u --label "expected" --label "$1" "$2" "$3"; then
+        failed=1
+    fi
+}
+
+sort "$symbols" > "$work/symbols"
+cut -d' ' -f1 "$work/symbols" > "$work/names"
+
+nm -D --defined-only "$library" | awk '{print $3, $2}' | sort > "$work/library"
+compare "symbols of the library" "$work/symbols" "$work/library"
+
+sed -n 's/^ *\([A-Za-z_][A-Za-z_0-9]*\);$/\1/p' "$map" | sort > "$work/map"
+compare "names in the version script" "$work/names" "$work/map"
+
+grep -hv '^#' "$headers"/*.h | tr '\n' ' ' | grep -oE 'HAL_API [^;(]*[;(]' |
+    sed -E 's/\[[^]]*\]//; s/[;(]$//; s/.*[ *]//' | sort > "$work/headers"
+compare "names marked in the headers" "$work/names" "$work/headers"
+
+readelf -d "$library" > "$work/dynamic"
+if ! grep -q 'SONAME.*\[libhal_bsp\.so\.1\]' "$work/dynamic"; then
+    echo "the SONAME is not libhal_bsp.so.1" && failed=1
+fi
+if [ -z "$sanitizers" ] && sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' "$work/dynamic" |
+    grep -vE '^(lib(c|m|stdc\+\+|gcc_s|z|crypto)\.so\.|ld-linux)'; then
+    echo "^ needed, but not to be" && failed=1
+fi
+exit $failed
