@@ -16,7 +16,7 @@ endfunction()
 function(hal_plain_test name)
   _hal_test_program(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE GTest::gtest_main)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 60)
 endfunction()
 
@@ -27,6 +27,6 @@ function(hal_board_test name)
   add_dependencies(${name} vboard vboard_clock)
   set_target_properties(${name} PROPERTIES
     CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;--speed;1;--")
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 60)
 endfunction()

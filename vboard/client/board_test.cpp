@@ -27,14 +27,12 @@ void keep_trace(const std::vector<Json>& trace) {
     const std::filesystem::path folder = "failed";
     std::error_code ignored;
     std::filesystem::create_directory(folder, ignored);
-    const auto path =
-        folder / fmt::format("{}.{}.trace", test->test_suite_name(), test->name());
+    const auto path = folder / fmt::format("{}.{}.trace", test->test_suite_name(), test->name());
     std::ofstream file(path);
     for (const Json& event : trace) {
         file << event.dump() << '\n';
     }
-    std::fprintf(stderr, "the trace of the board: %s\n",
-                 std::filesystem::absolute(path).c_str());
+    std::fprintf(stderr, "the trace of the board: %s\n", std::filesystem::absolute(path).c_str());
 }
 
 // A thread that was joined may stand in the process's list a moment longer.
@@ -72,8 +70,7 @@ void BoardTest::TearDown() {
 }
 
 std::vector<Json> BoardTest::events(const Json& match) {
-    return board_.ask("trace.read", {{"since", since_}, {"match", match}})
-        .get<std::vector<Json>>();
+    return board_.ask("trace.read", {{"since", since_}, {"match", match}}).get<std::vector<Json>>();
 }
 
 Json BoardTest::expect_event(const Json& match) {
@@ -104,8 +101,7 @@ std::vector<std::string> BoardTest::logged(const std::string& level) {
 }
 
 void BoardTest::sweep(const std::string& node, const std::string& error,
-                      const std::function<void()>& run,
-                      const std::function<void(bool)>& check) {
+                      const std::function<void()>& run, const std::function<void(bool)>& check) {
     constexpr unsigned kFarTooMany = 10'000;
     for (unsigned failing = 1; failing < kFarTooMany; ++failing) {
         SCOPED_TRACE(fmt::format("call {} on {} fails with {}", failing, node, error));

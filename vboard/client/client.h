@@ -31,9 +31,9 @@ class Client {
     // Asks a verb that follows, calls `started` once nothing is missed any more, then `on_event`
     // with each event until it returns false or the board is gone. Nothing else can be asked on
     // this connection afterwards.
-    void follow(const std::string& verb, Json arguments,
-                const std::function<bool(const Json&)>& on_event,
-                const std::function<void()>& started = [] {});
+    void follow(
+        const std::string& verb, Json arguments, const std::function<bool(const Json&)>& on_event,
+        const std::function<void()>& started = [] {});
 
     // The first event after number `since` that has all of `match`; none when `limit` real time
     // has passed.

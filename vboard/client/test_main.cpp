@@ -32,10 +32,10 @@ class HowToRunAlone : public testing::EmptyTestEventListener {
 
 // Shows where every thread of a hanging test stands, then lets the runner end it.
 void show_stacks() {
-    const std::string command = fmt::format(
-        "gdb --batch -p {} -ex 'thread apply all backtrace' >&2 2>/dev/null || "
-        "grep . /proc/{}/task/*/comm /proc/{}/task/*/wchan >&2",
-        getpid(), getpid(), getpid());
+    const std::string command =
+        fmt::format("gdb --batch -p {} -ex 'thread apply all backtrace' >&2 2>/dev/null || "
+                    "grep . /proc/{}/task/*/comm /proc/{}/task/*/wchan >&2",
+                    getpid(), getpid(), getpid());
     if (std::system(command.c_str()) != 0) { // NOLINT: a fixed command of the tests' own
         fmt::print(stderr, "no stacks to be had\n");
     }

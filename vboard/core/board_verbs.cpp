@@ -20,10 +20,10 @@ void list_nodes(const Directory& directory, const std::string& path, Json& nodes
 }
 
 void add_clock_verbs(Board& board) {
-    board.verbs().add({"clock.show", {}, "board time and speed", [&board](const Json&) -> Json {
-                           return {{"seconds", static_cast<double>(board.now()) / 1e9},
-                                   {"speed", board.speed()}};
-                       }});
+    board.verbs().add(
+        {"clock.show", {}, "board time and speed", [&board](const Json&) -> Json {
+             return {{"seconds", static_cast<double>(board.now()) / 1e9}, {"speed", board.speed()}};
+         }});
     board.verbs().add({"clock.speed",
                        {{"factor", Type::number}},
                        "let board time run this much faster than real time",
@@ -41,22 +41,28 @@ void add_fault_verbs(Board& board) {
                [&board](const Json& arguments) -> Json {
                    return {{"id", board.faults().add(arguments["fault"].get<std::string>())}};
                }});
-    verbs.add({"fault.list", {}, "the faults, and how often each has struck",
-               [&board](const Json&) { return board.faults().list(); }});
-    verbs.add({"fault.remove", {{"id"}}, "take one fault away",
-               [&board](const Json& arguments) -> Json {
-                   board.faults().remove(arguments["id"].get<int>());
-                   return {};
-               }});
+    verbs.add(
+        {"fault.list", {}, "the faults, and how often each has struck", [&board](const Json&) {
+             return board.faults().list();
+         }});
+    verbs.add(
+        {"fault.remove", {{"id"}}, "take one fault away", [&board](const Json& arguments) -> Json {
+             board.faults().remove(arguments["id"].get<int>());
+             return {};
+         }});
     verbs.add({"fault.clear", {}, "take all faults away", [&board](const Json&) -> Json {
                    board.faults().clear();
                    return {};
                }});
-    verbs.add({"fault.held", {{"tag", Type::text}}, "how many calls a hold keeps",
+    verbs.add({"fault.held",
+               {{"tag", Type::text}},
+               "how many calls a hold keeps",
                [&board](const Json& arguments) -> Json {
                    return board.transfers().held(arguments["tag"].get<std::string>());
                }});
-    verbs.add({"fault.release", {{"tag", Type::text}}, "let held calls go on",
+    verbs.add({"fault.release",
+               {{"tag", Type::text}},
+               "let held calls go on",
                [&board](const Json& arguments) -> Json {
                    return board.transfers().release(arguments["tag"].get<std::string>());
                }});
@@ -88,7 +94,9 @@ void add_node_verbs(Board& board) {
                    }
                    return {};
                }});
-    verbs.add({"node.opens", {{"path", Type::text}}, "how often a node is open now",
+    verbs.add({"node.opens",
+               {{"path", Type::text}},
+               "how often a node is open now",
                [&board, path_of](const Json& arguments) -> Json {
                    return board.transfers().open_count(path_of(arguments));
                }});
@@ -103,21 +111,22 @@ Json pattern_of(const Json& arguments) {
 }
 
 void add_trace_verbs(Board& board) {
-    board.verbs().add({"trace.last", {}, "the number of the newest event",
-                       [&board](const Json&) -> Json { return board.trace().last(); }});
+    board.verbs().add(
+        {"trace.last", {}, "the number of the newest event", [&board](const Json&) -> Json {
+             return board.trace().last();
+         }});
     board.verbs().add({"trace.follow",
                        {{"kind", Type::text, true}},
                        "every event from now on, of one kind or all",
                        pattern_of,
                        true});
-    board.verbs().add(
-        {"trace.read",
-         {{"since", Type::integer, true}, {"kind", Type::text, true}},
-         "the events after a number, of one kind or all",
-         [&board](const Json& arguments) -> Json {
-             return board.trace().after(arguments.value("since", std::uint64_t{0}),
-                                        pattern_of(arguments));
-         }});
+    board.verbs().add({"trace.read",
+                       {{"since", Type::integer, true}, {"kind", Type::text, true}},
+                       "the events after a number, of one kind or all",
+                       [&board](const Json& arguments) -> Json {
+                           return board.trace().after(arguments.value("since", std::uint64_t{0}),
+                                                      pattern_of(arguments));
+                       }});
     board.verbs().add({"trace.note",
                        {{"text", Type::text}},
                        "write a remark into the trace",

@@ -19,8 +19,7 @@ bool CallerMemory::read(std::uint64_t address, std::span<std::uint8_t> into) con
     }
     const iovec local{into.data(), into.size()};
     const iovec remote = vector_of(address, into.size());
-    return process_vm_readv(thread_, &local, 1, &remote, 1, 0) ==
-           static_cast<ssize_t>(into.size());
+    return process_vm_readv(thread_, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(into.size());
 }
 
 bool CallerMemory::write(std::uint64_t address, ByteView bytes) const {

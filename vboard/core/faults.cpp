@@ -159,8 +159,7 @@ bool Faults::Rule::covers(const std::string& struck_node, Operation struck_opera
     if (operation && *operation != struck_operation) {
         return false;
     }
-    if (!request.empty() && request != struck_request &&
-        request != fmt::format("{:#x}", code)) {
+    if (!request.empty() && request != struck_request && request != fmt::format("{:#x}", code)) {
         return false;
     }
     return fnmatch(node.c_str(), struck_node.c_str(), 0) == 0;

@@ -38,12 +38,12 @@ struct FaultAction {
     enum class Kind { fail, delay, hold, garble, shorten, vanish };
 
     Kind kind = Kind::fail;
-    int error = 0;               // fail
-    std::int64_t delay_ns = 0;   // delay
-    std::size_t size = 0;        // shorten
-    std::string tag;             // hold
-    std::uint64_t noise = 0;     // garble: which bits
-    std::string text;            // as it was written, for the trace
+    int error = 0;             // fail
+    std::int64_t delay_ns = 0; // delay
+    std::size_t size = 0;      // shorten
+    std::string tag;           // hold
+    std::uint64_t noise = 0;   // garble: which bits
+    std::string text;          // as it was written, for the trace
 };
 
 // An errno's name for its number and back; "E42" where there is none.

@@ -204,15 +204,14 @@ void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
         auto transfer = std::make_shared<OpenTransfer>(call, node);
         // Weak: the answer belongs to the transfer, and must not keep it alive.
         const std::weak_ptr<OpenTransfer> opened = transfer;
-        transfer->on_answer(
-            [request, &server, file = *info, opened](const Outcome& outcome) {
-                const auto transfer_now = opened.lock();
-                if (outcome.kind == Outcome::Kind::failed || !transfer_now) {
-                    fuse_reply_err(request, outcome.error);
-                } else {
-                    answer_open(server, request, file, transfer_now->open());
-                }
-            });
+        transfer->on_answer([request, &server, file = *info, opened](const Outcome& outcome) {
+            const auto transfer_now = opened.lock();
+            if (outcome.kind == Outcome::Kind::failed || !transfer_now) {
+                fuse_reply_err(request, outcome.error);
+            } else {
+                answer_open(server, request, file, transfer_now->open());
+            }
+        });
         return transfer;
     });
 }

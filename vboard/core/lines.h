@@ -17,7 +17,9 @@ class LineBank {
     using Reporter = std::function<void(unsigned line, bool level, const char* by)>;
 
     LineBank(std::string name, unsigned count, Reporter reporter)
-        : name_(std::move(name)), levels_(count, false), line_watchers_(count),
+        : name_(std::move(name)),
+          levels_(count, false),
+          line_watchers_(count),
           reporter_(std::move(reporter)) {}
 
     const std::string& name() const { return name_; }

@@ -19,7 +19,8 @@ constexpr std::size_t kLargestMessage = 256 * 1024;
 } // namespace
 
 SyslogSocket::SyslogSocket(Board& board, const std::string& path)
-    : board_(board), socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+    : board_(board),
+      socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       buffer_(kLargestMessage) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -23,9 +23,8 @@ void Transfers::start(std::uint64_t id, const std::shared_ptr<Transfer>& transfe
 
 // Lets a fault have its way. True where the call is not to be attempted now.
 bool Transfers::strike(const std::shared_ptr<Transfer>& transfer) {
-    const auto action =
-        board_.faults().strike(transfer->path(), transfer->operation(), transfer->request_name(),
-                               transfer->request_code());
+    const auto action = board_.faults().strike(transfer->path(), transfer->operation(),
+                                               transfer->request_name(), transfer->request_code());
     if (!action) {
         return false;
     }

@@ -88,7 +88,9 @@ class ReadTransfer : public Transfer {
   public:
     ReadTransfer(pid_t thread, std::shared_ptr<OpenFile> open, std::size_t size,
                  std::uint64_t offset, bool nonblocking)
-        : Transfer(thread, open->path, open), size_(size), offset_(offset),
+        : Transfer(thread, open->path, open),
+          size_(size),
+          offset_(offset),
           nonblocking_(nonblocking) {}
     Operation operation() const override { return Operation::read; }
     Outcome attempt(Board& board) override;
@@ -105,7 +107,9 @@ class WriteTransfer : public Transfer {
   public:
     WriteTransfer(pid_t thread, std::shared_ptr<OpenFile> open, Bytes data, std::uint64_t offset,
                   bool nonblocking)
-        : Transfer(thread, open->path, open), data_(std::move(data)), offset_(offset),
+        : Transfer(thread, open->path, open),
+          data_(std::move(data)),
+          offset_(offset),
           nonblocking_(nonblocking) {}
     Operation operation() const override { return Operation::write; }
     Outcome attempt(Board& board) override;

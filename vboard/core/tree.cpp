@@ -49,8 +49,7 @@ Tree::Tree() : root_(std::make_shared<Directory>()) {}
 
 std::shared_ptr<Entry> Tree::find(std::string_view path) const {
     std::shared_ptr<Entry> entry = root_;
-    for (std::string_view name = next_component(path); !name.empty();
-         name = next_component(path)) {
+    for (std::string_view name = next_component(path); !name.empty(); name = next_component(path)) {
         const auto* directory = dynamic_cast<const Directory*>(entry.get());
         entry = directory == nullptr ? nullptr : directory->find(name);
     }
@@ -59,8 +58,7 @@ std::shared_ptr<Entry> Tree::find(std::string_view path) const {
 
 Directory& Tree::make_directories(std::string_view path) {
     Directory* directory = root_.get();
-    for (std::string_view name = next_component(path); !name.empty();
-         name = next_component(path)) {
+    for (std::string_view name = next_component(path); !name.empty(); name = next_component(path)) {
         auto* below = dynamic_cast<Directory*>(directory->find(name).get());
         if (below == nullptr) {
             auto made = std::make_shared<Directory>();

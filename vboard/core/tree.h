@@ -30,8 +30,7 @@ class Entry {
 
 class Symlink : public Entry {
   public:
-    explicit Symlink(std::string target)
-        : Entry(S_IFLNK | 0777), target_(std::move(target)) {}
+    explicit Symlink(std::string target) : Entry(S_IFLNK | 0777), target_(std::move(target)) {}
     const std::string& target() const { return target_; }
 
   private:

@@ -65,8 +65,10 @@ Json Verbs::describe() const {
                                  {"type", name_of(argument.type)},
                                  {"optional", argument.optional}});
         }
-        all.push_back({{"verb", name}, {"arguments", arguments},
-                       {"help", verb.help}, {"follows", verb.follows}});
+        all.push_back({{"verb", name},
+                       {"arguments", arguments},
+                       {"help", verb.help},
+                       {"follows", verb.follows}});
     }
     return all;
 }

@@ -67,9 +67,8 @@ struct Line {
     std::uint32_t param = 0;
 
     bool fires_on(bool level) const {
-        return interrupt &&
-               (trigger == kBoth || (trigger == kRising && level) ||
-                (trigger == kFalling && !level));
+        return interrupt && (trigger == kBoth || (trigger == kRising && level) ||
+                             (trigger == kFalling && !level));
     }
 };
 
@@ -182,8 +181,10 @@ bool GpioFile::push(const ValueRecord& event) {
 // --- the driver ---
 
 Gpio::Gpio(Board& board, Settings& settings)
-    : board_(board), node_(settings.get<std::string>("node", "/dev/drvgpio")),
-      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))), lines_(bank_.count()) {
+    : board_(board),
+      node_(settings.get<std::string>("node", "/dev/drvgpio")),
+      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))),
+      lines_(bank_.count()) {
     const Json levels = settings.get<Json>("levels", Json::object());
     for (const auto& [key, level] : levels.items()) {
         const unsigned line = Settings(Json{{"line", key}}, "levels").number("line", 0, 65535);
@@ -285,14 +286,10 @@ unsigned Gpio::outside_line(const Json& arguments) const {
 
 Json Gpio::show(unsigned number) const {
     const Line& line = lines_[number];
-    return {{"line", number},
-            {"configured", line.configured},
-            {"label", line.label},
-            {"direction", line.output ? "out" : "in"},
-            {"trigger", line.trigger},
-            {"interrupt", line.interrupt},
-            {"param", line.param},
-            {"level", bank_.level(number) ? 1 : 0}};
+    return {{"line", number},          {"configured", line.configured},
+            {"label", line.label},     {"direction", line.output ? "out" : "in"},
+            {"trigger", line.trigger}, {"interrupt", line.interrupt},
+            {"param", line.param},     {"level", bank_.level(number) ? 1 : 0}};
 }
 
 void Gpio::add_verbs() {

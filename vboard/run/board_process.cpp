@@ -50,7 +50,9 @@ int watch_over(pid_t program) {
 }
 
 void add_info_verb(Board& board, const RunOptions& options) {
-    board.verbs().add({"board.info", {}, "what runs on this board, and its clock",
+    board.verbs().add({"board.info",
+                       {},
+                       "what runs on this board, and its clock",
                        [&board, &options](const Json&) -> Json {
                            return {{"program", options.program},
                                    {"seconds", static_cast<double>(board.now()) / 1e9},
@@ -85,7 +87,7 @@ int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_contr
     Program program(options); // before the first thread
     leave_scaffold();
     raise_loopback();
-    new FuseServer(board, fuse.release()); // NOLINT
+    new FuseServer(board, fuse.release());     // NOLINT
     auto& control = *new ControlServer(board); // NOLINT
     control.serve(listen_at(kInnerControlName));
     if (outer_control) {

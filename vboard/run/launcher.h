@@ -8,12 +8,12 @@
 namespace vb {
 
 struct RunOptions {
-    std::string board_file;        // the text of the board file
-    std::optional<double> speed;   // board seconds a real second; unset: programs keep real time
-    std::string trace_path;        // empty: the trace is kept in memory only
+    std::string board_file;      // the text of the board file
+    std::optional<double> speed; // board seconds a real second; unset: programs keep real time
+    std::string trace_path;      // empty: the trace is kept in memory only
     std::vector<std::string> faults;
     std::vector<std::string> program;
-    bool interactive = false;      // the program takes the terminal over, as a shell does
+    bool interactive = false; // the program takes the terminal over, as a shell does
 };
 
 // Returns the exit status to pass on. Says on standard error what is missing where it cannot.

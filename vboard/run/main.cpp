@@ -22,7 +22,8 @@ struct RunArguments {
 };
 
 void add_run_options(CLI::App& command, RunArguments& arguments) {
-    command.add_option("--board", arguments.board_path, "Board file; the standard board if not said")
+    command
+        .add_option("--board", arguments.board_path, "Board file; the standard board if not said")
         ->check(CLI::ExistingFile);
     command
         .add_option("--speed", arguments.options.speed,
@@ -50,7 +51,9 @@ int run(RunArguments& arguments) {
 CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
     CLI::App* command = app.add_subcommand("run", "Run a program on a board of its own");
     add_run_options(*command, arguments);
-    command->add_option("PROGRAM", arguments.options.program, "The program and its arguments, after --")
+    command
+        ->add_option("PROGRAM", arguments.options.program,
+                     "The program and its arguments, after --")
         ->required();
     command->footer("Example:\n  vboard run --speed 100 -- sh -c 'date; sleep 100; date'");
     return command;

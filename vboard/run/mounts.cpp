@@ -76,9 +76,9 @@ void raise_scaffold(int fuse_descriptor) {
     if (mkdir(kTree, 0755) != 0 || mkdir(kHiddenFolder, 0755) != 0) {
         fail("mkdir");
     }
-    mount_or_fail("vboard", kTree, "fuse", MS_NOSUID | MS_NODEV,
-                  fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other",
-                              fuse_descriptor));
+    mount_or_fail(
+        "vboard", kTree, "fuse", MS_NOSUID | MS_NODEV,
+        fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other", fuse_descriptor));
 }
 
 void leave_scaffold() {

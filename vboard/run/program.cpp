@@ -57,7 +57,8 @@ void set_environment(const RunOptions& options) {
             prepend("PATH", folder, ":");
         }
     }
-    // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the program.
+    // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the
+    // program.
     prepend("ASAN_OPTIONS", "use_sigaltstack=0", ":");
     if (options.speed) {
         setenv("VBOARD_CLOCK", "/dev/vboard-clock", 1);

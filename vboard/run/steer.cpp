@@ -58,8 +58,8 @@ std::string usage_of(const Json& verb) {
     usage[usage.find('.')] = ' ';
     for (const Json& argument : verb["arguments"]) {
         const auto name = argument["name"].get<std::string>();
-        usage += argument["optional"] == true ? fmt::format(" [{}]", name)
-                                              : fmt::format(" <{}>", name);
+        usage +=
+            argument["optional"] == true ? fmt::format(" [{}]", name) : fmt::format(" <{}>", name);
     }
     return usage;
 }
@@ -83,8 +83,8 @@ std::optional<Json> value_of(const std::string& word, const std::string& type) {
     }
     try {
         std::size_t used = 0;
-        const Json value = type == "integer" ? Json(std::stoll(word, &used, 0))
-                                             : Json(std::stod(word, &used));
+        const Json value =
+            type == "integer" ? Json(std::stoll(word, &used, 0)) : Json(std::stod(word, &used));
         return used == word.size() ? std::optional(value) : std::nullopt;
     } catch (const std::logic_error&) {
         return std::nullopt;

@@ -52,18 +52,21 @@ TEST_F(BoardWorld, CanBeFollowedFromTheMomentItSaysSo) {
     std::vector<int> levels;
     Client follower = Client::of_this_board();
     std::thread world;
-    follower.follow("gpio.watch", {{"line", 9}}, [&](const Json& event) {
-        levels.push_back(event.at("level").get<int>());
-        return levels.size() < 3;
-    }, [&] {
-        world = std::thread([] {
-            Client client = Client::of_this_board();
-            for (const int level : {1, 0, 1}) {
-                client.ask("gpio.drive", {{"line", 8}, {"level", level}});
-                client.ask("gpio.drive", {{"line", 9}, {"level", level}});
-            }
+    follower.follow(
+        "gpio.watch", {{"line", 9}},
+        [&](const Json& event) {
+            levels.push_back(event.at("level").get<int>());
+            return levels.size() < 3;
+        },
+        [&] {
+            world = std::thread([] {
+                Client client = Client::of_this_board();
+                for (const int level : {1, 0, 1}) {
+                    client.ask("gpio.drive", {{"line", 8}, {"level", level}});
+                    client.ask("gpio.drive", {{"line", 9}, {"level", level}});
+                }
+            });
         });
-    });
     world.join();
     EXPECT_THAT(levels, testing::ElementsAre(1, 0, 1));
 }

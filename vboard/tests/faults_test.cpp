@@ -79,8 +79,7 @@ TEST(Faults, SayWhatIsWrongWithThem) {
             faults.add(text);
             ADD_FAILURE() << text << " was taken";
         } catch (const std::invalid_argument& error) {
-            EXPECT_NE(std::string(error.what()).find(complaint), std::string::npos)
-                << error.what();
+            EXPECT_NE(std::string(error.what()).find(complaint), std::string::npos) << error.what();
         }
         EXPECT_TRUE(faults.list().empty());
     }

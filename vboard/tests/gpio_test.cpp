@@ -43,7 +43,9 @@ class GpioModel : public BoardTest {
     static int request(const UniqueFd& fd, unsigned long code, void* record) {
         return ioctl(fd.get(), code, record) < 0 ? -errno : 0;
     }
-    static int configure(const UniqueFd& fd, Config config) { return request(fd, kConfig, &config); }
+    static int configure(const UniqueFd& fd, Config config) {
+        return request(fd, kConfig, &config);
+    }
     static int set(const UniqueFd& fd, Value value) { return request(fd, kSet, &value); }
     static bool readable(const UniqueFd& fd, int milliseconds = 0) {
         pollfd ready{fd.get(), POLLIN, 0};
@@ -164,8 +166,8 @@ TEST_F(GpioModel, LetsASignalEndABlockedRead) {
         Client client = Client::of_this_board();
         do {
             pthread_kill(reader, SIGUSR1);
-        } while (!client.wait(0, {{"kind", "read"}, {"error", "EINTR"}},
-                              std::chrono::milliseconds(20)));
+        } while (
+            !client.wait(0, {{"kind", "read"}, {"error", "EINTR"}}, std::chrono::milliseconds(20)));
     });
     Value event;
     EXPECT_EQ(read(fd.get(), event.data(), sizeof event), -1);

@@ -130,8 +130,8 @@ TEST(Launcher, LeavesNothingWhenTheProgramLeavesDaemons) {
 TEST(Launcher, LeavesNothingWhenItIsKilled) {
     const std::string nap = own_sleep(2);
     const std::string mounts = contents_of("/proc/self/mounts");
-    const pid_t launcher =
-        start_command({VBOARD, "run", "--", "sh", "-c", fmt::format("sleep {} & sleep {}", nap, nap)});
+    const pid_t launcher = start_command(
+        {VBOARD, "run", "--", "sh", "-c", fmt::format("sleep {} & sleep {}", nap, nap)});
     ASSERT_TRUE(comes_true([&] { return runs_anywhere("sleep" + std::string(1, '\0') + nap); }));
     EXPECT_THAT(contents_of("/proc/net/unix"), HasSubstr(fmt::format("@vboard/{}", launcher)));
 
@@ -170,7 +170,8 @@ TEST(Launcher, BoardsOfTheSameTimeDoNotSeeOneAnother) {
     for (std::size_t i = 0; i < results.size(); ++i) {
         EXPECT_EQ(results[i].status, 0) << results[i].err;
         const std::size_t list = results[i].out.find("\n[") + 1;
-        const Json lines = Json::parse(results[i].out.substr(list, results[i].out.find("\n]") + 2 - list));
+        const Json lines =
+            Json::parse(results[i].out.substr(list, results[i].out.find("\n]") + 2 - list));
         ASSERT_EQ(lines.size(), 1U);
         EXPECT_EQ(lines.at(0).at("line"), i);
     }
@@ -192,8 +193,8 @@ TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
         kinds.push_back(event.at("kind") == "log" ? event.at("text").get<std::string>()
                                                   : event.at("kind").get<std::string>());
     }
-    EXPECT_THAT(kinds, testing::ElementsAre("program", "before", "open", "read", "close", "after",
-                                            "exit"));
+    EXPECT_THAT(
+        kinds, testing::ElementsAre("program", "before", "open", "read", "close", "after", "exit"));
 }
 
 TEST(Launcher, CanBeReachedFromOutsideByItsNumber) {
@@ -207,7 +208,8 @@ TEST(Launcher, CanBeReachedFromOutsideByItsNumber) {
     EXPECT_EQ(Json::parse(drive.out).at("level"), 1);
     EXPECT_THAT(run_command({VBOARD, "list"}).out, HasSubstr("sleep 4000"));
     EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "fly"}).status, 64);
-    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "x", "1"}).status, 64);
+    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "x", "1"}).status,
+              64);
     EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "9999", "1"}).status,
               1);
     kill(launcher, SIGTERM);

@@ -26,13 +26,12 @@ TEST(Trace, NumbersStampsAndFindsEvents) {
 
 TEST(Records, AreDecodedByTheirFieldsAndNeverBeyondTheirEnd) {
     constexpr RecordField kFields[] = {
-        {"a", RecordField::Type::u16, 0},      {"b", RecordField::Type::i32, 2},
+        {"a", RecordField::Type::u16, 0},        {"b", RecordField::Type::i32, 2},
         {"name", RecordField::Type::text, 6, 4}, {"raw", RecordField::Type::bytes, 6, 2},
         {"beyond", RecordField::Type::u64, 6},
     };
     const Bytes record = {0x34, 0x12, 0xFE, 0xFF, 0xFF, 0xFF, 'h', 0xC3, 0, 'x'};
-    EXPECT_EQ(decode(kFields, record).dump(),
-              R"({"a":4660,"b":-2,"name":"h?","raw":"68c3"})");
+    EXPECT_EQ(decode(kFields, record).dump(), R"({"a":4660,"b":-2,"name":"h?","raw":"68c3"})");
 }
 
 TEST(Syslog, MessagesAreTakenApart) {
