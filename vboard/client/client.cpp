@@ -1,6 +1,8 @@
 #include "client/client.h"
 
 #include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cstdlib>
 
@@ -21,6 +23,11 @@ Client Client::of_launcher(int pid) {
         throw ClientError(fmt::format("no virtual board {}: `vboard list` shows them", pid));
     }
     return Client(std::move(socket));
+}
+
+void Client::give_up_after(std::chrono::seconds patience) {
+    const timeval limit{patience.count(), 0};
+    setsockopt(stream_.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
 }
 
 Json Client::exchange(const Json& question) {

@@ -25,6 +25,9 @@ class Client {
     // The board of a launcher on this machine, by its process number.
     static Client of_launcher(int pid);
 
+    // From now on a board that does not answer for so long counts as gone.
+    void give_up_after(std::chrono::seconds patience);
+
     // Asks and waits for the answer's result.
     Json ask(const std::string& verb, Json arguments = Json::object());
 

@@ -63,15 +63,16 @@ void die_with_launcher(const UniqueFd& lifeline) {
 } // namespace
 
 int run_on_board(const RunOptions& options) {
-    UniqueFd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC));
-    if (!fuse) {
-        explain_missing_fuse(errno);
-        return kExitUnavailable;
-    }
     // Made before the board has a network of its own, so that it can be reached from here.
     UniqueFd outer_control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
     int ends[2];
     if (!enter_namespaces() || pipe2(ends, O_CLOEXEC) != 0) {
+        return kExitUnavailable;
+    }
+    // Opened only now: the kernel wants it opened in the user namespace that mounts it.
+    UniqueFd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC));
+    if (!fuse) {
+        explain_missing_fuse(errno);
         return kExitUnavailable;
     }
     UniqueFd lifeline(ends[0]);

@@ -147,7 +147,9 @@ int steer_board(const ControlOptions& options) {
 int list_boards() {
     for (const int launcher : running_launchers()) {
         try {
-            const Json info = Client::of_launcher(launcher).ask("board.info");
+            Client client = Client::of_launcher(launcher);
+            client.give_up_after(std::chrono::seconds(2)); // one that hangs hides no other
+            const Json info = client.ask("board.info");
             const auto program = info["program"].get<std::vector<std::string>>();
             fmt::print("{:<8} {:>10.3f} s  x{:<6g} {}\n", launcher, info["seconds"].get<double>(),
                        info["speed"].get<double>(), fmt::join(program, " "));

@@ -106,6 +106,33 @@ TEST(Launcher, SaysWhatIsWrongAndHasACodeForIt) {
     EXPECT_THAT(board.err, HasSubstr("there is no model \"teapot\""));
 }
 
+// Run as root, by way of another user; what that user may do is the machine's business.
+TEST(Launcher, WorksForAnOrdinaryUserOrSaysWhyNot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "every other test of this program shows it";
+    }
+    const auto as_nobody = [](std::vector<std::string> words) {
+        words.insert(words.begin(),
+                     {"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups", "--"});
+        return run_command(words);
+    };
+    if (as_nobody({"test", "-x", VBOARD}).status != 0) {
+        GTEST_SKIP() << "nobody may not read " << VBOARD;
+    }
+    const CommandResult result =
+        as_nobody({VBOARD, "run", "--", "sh", "-c", "vboard ctl gpio drive 7 1 && id -u"});
+    if (as_nobody({"sh", "-c", "exec 3<>/dev/fuse"}).status != 0) {
+        EXPECT_EQ(result.status, 69);
+        EXPECT_THAT(result.err, HasSubstr("chmod 666 /dev/fuse"));
+    } else if (as_nobody({"unshare", "-U", "true"}).status != 0) {
+        EXPECT_EQ(result.status, 69);
+        EXPECT_THAT(result.err, HasSubstr("user.max_user_namespaces"));
+    } else {
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_THAT(result.out, HasSubstr("\n0\n"));
+    }
+}
+
 TEST(Launcher, ShowsTheProgramTheBoardAndNothingOfTheMachinesDevices) {
     const CommandResult seen = sh_on_board(
         "ls /dev; ls /sys; cat /proc/sys/kernel/hostname >/dev/null; "
