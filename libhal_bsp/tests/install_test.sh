@@ -12,6 +12,11 @@ expect_stamp() {
     if [ "$printed" != "BSP_HAL_VER: 2024-01-31-09-04-42" ]; then
         echo "$1 printed: $printed" && exit 1
     fi
+    # The installed board, with its clock, and the same program on it.
+    printed=$("$work/moved/bin/vboard" run --speed 10 -- "$1" on-board)
+    if [ "$printed" != "line 3 is 1" ]; then
+        echo "$1 printed on the board: $printed" && exit 1
+    fi
 }
 
 "$cmake" --install "$build" --prefix "$work/first" > "$work/install.log"
