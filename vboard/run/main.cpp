@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -36,7 +37,7 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
                        "several times");
 }
 
-int run(RunArguments& arguments) {
+[[noreturn]] void run(RunArguments& arguments) {
     if (arguments.board_path.empty()) {
         arguments.options.board_file = kDefaultBoard;
     } else {
@@ -45,7 +46,11 @@ int run(RunArguments& arguments) {
         text << file.rdbuf();
         arguments.options.board_file = text.str();
     }
-    return run_on_board(arguments.options);
+    const int status = run_on_board(arguments.options);
+    // The namespace that this process's children would be in is dead now, or never lived: nothing
+    // may start a task any more, which a sanitizer's checks at the end of a process want to.
+    std::fflush(nullptr);
+    _exit(status);
 }
 
 CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
@@ -105,10 +110,10 @@ int parse_and_run(int argc, char** argv) {
         return kExitUsage;
     }
     if (run_command->parsed()) {
-        return run(run_arguments);
+        run(run_arguments);
     }
     if (shell_command->parsed()) {
-        return run(shell_arguments);
+        run(shell_arguments);
     }
     if (ctl_command->parsed()) {
         const std::vector<std::string> rest = ctl_command->remaining();

@@ -209,8 +209,8 @@ TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
     const fs::path trace = folder / "trace";
     const CommandResult result =
         on_board({"--trace", trace, "--", "sh", "-c",
-                  "logger -u /dev/log before; cat /dev/drvgpio & sleep 0.05; kill $!; wait; "
-                  "logger -u /dev/log after"});
+                  "logger -u /dev/log before; "
+                  "dd if=/dev/drvgpio iflag=nonblock bs=8 count=1; logger -u /dev/log after"});
     EXPECT_EQ(result.status, 0) << result.err;
     std::ifstream file(trace);
     std::vector<std::string> kinds;
