@@ -25,7 +25,7 @@ sed -n 's/^ *\([A-Za-z_][A-Za-z_0-9]*\);$/\1/p' "$map" | sort > "$work/map"
 compare "names in the version script" "$work/names" "$work/map"
 
 grep -hv '^#' "$headers"/*.h | tr '\n' ' ' | grep -oE 'HAL_API [^;(]*[;(]' |
-    sed -E 's/\[[^]]*\]//; s/[;(]$//; s/.*[ *]//' | sort > "$work/headers"
+    sed -E 's/\[[^]]*\]//g; s/[;(]$//; s/.*[ *]//' | sort > "$work/headers"
 compare "names marked in the headers" "$work/names" "$work/headers"
 
 readelf -d "$library" > "$work/dynamic"
