@@ -1,8 +1,8 @@
 #!/bin/sh
 # What the library offers and what it needs, asked of the file itself.
-# Usage: surface_test.sh LIBRARY MAP HEADER_DIR SYMBOLS SANITIZERS
+# Usage: surface_test.sh LIBRARY MAP HEADER_DIR SYMBOLS MODULE_INDEX SANITIZERS
 set -eu
-library=$1 map=$2 headers=$3 symbols=$4 sanitizers=$5
+library=$1 map=$2 headers=$3 symbols=$4 index=$5 sanitizers=$6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export LC_ALL=C
@@ -25,8 +25,11 @@ sed -n 's/^ *\([A-Za-z_][A-Za-z_0-9]*\);$/\1/p' "$map" | sort > "$work/map"
 compare "names in the version script" "$work/names" "$work/map"
 
 grep -hv '^#' "$headers"/*.h | tr '\n' ' ' | grep -oE 'HAL_API [^;(]*[;(]' |
-    sed -E 's/\[[^]]*\]//; s/[;(]$//; s/.*[ *]//' | sort > "$work/headers"
+    sed -E 's/\[[^]]*\]//g; s/[;(]$//; s/.*[ *]//' | sort > "$work/headers"
 compare "names marked in the headers" "$work/names" "$work/headers"
+
+sed -n 's/^| `\([A-Za-z_][A-Za-z_0-9]*\)` | [^|]* |$/\1/p' "$index" | sort > "$work/index"
+compare "names in the module index" "$work/names" "$work/index"
 
 readelf -d "$library" > "$work/dynamic"
 if ! grep -q 'SONAME.*\[libhal_bsp\.so\.1\]' "$work/dynamic"; then
