@@ -27,9 +27,11 @@ static void on_edge(hal_gpio_event* event) {
     if (event->gpio != button) {
         return; /* somebody else's line */
     }
-    hal_gpio_set_value(lamp, event->value);
-    printf("button %s, lamp %s\n", event->value ? "pressed" : "released",
-           event->value ? "on" : "off");
+    const char* answer = event->value ? "on" : "off";
+    if (hal_gpio_set_value(lamp, event->value) < 0) {
+        answer = "broken";
+    }
+    printf("button %s, lamp %s\n", event->value ? "pressed" : "released", answer);
     fflush(stdout);
     if (event->value == 0 && presses_left > 0 && --presses_left == 0) {
         kill(getpid(), SIGTERM); /* wakes main */

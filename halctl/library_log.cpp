@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 namespace halctl {
@@ -25,6 +26,9 @@ void LibraryLog::show_errors() {
 
 void LibraryLog::take(log_event* event) {
     const int error = errno;
+    if (std::strcmp(event->file, kOurLogName) == 0) {
+        return;
+    }
     std::array<char, 512> buffer{};
     std::vsnprintf(buffer.data(), buffer.size(), event->fmt, event->ap);
     std::string text(buffer.data());

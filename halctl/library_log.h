@@ -9,6 +9,9 @@
 
 namespace halctl {
 
+// The source that our own messages carry.
+inline constexpr char kOurLogName[] = "halctl";
+
 struct LibraryError {
     std::string text; // without the newline; empty: nothing was logged
     int error = 0;    // errno at that moment

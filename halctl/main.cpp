@@ -6,6 +6,8 @@
 
 #include <array>
 #include <exception>
+#include <string>
+#include <vector>
 
 namespace halctl {
 
@@ -17,6 +19,15 @@ constexpr std::array kGroups = {add_version, add_log, add_gpio};
 void set_library_log(bool verbose) {
     log_set_level(verbose ? HAL_LOG_TRACE : HAL_LOG_INFO);
     log_set_quiet(!verbose);
+}
+
+// A word that is no command is a clearer complaint than the command that is missing instead.
+std::string what_is_wrong(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty()) {
+        return fmt::format("unknown command or option \"{}\"", unknown.front());
+    }
+    return error.what();
 }
 
 int parse_and_run(int argc, char** argv) {
@@ -41,7 +52,7 @@ int parse_and_run(int argc, char** argv) {
             app.exit(error);
             return Output::complete() ? kExitDone : kExitFailure;
         }
-        fmt::print(stderr, "halctl: {}\nTry `halctl --help`\n", error.what());
+        fmt::print(stderr, "halctl: {}\nTry `halctl --help`\n", what_is_wrong(app, error));
         return kExitUsage;
     }
     set_library_log(verbose);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -19,16 +20,17 @@ void Tool::on_run(CLI::App& command, std::function<int()> run) {
     command.callback([this, run = std::move(run)] { run_ = run; });
 }
 
-int Tool::failed(std::string_view what, std::string_view node, std::string_view hint) const {
+int Tool::failed(std::string_view what, std::string_view node, std::span<const Hint> hints) const {
     const LibraryError last = library_log_.last_error();
+    const char* reason = last.text.empty() ? "failed" : std::strerror(last.error);
     if (last.is_failed_open()) {
-        fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, node,
-                   std::strerror(last.error));
+        fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, node, reason);
         return kExitUnavailable;
     }
-    fmt::print(stderr, "halctl: {}: {}{}{}\n", what,
-               last.text.empty() ? "failed" : std::strerror(last.error), hint.empty() ? "" : ": ",
-               hint);
+    const auto hint = std::find_if(hints.begin(), hints.end(),
+                                   [&](const Hint& each) { return each.error == last.error; });
+    fmt::print(stderr, "halctl: {}: {}{}\n", what, reason,
+               hint == hints.end() ? "" : fmt::format(" ({})", hint->text));
     return kExitFailure;
 }
 

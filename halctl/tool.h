@@ -16,10 +16,17 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace halctl {
+
+// What an errno of a driver usually means to the person at the keyboard.
+struct Hint {
+    int error;
+    const char* text;
+};
 
 class Tool {
   public:
@@ -35,9 +42,9 @@ class Tool {
     int run() const { return run_(); }
 
     // Says why the library's last call failed, from what the library logged, and returns the exit
-    // code for it. `what` is what was tried ("gpio get 3"), `node` the device it went to, `hint`
-    // what may help.
-    int failed(std::string_view what, std::string_view node, std::string_view hint = "") const;
+    // code for it. `what` is what was tried ("gpio get 3"), `node` the device it went to.
+    int failed(std::string_view what, std::string_view node,
+               std::span<const Hint> hints = {}) const;
 
   private:
     Output output_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
 
 namespace halctl {
@@ -14,7 +15,11 @@ namespace {
 
 // The driver's kinds of trigger, by their numbers.
 constexpr std::array kTriggers = {"none", "rising", "falling", "both"};
-constexpr char kNotConfigured[] = "is the line configured?";
+constexpr std::array kHints = {
+    Hint{ENXIO, "is the line configured?"},
+    Hint{EPERM, "is the line an output?"},
+    Hint{EINVAL, "is there such a line?"},
+};
 
 struct ConfigArguments {
     std::uint32_t line = 0;
@@ -39,7 +44,7 @@ int run_config(Tool& tool, const ConfigArguments& arguments) {
     cfg.trig = static_cast<std::uint32_t>(trigger - kTriggers.begin());
     cfg.param = arguments.param;
     if (hal_gpio_config(&cfg) < 0) {
-        return tool.failed(fmt::format("gpio config {}", arguments.line), kGpioNode);
+        return tool.failed(fmt::format("gpio config {}", arguments.line), kGpioNode, kHints);
     }
     tool.output().print({{"line", arguments.line},
                          {"direction", arguments.output ? "out" : "in"},
@@ -52,7 +57,7 @@ int run_config(Tool& tool, const ConfigArguments& arguments) {
 
 int run_set(Tool& tool, const LineArguments& arguments) {
     if (hal_gpio_set_value(arguments.line, arguments.value) < 0) {
-        return tool.failed(fmt::format("gpio set {}", arguments.line), kGpioNode, kNotConfigured);
+        return tool.failed(fmt::format("gpio set {}", arguments.line), kGpioNode, kHints);
     }
     tool.output().print({{"line", arguments.line}, {"value", arguments.value}}, "");
     return kExitDone;
@@ -61,7 +66,7 @@ int run_set(Tool& tool, const LineArguments& arguments) {
 int run_get(Tool& tool, const LineArguments& arguments) {
     const std::int32_t value = hal_gpio_get_value(arguments.line);
     if (value != 0 && value != 1) { // -1 and 2 are failures; a level is nothing else
-        return tool.failed(fmt::format("gpio get {}", arguments.line), kGpioNode, kNotConfigured);
+        return tool.failed(fmt::format("gpio get {}", arguments.line), kGpioNode, kHints);
     }
     tool.output().print({{"line", arguments.line}, {"value", value}}, std::to_string(value));
     return kExitDone;
@@ -69,8 +74,7 @@ int run_get(Tool& tool, const LineArguments& arguments) {
 
 int run_release(Tool& tool, const LineArguments& arguments) {
     if (hal_gpio_deconfig(arguments.line) < 0) {
-        return tool.failed(fmt::format("gpio release {}", arguments.line), kGpioNode,
-                           kNotConfigured);
+        return tool.failed(fmt::format("gpio release {}", arguments.line), kGpioNode, kHints);
     }
     tool.output().print({{"line", arguments.line}}, "");
     return kExitDone;
@@ -87,9 +91,7 @@ void add_config(CLI::App& group, Tool& tool) {
     command.add_option("--trigger", arguments->trigger, "The edges of an input that are reported")
         ->check(CLI::IsMember(std::vector<std::string>(kTriggers.begin(), kTriggers.end())));
     command.add_option("--name", arguments->name, "Label of up to 30 characters");
-    command.add_option(
-        "--param", arguments->param,
-        "Given to the driver as it is; on the virtual board an output's first level");
+    command.add_option("--param", arguments->param, "Given to the driver as it is");
     tool.on_run(command, [&tool, arguments] { return run_config(tool, *arguments); });
 }
 

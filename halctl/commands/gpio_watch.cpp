@@ -104,7 +104,7 @@ void add_gpio_watch(CLI::App& group, Tool& tool) {
     command.add_option("LINE", arguments->lines, "Only these lines; all if none is said");
     command
         .add_option("--count", arguments->limits.count,
-                    "End after so many edges; with --timeout, fewer is a failure")
+                    "End after so many edges; exit code 1 if --timeout comes first")
         ->check(CLI::Range(1U, 1'000'000'000U));
     command.add_option("--timeout", arguments->limits.seconds, "End after so many seconds")
         ->check(CLI::Range(0.001, 1e6));

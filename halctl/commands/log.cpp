@@ -99,7 +99,7 @@ int run_log(Tool& tool, const LogArguments& arguments) {
     own.line = __LINE__;
     log_add_callback(probe, &own, HAL_LOG_TRACE);
     log_set_quiet(false);
-    log_log(level, "halctl", own.line, "%s", arguments.text.c_str());
+    log_log(level, kOurLogName, own.line, "%s", arguments.text.c_str());
     log_set_quiet(true);
 
     Report report;
@@ -125,7 +125,7 @@ void add_log(CLI::App& app, Tool& tool) {
     CLI::App& command = tool.add_command(
         app, "log", "Send a message to every sink of the log, and say where it went",
         "halctl log --level warn --file /tmp/board.log \"fan is slow\"");
-    command.add_option("TEXT", arguments->text, "The message")->required();
+    command.add_option("MESSAGE", arguments->text, "What to log")->required();
     command.add_option("--level", arguments->level, "How grave it is; info if not said")
         ->check(CLI::IsMember(std::vector<std::string>(kLevels.begin(), kLevels.end()),
                               CLI::ignore_case));
