@@ -1,0 +1,12 @@
+#pragma once
+// The groups of commands, one file each; main.cpp has them in a table.
+
+#include "tool.h"
+
+namespace halctl {
+
+void add_version(CLI::App& app, Tool& tool);
+void add_log(CLI::App& app, Tool& tool);
+void add_gpio(CLI::App& app, Tool& tool);
+
+} // namespace halctl

@@ -1,0 +1,45 @@
+#pragma once
+// What the library logs while a command runs. Its C interface answers many failures with a plain
+// -1; its log tells them apart, and errno is still the failed call's when a sink is called.
+
+#include <hal_bsp/hal_bsp.h>
+
+#include <mutex>
+#include <string>
+
+namespace halctl {
+
+// The source that our own messages carry.
+inline constexpr char kOurLogName[] = "halctl";
+
+struct LibraryError {
+    std::string text; // without the newline; empty: nothing was logged
+    int error = 0;    // errno at that moment
+
+    // Every module's message about a node it cannot open says so.
+    bool is_failed_open() const { return text.find("open ") != std::string::npos; }
+};
+
+// Made once: sinks cannot be taken away again, so it has to last as long as the process.
+class LibraryLog {
+  public:
+    LibraryLog();
+    LibraryLog(const LibraryLog&) = delete;
+    LibraryLog& operator=(const LibraryLog&) = delete;
+
+    // The newest message of level ERROR or above.
+    LibraryError last_error() const;
+    // From now on an error is also shown as it comes, unless it is the same as before: for
+    // commands that go on after one.
+    void show_errors();
+
+  private:
+    static void take(log_event* event);
+    void take(int level, std::string text, int error);
+
+    mutable std::mutex mutex_;
+    LibraryError last_;
+    bool show_errors_ = false;
+};
+
+} // namespace halctl

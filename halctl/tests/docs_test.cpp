@@ -1,0 +1,96 @@
+// The commands in the documents work. See CONTRIBUTING.md for how they are written.
+
+#include "tools.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace halctl_tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kNotRun[] = "<!-- not run:";
+
+struct Block {
+    std::string script; // the lines behind "$ ", and behind "> " where they go on
+    int line = 0;
+    bool not_run = false;
+};
+
+std::vector<Block> blocks_of(const fs::path& document) {
+    std::vector<Block> blocks;
+    std::ifstream file(document);
+    std::string before;
+    bool inside = false;
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        if (!inside && line == "```sh") {
+            inside = true;
+            blocks.push_back({"", number, before.starts_with(kNotRun)});
+        } else if (line.starts_with("```")) {
+            inside = false;
+        } else if (inside && (line.starts_with("$ ") || line.starts_with("> "))) {
+            blocks.back().script += line.substr(2) + "\n";
+        }
+        before = line;
+    }
+    return blocks;
+}
+
+std::vector<fs::path> documents() {
+    std::vector<fs::path> found = {SOURCE "/README.md"};
+    for (const auto& entry : fs::directory_iterator(SOURCE "/docs")) {
+        if (entry.path().extension() == ".md") {
+            found.push_back(entry.path());
+        }
+    }
+    return found;
+}
+
+class FreshFolder {
+  public:
+    FreshFolder() {
+        std::string name = fs::temp_directory_path() / "docs-test-XXXXXX";
+        path_ = mkdtemp(name.data());
+        for (const char* shared : {"dev", "examples", "libhal_bsp"}) {
+            fs::create_symlink(fs::path(SOURCE) / shared, path_ / shared);
+        }
+    }
+    ~FreshFolder() { fs::remove_all(path_); }
+    FreshFolder(const FreshFolder&) = delete;
+    FreshFolder& operator=(const FreshFolder&) = delete;
+    std::string path() const { return path_; }
+
+  private:
+    fs::path path_;
+};
+
+TEST(Docs, EveryCommandInThemWorks) {
+    int run_blocks = 0;
+    int not_run = 0;
+    for (const fs::path& document : documents()) {
+        for (const Block& block : blocks_of(document)) {
+            SCOPED_TRACE(document.string() + ":" + std::to_string(block.line));
+            EXPECT_NE(block.script, "") << "a block of commands without one";
+            if (block.not_run) {
+                ++not_run;
+                continue;
+            }
+            const FreshFolder folder;
+            const CommandResult result =
+                run({"bash", "-ec", "cd \"$0\"\n" + block.script, folder.path()});
+            EXPECT_EQ(result.status, 0) << block.script << result.out << result.err;
+            ++run_blocks;
+        }
+    }
+    EXPECT_GE(run_blocks, 5);
+    EXPECT_LE(not_run, 3) << "what cannot be run here is to stay an exception";
+}
+
+} // namespace
+} // namespace halctl_tests

@@ -1,0 +1,50 @@
+// The examples on a board, and the demo as a whole.
+
+#include "tools.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace halctl_tests {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(GpioButton, LetsTheLampFollowTheButtonAndTidiesUp) {
+    const CommandResult result =
+        on_board("gpio_button 7 8 2 >/dev/shm/out &\n"
+                 "until vboard ctl gpio show 7 | grep -q '\"configured\":true'; do :; done\n"
+                 "said() { until [ \"$(grep -c \"$1\" /dev/shm/out)\" = $2 ]; do :; done; }\n"
+                 "level() { vboard ctl gpio show 8 | grep -o '\"level\":.'; }\n"
+                 "drive 7 1; said pressed 1; level; drive 7 0; said released 1; level\n"
+                 "drive 7 1; said pressed 2; drive 7 0\n"
+                 "wait $!; echo $?; cat /dev/shm/out; vboard ctl gpio list");
+    EXPECT_EQ(result.out, "\"level\":1\n\"level\":0\n0\n"
+                          "button pressed, lamp on\nbutton released, lamp off\n"
+                          "button pressed, lamp on\nbutton released, lamp off\n"
+                          "{\"lines\":[],\"overflows\":0}\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(GpioButton, EndsByASignalAndFailsWithoutABoard) {
+    const CommandResult stopped =
+        on_board("gpio_button & listening; kill -INT $!; wait $!; echo $?");
+    EXPECT_EQ(stopped.out, "0\n") << stopped.err;
+    const CommandResult alone =
+        on_board("vboard ctl node vanish /dev/drvgpio; gpio_button; echo $?");
+    EXPECT_EQ(alone.out, "1\n");
+    EXPECT_THAT(alone.err, HasSubstr("open drvgpio error"));
+}
+
+TEST(Demo, ShowsButtonEdgeLampAndTrace) {
+    const CommandResult result = run({SOURCE "/examples/demo", BUILD});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("button pressed, lamp on\n"));
+    EXPECT_THAT(result.out, HasSubstr("line=7 value=1 label=button"));
+    EXPECT_THAT(result.out, HasSubstr("\"label\":\"lamp\",\"direction\":\"out\",\"trigger\":0,"
+                                      "\"interrupt\":false,\"param\":0,\"level\":1}"));
+    EXPECT_THAT(result.out, HasSubstr("CMD_GPIO_SETVAL line=8 value=1 -> 0\n"));
+}
+
+} // namespace
+} // namespace halctl_tests
