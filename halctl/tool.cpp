@@ -1,8 +1,11 @@
 #include "tool.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -32,6 +35,23 @@ int Tool::failed(std::string_view what, std::string_view node, std::span<const H
     fmt::print(stderr, "halctl: {}: {}{}\n", what, reason,
                hint == hints.end() ? "" : fmt::format(" ({})", hint->text));
     return kExitFailure;
+}
+
+int Tool::refused(std::string_view what, std::span<const std::string> nodes, int error) {
+    int open_error = 0;
+    for (const std::string& node : nodes) {
+        const int fd = open(node.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd >= 0) {
+            close(fd);
+            fmt::print(stderr, "halctl: {}: {}\n", what,
+                       error == 0 ? "failed" : std::strerror(error));
+            return kExitFailure;
+        }
+        open_error = errno;
+    }
+    fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, fmt::join(nodes, " or "),
+               std::strerror(open_error));
+    return kExitUnavailable;
 }
 
 } // namespace halctl

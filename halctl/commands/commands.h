@@ -8,5 +8,9 @@ namespace halctl {
 void add_version(CLI::App& app, Tool& tool);
 void add_log(CLI::App& app, Tool& tool);
 void add_gpio(CLI::App& app, Tool& tool);
+void add_sysgpio(CLI::App& app, Tool& tool);
+void add_i2c(CLI::App& app, Tool& tool);
+void add_fpga(CLI::App& app, Tool& tool);
+void add_clock(CLI::App& app, Tool& tool);
 
 } // namespace halctl

@@ -1,8 +1,7 @@
 // halctl gpio watch: each edge as it comes.
 #include "commands/gpio.h"
-#include "watch.h"
+#include "watch_command.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -18,7 +17,7 @@ namespace {
 using std::chrono::system_clock;
 
 struct Edge {
-    system_clock::time_point time;
+    EventTime time;
     std::uint32_t line = 0;
     std::uint32_t value = 0;
 };
@@ -55,17 +54,6 @@ bool is_wanted(const std::vector<std::uint32_t>& lines, std::uint32_t line) {
     return lines.empty() || std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-void print(const Output& output, const Edge& edge) {
-    const auto micros = std::chrono::time_point_cast<std::chrono::microseconds>(edge.time);
-    const std::time_t seconds = system_clock::to_time_t(edge.time);
-    const auto fraction = micros.time_since_epoch().count() % 1'000'000;
-    output.print({{"time", static_cast<double>(micros.time_since_epoch().count()) / 1e6},
-                  {"line", edge.line},
-                  {"value", edge.value}},
-                 fmt::format("{:%H:%M:%S}.{:06}  line {}  {}", fmt::localtime(seconds), fraction,
-                             edge.line, edge.value));
-}
-
 int run_watch(Tool& tool, const WatchArguments& arguments) {
     Watch<Edge> watch;
     const Listening listening(watch);
@@ -78,20 +66,12 @@ int run_watch(Tool& tool, const WatchArguments& arguments) {
         if (!is_wanted(arguments.lines, edge.line)) {
             return false;
         }
-        print(tool.output(), edge);
+        print_event(tool.output(), edge.time, {{"line", edge.line}, {"value", edge.value}},
+                    fmt::format("line {}  {}", edge.line, edge.value));
         ++seen;
         return true;
     });
-    if (watch.lost() > 0) {
-        fmt::print(stderr, "halctl: gpio watch: {} edges came too fast to be printed\n",
-                   watch.lost());
-    }
-    if (end == WatchEnd::timeout && arguments.limits.count > 0) {
-        fmt::print(stderr, "halctl: gpio watch: {} of {} edges came within {} s\n", seen,
-                   arguments.limits.count, arguments.limits.seconds);
-        return kExitFailure;
-    }
-    return kExitDone;
+    return end_of_watch("gpio watch", arguments.limits, end, seen, watch.lost());
 }
 
 } // namespace
@@ -102,12 +82,7 @@ void add_gpio_watch(CLI::App& group, Tool& tool) {
         tool.add_command(group, "watch", "Print each edge as it comes: time, line, value",
                          "halctl gpio watch 7 --count 2 --timeout 10");
     command.add_option("LINE", arguments->lines, "Only these lines; all if none is said");
-    command
-        .add_option("--count", arguments->limits.count,
-                    "End after so many edges; exit code 1 if --timeout comes first")
-        ->check(CLI::Range(1U, 1'000'000'000U));
-    command.add_option("--timeout", arguments->limits.seconds, "End after so many seconds")
-        ->check(CLI::Range(0.001, 1e6));
+    add_limits(command, arguments->limits);
     tool.on_run(command, [&tool, arguments] { return run_watch(tool, *arguments); });
 }
 
