@@ -30,6 +30,7 @@ void LibraryLog::take(log_event* event) {
         return;
     }
     std::array<char, 512> buffer{};
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): log_log started it for this sink
     std::vsnprintf(buffer.data(), buffer.size(), event->fmt, event->ap);
     std::string text(buffer.data());
     while (text.ends_with('\n')) {

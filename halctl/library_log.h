@@ -24,6 +24,7 @@ struct LibraryError {
 class LibraryLog {
   public:
     LibraryLog();
+    ~LibraryLog() = default;
     LibraryLog(const LibraryLog&) = delete;
     LibraryLog& operator=(const LibraryLog&) = delete;
 
