@@ -21,7 +21,9 @@
  * not a cancellation point is always completed.
  *
  * Records and objects hold plain fixed-width fields in the order shown. An exported state object
- * (hal_gpio_info and its like) is there to be looked at; the library alone writes it.
+ * (hal_gpio_info and its like) is there to be looked at; the library alone writes it. Board data
+ * (cdcm6208_devlist and its like) and records of callbacks (cdcm6208_user_cfg) are read when a
+ * function needs them; an application that changes them does so while no such function runs.
  */
 #ifndef HAL_BSP_HAL_BSP_H
 #define HAL_BSP_HAL_BSP_H

@@ -159,15 +159,15 @@ int open(const char* path, int flags, ...) {
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     const auto real_open = hal_test::next<int(const char*, int, ...)>("open");
-    // The first file may be opened before there is anything to stand in for it.
-    if (std::string_view(path).starts_with("/proc/") || !FakeNodes::instance().stand_in(path)) {
+    const auto stand_in = FakeNodes::instance().stand_in(path);
+    if (!stand_in) {
         return real_open(path, flags, mode);
     }
     if (const int error = FakeNodes::instance().note_open(path, flags); error != 0) {
         errno = error;
         return -1;
     }
-    return real_open(FakeNodes::instance().stand_in(path)->c_str(), flags, mode);
+    return real_open(stand_in->c_str(), flags, mode);
 }
 
 int access(const char* path, int mode) {
