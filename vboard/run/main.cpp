@@ -34,7 +34,8 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
                        "Write everything that happens to this file, a JSON object a line");
     command.add_option("--fault", arguments.options.faults,
                        "Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]; may be given "
-                       "several times");
+                       "several times")
+        ->allow_extra_args(false);
 }
 
 [[noreturn]] void run(RunArguments& arguments) {
