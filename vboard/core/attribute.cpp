@@ -63,8 +63,10 @@ mode_t mode_of(bool readable, bool writable) {
 } // namespace
 
 Attribute::Attribute(Show show, Store store, Reading reading)
-    : Node(mode_of(static_cast<bool>(show), static_cast<bool>(store))), show_(std::move(show)),
-      store_(std::move(store)), reading_(reading) {}
+    : Node(mode_of(static_cast<bool>(show), static_cast<bool>(store))),
+      show_(std::move(show)),
+      store_(std::move(store)),
+      reading_(reading) {}
 
 int Attribute::open(const OpenCall& call, std::unique_ptr<File>& file) {
     const int access = call.flags & O_ACCMODE;

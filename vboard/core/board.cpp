@@ -7,7 +7,9 @@
 namespace vb {
 
 Board::Board(BoardClock clock)
-    : clock_(std::move(clock)), started_(clock_.now_ns()), trace_([this] { return now(); }),
+    : clock_(std::move(clock)),
+      started_(clock_.now_ns()),
+      trace_([this] { return now(); }),
       transfers_(*this) {}
 
 Board::~Board() = default;
@@ -128,8 +130,7 @@ bool Board::appear(const std::string& path) {
 
 LineBank& Board::add_lines(const std::string& name, unsigned count) {
     auto report = [this, name](unsigned line, bool level, const char* by) {
-        trace_.add("line",
-                   {{"bank", name}, {"line", line}, {"level", level ? 1 : 0}, {"by", by}});
+        trace_.add("line", {{"bank", name}, {"line", line}, {"level", level ? 1 : 0}, {"by", by}});
     };
     auto& bank = banks_[name];
     if (!bank) {

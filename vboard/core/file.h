@@ -20,9 +20,10 @@ struct OpenCall {
 
 struct RequestCall {
     const RequestRow& row;
-    std::uint64_t argument;         // what ioctl(2) was given: an address, or the value itself
-    std::span<std::uint8_t> record; // row.size bytes: filled where the row takes, sent where it gives
-    CallerMemory memory;            // for pointers inside the record
+    std::uint64_t argument; // what ioctl(2) was given: an address, or the value itself
+    std::span<std::uint8_t>
+        record;          // row.size bytes: filled where the row takes, sent where it gives
+    CallerMemory memory; // for pointers inside the record
 };
 
 // Calls come one at a time, under the board's lock. A model answers at once, and never sleeps:

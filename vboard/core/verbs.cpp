@@ -44,8 +44,7 @@ bool Verbs::add_for(const std::string& key, unsigned number, Verb verb) {
     return true;
 }
 
-Json Verbs::call_one(const std::string& name, const std::string& key,
-                     const Json& arguments) const {
+Json Verbs::call_one(const std::string& name, const std::string& key, const Json& arguments) const {
     const auto& acts = acts_.at(name);
     const auto found = acts.find(arguments[key].get<std::int64_t>());
     if (found == acts.end()) {
@@ -91,8 +90,10 @@ Json Verbs::describe() const {
                                  {"type", name_of(argument.type)},
                                  {"optional", argument.optional}});
         }
-        all.push_back({{"verb", name}, {"arguments", arguments},
-                       {"help", verb.help}, {"follows", verb.follows}});
+        all.push_back({{"verb", name},
+                       {"arguments", arguments},
+                       {"help", verb.help},
+                       {"follows", verb.follows}});
     }
     return all;
 }
