@@ -147,6 +147,14 @@ LineBank& Board::lines(const std::string& name) {
     return *found->second;
 }
 
+I2cBus& Board::i2c_bus(unsigned number) {
+    auto& bus = i2c_buses_[number];
+    if (!bus) {
+        bus = std::make_unique<I2cBus>(number, trace_);
+    }
+    return *bus;
+}
+
 std::pair<LineBank*, unsigned> Board::line_at(const std::string& place) {
     const std::size_t colon = place.find(':');
     const std::string number = colon == std::string::npos ? "" : place.substr(colon + 1);

@@ -7,6 +7,7 @@
 
 #include "clock/board_clock.h"
 #include "core/faults.h"
+#include "core/i2c_bus.h"
 #include "core/lines.h"
 #include "core/timers.h"
 #include "core/trace.h"
@@ -77,8 +78,14 @@ class Board {
     LineBank& add_lines(const std::string& name, unsigned count);
     // VerbError where there is no such bank.
     LineBank& lines(const std::string& name);
+    // The bank and number of a line written "bank:line"; VerbError where there is no such line.
+    std::pair<LineBank*, unsigned> line_at(const std::string& place);
     // Joins two lines: `to` follows `from`. Each is written "bank:line".
     void wire(const std::string& from, const std::string& to);
+
+    // The I2C bus of a number, made by whoever speaks of it first: an adapter or a chip.
+    I2cBus& i2c_bus(unsigned number);
+    const std::map<unsigned, std::unique_ptr<I2cBus>>& i2c_buses() const { return i2c_buses_; }
 
     void add_model(std::unique_ptr<Model> model) { models_.push_back(std::move(model)); }
 
@@ -88,8 +95,6 @@ class Board {
     Deeds act_locked(const std::function<void()>& deed);
     void run_timers(const std::stop_token& stop);
     void look_at_timers_again();
-    std::pair<LineBank*, unsigned> line_at(const std::string& place);
-
     BoardClock clock_;
     std::int64_t started_;
     std::mutex mutex_;
@@ -107,6 +112,7 @@ class Board {
     Transfers transfers_;
     Verbs verbs_;
     std::map<std::string, std::unique_ptr<LineBank>> banks_;
+    std::map<unsigned, std::unique_ptr<I2cBus>> i2c_buses_;
     std::map<std::string, std::shared_ptr<Entry>> vanished_;
     std::vector<std::unique_ptr<Model>> models_;
     std::jthread timer_thread_; // last: it is the first to go

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vb {
@@ -14,6 +16,8 @@ using ByteView = std::span<const std::uint8_t>;
 
 // "0700000001000000": two digits a byte, in memory order.
 std::string to_hex(ByteView bytes);
+// And back; nothing where the text is not that.
+std::optional<Bytes> from_hex(std::string_view text);
 
 // Reads a little-endian or plain record out of bytes that are long enough (the caller checks).
 template <class Record>

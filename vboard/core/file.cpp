@@ -16,4 +16,8 @@ Outcome File::write(ByteView, std::uint64_t) {
     return Outcome::failed(EINVAL);
 }
 
+short File::answer_poll(short) {
+    return readiness();
+}
+
 } // namespace vb

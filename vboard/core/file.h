@@ -42,6 +42,12 @@ class File {
     virtual bool seekable() const { return false; }
     // The poll(2) bits that hold now.
     virtual short readiness() const { return POLLIN | POLLOUT; }
+    // Gives a poll its answer: the bits that hold. `asked` is what its caller waits for, and the
+    // kernel hands the caller whatever of it is answered, so a device whose readiness ends when
+    // it was reported ends it here.
+    virtual short answer_poll(short asked);
+    // What a poll finds after the node has vanished under this open.
+    virtual short readiness_when_gone() const { return POLLERR | POLLHUP; }
 
     // For the server: whom to tell when readiness may have changed.
     void on_changed(std::function<void()> listener) { listener_ = std::move(listener); }

@@ -287,11 +287,15 @@ void poll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_pollhandle*
     FuseServer& server = server_of(request);
     const std::shared_ptr<fuse_pollhandle> poller(
         handle, [](fuse_pollhandle* old) { fuse_pollhandle_destroy(old); });
+    // An old kernel does not say what is asked: then it is everything.
+    const auto asked = static_cast<short>(info->poll_events != 0 ? info->poll_events : 0x7FFF);
     unsigned ready = POLLERR | POLLHUP;
     server.board().act([&] {
         const auto open = server.find_open(info->fh);
-        if (open && !open->gone) {
-            ready = static_cast<unsigned>(open->file->readiness());
+        if (open && open->gone) {
+            ready = static_cast<unsigned>(open->file->readiness_when_gone());
+        } else if (open) {
+            ready = static_cast<unsigned>(open->file->answer_poll(asked));
             if (handle != nullptr) {
                 open->wake = [poller] { fuse_lowlevel_notify_poll(poller.get()); };
             }

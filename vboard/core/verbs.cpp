@@ -32,6 +32,31 @@ bool fits(Argument::Type type, const Json& value) {
 
 } // namespace
 
+bool Verbs::add_for(const std::string& key, unsigned number, Verb verb) {
+    if (!acts_[verb.name].emplace(number, std::move(verb.act)).second) {
+        return false;
+    }
+    verb.arguments.insert(verb.arguments.begin(), {key});
+    verb.act = [this, name = verb.name, key](const Json& arguments) {
+        return call_one(name, key, arguments);
+    };
+    add(std::move(verb));
+    return true;
+}
+
+Json Verbs::call_one(const std::string& name, const std::string& key, const Json& arguments) const {
+    const auto& acts = acts_.at(name);
+    const auto found = acts.find(arguments[key].get<std::int64_t>());
+    if (found == acts.end()) {
+        std::string numbers;
+        for (const auto& [number, unused] : acts) {
+            numbers += fmt::format(" {}", number);
+        }
+        throw VerbError(fmt::format("{}: on this board \"{}\" is one of{}", name, key, numbers));
+    }
+    return found->second(arguments);
+}
+
 Json Verbs::call(const std::string& name, const Json& arguments) const {
     const auto found = verbs_.find(name);
     if (found == verbs_.end()) {

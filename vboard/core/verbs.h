@@ -39,6 +39,9 @@ struct Verb {
 class Verbs {
   public:
     void add(Verb verb) { verbs_[verb.name] = std::move(verb); }
+    // A verb that several devices have: its argument `key` says which of them is meant, and comes
+    // before the verb's own arguments. False where that number has the verb already.
+    bool add_for(const std::string& key, unsigned number, Verb verb);
 
     // Checks the arguments and acts; VerbError where the verb or an argument will not do.
     Json call(const std::string& name, const Json& arguments) const;
@@ -47,7 +50,12 @@ class Verbs {
     Json describe() const;
 
   private:
+    using Act = std::function<Json(const Json& arguments)>;
+
+    Json call_one(const std::string& name, const std::string& key, const Json& arguments) const;
+
     std::map<std::string, Verb> verbs_;
+    std::map<std::string, std::map<std::int64_t, Act>> acts_; // of the verbs several devices have
 };
 
 } // namespace vb

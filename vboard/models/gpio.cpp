@@ -1,5 +1,7 @@
 #include "models/gpio.h"
 
+#include "models/line_world.h"
+
 #include <fmt/format.h>
 
 #include <array>
@@ -92,7 +94,7 @@ class GpioFile : public File {
     std::deque<ValueRecord> events_;
 };
 
-class Gpio : public Model {
+class Gpio : public Model, private LineDriver {
   public:
     Gpio(Board& board, Settings& settings);
 
@@ -105,11 +107,13 @@ class Gpio : public Model {
     void closed(GpioFile* file) { files_.erase(file); }
 
   private:
-    void add_verbs();
     void on_level(unsigned line, bool level);
     int check(std::uint32_t line);
-    unsigned outside_line(const Json& arguments) const;
-    Json show(unsigned line) const;
+
+    bool is_output(unsigned line) const override { return lines_[line].output; }
+    bool in_use(unsigned line) const override { return lines_[line].configured; }
+    Json show_line(unsigned line) const override;
+    void add_to_list(Json& list) const override { list["overflows"] = overflows_; }
 
     Board& board_;
     std::string node_;
@@ -185,17 +189,10 @@ Gpio::Gpio(Board& board, Settings& settings)
       node_(settings.get<std::string>("node", "/dev/drvgpio")),
       bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))),
       lines_(bank_.count()) {
-    const Json levels = settings.get<Json>("levels", Json::object());
-    for (const auto& [key, level] : levels.items()) {
-        const unsigned line = Settings(Json{{"line", key}}, "levels").number("line", 0, 65535);
-        if (line >= lines_.size() || !level.is_number_integer()) {
-            settings.refuse("levels", fmt::format("\"{}\" is no line with a level", key));
-        }
-        bank_.set(line, level != 0, "outside");
-    }
+    set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     board_.tree().put(node_, std::make_shared<GpioNode>(*this));
-    add_verbs();
+    add_line_verbs(board, bank_, *this);
 }
 
 int Gpio::check(std::uint32_t line) {
@@ -276,63 +273,12 @@ void Gpio::on_level(unsigned number, bool level) {
 
 // --- the world outside ---
 
-unsigned Gpio::outside_line(const Json& arguments) const {
-    const auto line = arguments["line"].get<std::int64_t>();
-    if (line < 0 || static_cast<std::uint64_t>(line) >= lines_.size()) {
-        throw VerbError(fmt::format("this board has lines 0 to {}", lines_.size() - 1));
-    }
-    return static_cast<unsigned>(line);
-}
-
-Json Gpio::show(unsigned number) const {
+Json Gpio::show_line(unsigned number) const {
     const Line& line = lines_[number];
     return {{"line", number},          {"configured", line.configured},
             {"label", line.label},     {"direction", line.output ? "out" : "in"},
             {"trigger", line.trigger}, {"interrupt", line.interrupt},
             {"param", line.param},     {"level", bank_.level(number) ? 1 : 0}};
-}
-
-void Gpio::add_verbs() {
-    Verbs& verbs = board_.verbs();
-    verbs.add({"gpio.drive",
-               {{"line"}, {"level"}},
-               "give an input line a level from outside",
-               [this](const Json& arguments) -> Json {
-                   const unsigned line = outside_line(arguments);
-                   if (lines_[line].output) {
-                       throw VerbError(fmt::format("line {} is an output of the board", line));
-                   }
-                   bank_.set(line, arguments["level"] != 0, "outside");
-                   return show(line);
-               }});
-    verbs.add({"gpio.show",
-               {{"line"}},
-               "one line: configuration and level",
-               [this](const Json& arguments) { return show(outside_line(arguments)); }});
-    verbs.add({"gpio.list", {}, "every configured line, and lost events", [this](const Json&) {
-                   Json lines = Json::array();
-                   for (unsigned line = 0; line < lines_.size(); ++line) {
-                       if (lines_[line].configured) {
-                           lines.push_back(show(line));
-                       }
-                   }
-                   return Json{{"lines", lines}, {"overflows", overflows_}};
-               }});
-    verbs.add({"gpio.watch",
-               {{"line"}},
-               "every change of a line's level from now on",
-               [this](const Json& arguments) -> Json {
-                   return {{"kind", "line"}, {"bank", kBank}, {"line", outside_line(arguments)}};
-               },
-               true});
-    verbs.add({"gpio.wire",
-               {{"from"}, {"to"}},
-               "let one line follow another from now on",
-               [this](const Json& arguments) -> Json {
-                   board_.wire(fmt::format("{}:{}", kBank, arguments["from"].get<unsigned>()),
-                               fmt::format("{}:{}", kBank, arguments["to"].get<unsigned>()));
-                   return {};
-               }});
 }
 
 } // namespace

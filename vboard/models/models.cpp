@@ -1,6 +1,11 @@
 #include "models/models.h"
 
+#include "models/cdcm6208.h"
+#include "models/fpga.h"
 #include "models/gpio.h"
+#include "models/i2c_adapter.h"
+#include "models/idt6965.h"
+#include "models/sysfs_gpio.h"
 
 #include <algorithm>
 #include <array>
@@ -17,6 +22,12 @@ struct Kind {
 
 constexpr std::array kKinds = {
     Kind{"gpio", "GPIO character driver: node, lines, levels", make_gpio},
+    Kind{"sysfs_gpio", "GPIO lines in /sys/class/gpio: lines, levels", make_sysfs_gpio},
+    Kind{"i2c_adapter", "I2C bus with its node: bus, pattern, name", make_i2c_adapter},
+    Kind{"cdcm6208", "clock synthesizer: device, bus, address, power_down, reset, lock_ms",
+         make_cdcm6208},
+    Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
+    Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {
@@ -69,6 +80,7 @@ void build_board(Board& board, const std::string& board_file_text) {
     const Json wires = settings.get<Json>("wires", Json::array());
     settings.finish();
     add_each(board, models, "models", add_model);
+    check_i2c_buses(board);
     add_each(board, wires, "wires", add_wire);
 }
 

@@ -1,0 +1,236 @@
+#include "models/fpga.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace vb {
+
+namespace {
+
+struct TransferRecord {
+    std::uint32_t reserved0;
+    std::uint32_t reserved1;
+    std::uint32_t operation;
+    std::uint32_t address;
+    std::uint32_t length;
+    std::uint32_t reserved2;
+    std::uint64_t buffer;
+};
+static_assert(sizeof(TransferRecord) == 32);
+
+using FieldType = RecordField::Type;
+
+constexpr RecordField kFields[] = {
+    {"operation", FieldType::u32, 8},
+    {"address", FieldType::u32, 12},
+    {"length", FieldType::u32, 16},
+    {"buffer", FieldType::u64, 24},
+};
+
+constexpr std::uint32_t kRead = 1;
+constexpr std::uint32_t kWrite = 3;
+constexpr short kReadable = POLLIN | POLLRDNORM;
+
+constexpr RequestRow kRequests[] = {
+    {0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, sizeof(TransferRecord), kFields},
+};
+
+class Fpga;
+
+class AccessFile : public File {
+  public:
+    explicit AccessFile(Fpga& fpga) : fpga_(fpga) {}
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override;
+
+  private:
+    Fpga& fpga_;
+};
+
+class InterruptFile : public File {
+  public:
+    explicit InterruptFile(Fpga& fpga);
+    ~InterruptFile() override;
+    short readiness() const override { return pending_ > 0 ? kReadable : 0; }
+    short answer_poll(short asked) override;
+    void interrupt();
+
+  private:
+    Fpga& fpga_;
+    std::uint64_t pending_ = 0;
+};
+
+class Fpga : public Model {
+  public:
+    Fpga(Board& board, Settings& settings);
+
+    Outcome transfer(const TransferRecord& record, const CallerMemory& memory);
+    void reported(std::uint64_t left);
+    void opened(InterruptFile* file) { listeners_.insert(file); }
+    void closed(InterruptFile* file) { listeners_.erase(file); }
+
+  private:
+    void add_verbs();
+    Outcome complain(const std::string& text);
+    std::span<std::uint8_t> outside_bytes(const Json& address, std::size_t length);
+    Json interrupt(const Json& arguments);
+
+    Board& board_;
+    std::string node_;
+    std::string interrupt_node_;
+    Bytes bytes_;
+    std::set<InterruptFile*> listeners_;
+};
+
+template <class Kind>
+class FpgaNode : public Node {
+  public:
+    explicit FpgaNode(Fpga& fpga) : Node(S_IFREG | 0666), fpga_(fpga) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<Kind>(fpga_);
+        return 0;
+    }
+
+  private:
+    Fpga& fpga_;
+};
+
+// --- opens ---
+
+Outcome AccessFile::request(RequestCall& call) {
+    return fpga_.transfer(record_from<TransferRecord>(call.record), call.memory);
+}
+
+InterruptFile::InterruptFile(Fpga& fpga) : fpga_(fpga) {
+    fpga_.opened(this);
+}
+
+InterruptFile::~InterruptFile() {
+    fpga_.closed(this);
+}
+
+short InterruptFile::answer_poll(short asked) {
+    const auto answer = static_cast<short>(readiness() & asked);
+    if (answer != 0) {
+        fpga_.reported(--pending_);
+    }
+    return answer;
+}
+
+void InterruptFile::interrupt() {
+    ++pending_;
+    changed();
+}
+
+// --- the driver ---
+
+Fpga::Fpga(Board& board, Settings& settings)
+    : board_(board),
+      node_(settings.get<std::string>("node", "/dev/fpga")),
+      interrupt_node_(settings.get<std::string>("interrupt_node", "/dev/fpgavm")),
+      bytes_(settings.number("size", 65536, 1U << 24)) {
+    board.tree().put(node_, std::make_shared<FpgaNode<AccessFile>>(*this));
+    board.tree().put(interrupt_node_, std::make_shared<FpgaNode<InterruptFile>>(*this));
+    add_verbs();
+}
+
+Outcome Fpga::complain(const std::string& text) {
+    board_.misuse(node_, text);
+    return Outcome::failed(EINVAL);
+}
+
+Outcome Fpga::transfer(const TransferRecord& record, const CallerMemory& memory) {
+    if (record.reserved0 != 0 || record.reserved1 != 0 || record.reserved2 != 0) {
+        return complain("a reserved word of the record is not 0");
+    }
+    if (record.operation != kRead && record.operation != kWrite) {
+        return complain(fmt::format("there is no operation {}", record.operation));
+    }
+    if (record.address > bytes_.size() || record.length > bytes_.size() - record.address) {
+        return complain(
+            fmt::format("{} bytes from {:#x} are too many", record.length, record.address));
+    }
+    const auto bytes = std::span(bytes_).subspan(record.address, record.length);
+    Bytes buffer(bytes.begin(), bytes.end());
+    const bool reached = record.operation == kRead ? memory.write(record.buffer, buffer)
+                                                   : memory.read(record.buffer, buffer);
+    if (!reached) {
+        return Outcome::failed(EFAULT);
+    }
+    std::copy(buffer.begin(), buffer.end(), bytes.begin());
+    board_.trace().add("fpga", {{"node", node_},
+                                {"operation", record.operation == kRead ? "read" : "write"},
+                                {"address", record.address},
+                                {"bytes", to_hex(buffer)}});
+    return Outcome::done();
+}
+
+void Fpga::reported(std::uint64_t left) {
+    board_.trace().add("interrupt",
+                       {{"node", interrupt_node_}, {"state", "reported"}, {"left", left}});
+}
+
+// --- the world outside ---
+
+std::span<std::uint8_t> Fpga::outside_bytes(const Json& address, std::size_t length) {
+    const auto first = address.get<std::int64_t>();
+    if (first < 0 || static_cast<std::uint64_t>(first) > bytes_.size() ||
+        length > bytes_.size() - static_cast<std::uint64_t>(first)) {
+        throw VerbError(fmt::format("the register file has {} bytes", bytes_.size()));
+    }
+    return std::span(bytes_).subspan(static_cast<std::size_t>(first), length);
+}
+
+Json Fpga::interrupt(const Json& arguments) {
+    const auto count = arguments.value("count", std::int64_t{1});
+    if (count < 0 || count > 1'000'000) {
+        throw VerbError("0 to 1000000 interrupts");
+    }
+    for (std::int64_t i = 0; i < count; ++i) {
+        for (InterruptFile* file : listeners_) {
+            file->interrupt();
+        }
+    }
+    board_.trace().add("interrupt", {{"node", interrupt_node_},
+                                     {"state", "raised"},
+                                     {"count", count},
+                                     {"listeners", listeners_.size()}});
+    return {{"listeners", listeners_.size()}};
+}
+
+void Fpga::add_verbs() {
+    using Type = Argument::Type;
+    Verbs& verbs = board_.verbs();
+    verbs.add({"fpga.peek",
+               {{"address"}, {"length"}},
+               "bytes of the register file, as hexadecimal digits",
+               [this](const Json& arguments) -> Json {
+                   const auto length = arguments["length"].get<std::int64_t>();
+                   return to_hex(
+                       outside_bytes(arguments["address"], static_cast<std::size_t>(length)));
+               }});
+    verbs.add({"fpga.poke",
+               {{"address"}, {"bytes", Type::text}},
+               "write hexadecimal digits to the register file",
+               [this](const Json& arguments) -> Json {
+                   const auto bytes = from_hex(arguments["bytes"].get<std::string>());
+                   if (!bytes) {
+                       throw VerbError("an even number of hexadecimal digits is wanted");
+                   }
+                   const auto place = outside_bytes(arguments["address"], bytes->size());
+                   std::copy(bytes->begin(), bytes->end(), place.begin());
+                   return {};
+               }});
+    verbs.add({"fpga.interrupt",
+               {{"count", Type::integer, true}},
+               "raise an interrupt, or several at once",
+               [this](const Json& arguments) { return interrupt(arguments); }});
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_fpga(Board& board, Settings& settings) {
+    return std::make_unique<Fpga>(board, settings);
+}
+
+} // namespace vb

@@ -1,0 +1,239 @@
+#include "models/sysfs_gpio.h"
+
+#include "core/attribute.h"
+#include "models/line_world.h"
+
+#include <array>
+#include <cerrno>
+
+namespace vb {
+
+namespace {
+
+constexpr char kBank[] = "sysgpio";
+constexpr char kClass[] = "/sys/class/gpio";
+constexpr std::array kEdges = {"none", "falling", "rising", "both"};
+enum Edge : std::size_t { kNone = 0, kFalling = 1, kRising = 2 }; // both: the two together
+
+struct Line {
+    bool output = false;
+    bool outside = false; // the level that the outside gives an input
+    std::size_t edge = kNone;
+    bool active_low = false;
+    std::shared_ptr<Attribute> value; // while exported
+
+    bool fires_on(bool level) const {
+        return (edge & (level != active_low ? kRising : kFalling)) != 0;
+    }
+};
+
+class SysfsGpio : public Model, private LineDriver {
+  public:
+    SysfsGpio(Board& board, Settings& settings);
+
+  private:
+    int export_line(std::string_view text);
+    int unexport_line(std::string_view text);
+    void put_attributes(unsigned line);
+    int find(std::string_view text, unsigned& line) const;
+    int set_direction(unsigned line, std::string_view text);
+    int set_output(unsigned line, bool level);
+    int set_value(unsigned line, std::string_view text);
+    int set_edge(unsigned line, std::string_view text);
+    int set_active_low(unsigned line, std::string_view text);
+    void on_level(unsigned line, bool level);
+
+    bool is_output(unsigned line) const override { return lines_[line].output; }
+    bool in_use(unsigned line) const override { return lines_[line].value != nullptr; }
+    Json show_line(unsigned line) const override;
+
+    Board& board_;
+    LineBank& bank_;
+    std::vector<Line> lines_;
+};
+
+std::string folder_of(unsigned line) {
+    return fmt::format("{}/gpio{}", kClass, line);
+}
+
+SysfsGpio::SysfsGpio(Board& board, Settings& settings)
+    : board_(board),
+      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))),
+      lines_(bank_.count()) {
+    bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
+    set_levels(bank_, settings);
+    Tree& tree = board.tree();
+    const std::string path = kClass;
+    tree.put(path + "/export", std::make_shared<Attribute>(nullptr, [this](std::string_view text) {
+                 return export_line(text);
+             }));
+    tree.put(path + "/unexport",
+             std::make_shared<Attribute>(
+                 nullptr, [this](std::string_view text) { return unexport_line(text); }));
+    tree.put(path + "/gpiochip0/base", fixed_attribute("0"));
+    tree.put(path + "/gpiochip0/label", fixed_attribute(kBank));
+    tree.put(path + "/gpiochip0/ngpio", fixed_attribute(std::to_string(lines_.size())));
+    add_line_verbs(board, bank_, *this);
+}
+
+// --- export and unexport ---
+
+int SysfsGpio::find(std::string_view text, unsigned& line) const {
+    long number = 0;
+    if (const int error = parse_integer(text, number); error != 0) {
+        return error;
+    }
+    if (number < 0 || static_cast<unsigned long>(number) >= lines_.size()) {
+        return EINVAL;
+    }
+    line = static_cast<unsigned>(number);
+    return 0;
+}
+
+int SysfsGpio::export_line(std::string_view text) {
+    unsigned line = 0;
+    if (const int error = find(text, line); error != 0) {
+        return error;
+    }
+    if (in_use(line)) {
+        return EBUSY;
+    }
+    put_attributes(line);
+    return 0;
+}
+
+void SysfsGpio::put_attributes(unsigned number) {
+    Line& line = lines_[number];
+    const auto put = [&](const char* name, Attribute::Show show,
+                         int (SysfsGpio::*store)(unsigned, std::string_view),
+                         Attribute::Reading reading = Attribute::Reading::kept) {
+        auto attribute = std::make_shared<Attribute>(
+            std::move(show),
+            [this, number, store](std::string_view text) { return (this->*store)(number, text); },
+            reading);
+        board_.tree().put(fmt::format("{}/{}", folder_of(number), name), attribute);
+        return attribute;
+    };
+    put(
+        "direction", [&line] { return line.output ? "out" : "in"; }, &SysfsGpio::set_direction);
+    put(
+        "edge", [&line] { return kEdges[line.edge]; }, &SysfsGpio::set_edge);
+    put(
+        "active_low", [&line] { return line.active_low ? "1" : "0"; }, &SysfsGpio::set_active_low);
+    line.value = put(
+        "value",
+        [this, &line, number] { return bank_.level(number) != line.active_low ? "1" : "0"; },
+        &SysfsGpio::set_value, Attribute::Reading::fresh);
+}
+
+int SysfsGpio::unexport_line(std::string_view text) {
+    unsigned number = 0;
+    if (const int error = find(text, number); error != 0) {
+        return error;
+    }
+    if (!in_use(number)) {
+        return EINVAL;
+    }
+    const std::string folder = folder_of(number);
+    board_.tree().take(folder);
+    for (const char* name : {"direction", "edge", "active_low", "value"}) {
+        board_.transfers().vanish(fmt::format("{}/{}", folder, name));
+    }
+    Line& line = lines_[number];
+    line.edge = kNone;
+    line.active_low = false;
+    line.value = nullptr;
+    return 0;
+}
+
+// --- attributes of a line ---
+
+int SysfsGpio::set_output(unsigned number, bool level) {
+    if (lines_[number].edge != kNone) {
+        return EIO;
+    }
+    lines_[number].output = true;
+    bank_.set(number, level, "program");
+    return 0;
+}
+
+int SysfsGpio::set_direction(unsigned number, std::string_view text) {
+    if (is_word(text, "high")) {
+        return set_output(number, true);
+    }
+    if (is_word(text, "out") || is_word(text, "low")) {
+        return set_output(number, false);
+    }
+    if (!is_word(text, "in")) {
+        return EINVAL;
+    }
+    Line& line = lines_[number];
+    line.output = false;
+    bank_.set(number, line.outside, "outside");
+    return 0;
+}
+
+int SysfsGpio::set_value(unsigned number, std::string_view text) {
+    const Line& line = lines_[number];
+    long value = 0;
+    const int error = parse_integer(text, value);
+    if (!line.output) {
+        return EPERM;
+    }
+    if (error == 0) {
+        bank_.set(number, (value != 0) != line.active_low, "program");
+    }
+    return error;
+}
+
+int SysfsGpio::set_edge(unsigned number, std::string_view text) {
+    for (std::size_t edge = 0; edge < kEdges.size(); ++edge) {
+        if (is_word(text, kEdges[edge])) {
+            if (edge != kNone && lines_[number].output) {
+                return EIO;
+            }
+            lines_[number].edge = edge;
+            return 0;
+        }
+    }
+    return EINVAL;
+}
+
+int SysfsGpio::set_active_low(unsigned number, std::string_view text) {
+    long value = 0;
+    const int error = parse_integer(text, value);
+    if (error == 0) {
+        lines_[number].active_low = value != 0;
+    }
+    return error;
+}
+
+// --- the electrical side ---
+
+void SysfsGpio::on_level(unsigned number, bool level) {
+    Line& line = lines_[number];
+    if (!line.output) {
+        line.outside = level;
+    }
+    if (line.value && line.fires_on(level)) {
+        line.value->notify();
+    }
+}
+
+Json SysfsGpio::show_line(unsigned number) const {
+    const Line& line = lines_[number];
+    return {{"line", number},
+            {"exported", in_use(number)},
+            {"direction", line.output ? "out" : "in"},
+            {"edge", kEdges[line.edge]},
+            {"active_low", line.active_low ? 1 : 0},
+            {"level", bank_.level(number) ? 1 : 0}};
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_sysfs_gpio(Board& board, Settings& settings) {
+    return std::make_unique<SysfsGpio>(board, settings);
+}
+
+} // namespace vb
