@@ -99,6 +99,12 @@ TEST_F(SysfsGpioModel, DrivesOutputsAndReadsInputs) {
     EXPECT_EQ(write_text("gpio9/edge", "both"), -EIO);
     EXPECT_THROW(drive_line(9, 0), ClientError);
     EXPECT_EQ(write_text("gpio9/direction", "sideways"), -EINVAL);
+
+    write_text("export", "471"); // pulled up
+    EXPECT_EQ(read_text("gpio471/value"), "1\n");
+    write_text("gpio471/direction", "out");
+    write_text("gpio471/direction", "in");
+    EXPECT_EQ(read_text("gpio471/value"), "1\n") << "an input has the level of the outside";
 }
 
 TEST_F(SysfsGpioModel, TellsOfTheChosenEdgesOnly) {
