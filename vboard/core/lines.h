@@ -29,6 +29,9 @@ class LineBank {
     // `by` says who: "program", "outside" or "wire". A level that is there already changes nothing.
     void set(unsigned line, bool level, const char* by);
 
+    // The level a line has when the board starts: no change, nobody is told.
+    void preset(unsigned line, bool level) { levels_.at(line) = level; }
+
     // Called after every change of any line, or of one line.
     void watch_all(Watcher watcher) { watchers_.push_back(std::move(watcher)); }
     void watch(unsigned line, Watcher watcher) {

@@ -81,7 +81,7 @@ void set_levels(LineBank& bank, Settings& settings) {
         if (line >= bank.count() || !level.is_number_integer()) {
             settings.refuse("levels", fmt::format("\"{}\" is no line with a level", key));
         }
-        bank.set(line, level != 0, "outside");
+        bank.preset(line, level != 0);
     }
 }
 

@@ -62,6 +62,9 @@ SysfsGpio::SysfsGpio(Board& board, Settings& settings)
       lines_(bank_.count()) {
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     set_levels(bank_, settings);
+    for (unsigned line = 0; line < lines_.size(); ++line) {
+        lines_[line].outside = bank_.level(line);
+    }
     Tree& tree = board.tree();
     const std::string path = kClass;
     tree.put(path + "/export", std::make_shared<Attribute>(nullptr, [this](std::string_view text) {
