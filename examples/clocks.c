@@ -16,7 +16,7 @@
 /* What the synthesizers' outputs 4 to 7 are to give: video clocks and a reference, in Hz. */
 static const double wanted[HAL_CDCM6208_DEVICES][4] = {
     {148500000.0, 148500000.0 / 1.001, 74250000.0, 74250000.0 / 1.001},
-    {25000000.0, 27000000.0, 122880000.0, 33333333.0},
+    {25000000.0, 27000000.0, 122880000.0, 36000000.0},
 };
 
 static int failures;

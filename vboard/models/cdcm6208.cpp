@@ -1,6 +1,7 @@
 #include "models/cdcm6208.h"
 
 #include "core/register_table.h"
+#include "models/frequency_verb.h"
 #include "models/i2c_adapter.h"
 
 namespace vb {
@@ -138,7 +139,7 @@ void Cdcm6208::unlock() {
 // --- what comes out ---
 
 Json Cdcm6208::output_hz(unsigned output) const {
-    if (output < kFirstFractional || !answers()) {
+    if (output < kFirstFractional || output >= kOutputs || !answers()) {
         return nullptr;
     }
     const unsigned first = 9 + 3 * (output - kFirstFractional);
@@ -177,6 +178,8 @@ void Cdcm6208::add_verbs(Settings& settings) {
     if (!alone) {
         settings.refuse("device", fmt::format("there is a cdcm6208 {} already", device_));
     }
+    add_frequency_verb(verbs, "cdcm6208", device_,
+                       [this](unsigned output) { return output_hz(output); });
     verbs.add_for("device", device_,
                   {"cdcm6208.lock_ms",
                    {{"ms"}},

@@ -1,6 +1,7 @@
 #include "models/idt6965.h"
 
 #include "core/register_table.h"
+#include "models/frequency_verb.h"
 #include "models/i2c_adapter.h"
 
 namespace vb {
@@ -30,6 +31,7 @@ constexpr RegisterRow kRegisters[] = {
     {0x69, 1, "enable_b"},
 };
 
+constexpr unsigned kOutputs = 4;
 constexpr double kReferenceHz = 12.5e6;
 constexpr unsigned kFeedback = 0x17;
 constexpr unsigned kEnableA = 0x68;
@@ -68,6 +70,9 @@ Idt6965::Idt6965(Board& board, Settings& settings)
     if (!alone) {
         settings.refuse("device", fmt::format("there is an idt6965 {} already", device_));
     }
+    add_frequency_verb(board.verbs(), "idt6965", device_, [this](unsigned output) {
+        return output >= 1 && output <= kOutputs && output_on(output) ? output_hz(output) : Json();
+    });
 }
 
 // A 12-bit number: eight bits in one register, four at the top of the next.
@@ -103,7 +108,7 @@ Json Idt6965::output_hz(unsigned output) const {
 
 Json Idt6965::show() const {
     Json outputs = Json::array();
-    for (unsigned output = 1; output <= 4; ++output) {
+    for (unsigned output = 1; output <= kOutputs; ++output) {
         outputs.push_back({{"output", output},
                            {"hz", output_hz(output)},
                            {"on", output_on(output)},
