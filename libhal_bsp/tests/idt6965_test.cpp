@@ -286,6 +286,7 @@ TEST(ClockRegistry, CountsEachKindAndLeavesOthersAlone) {
 }
 
 TEST(ClockBoardData, IsThatOfTheBoard) {
+    clock_config_register();
     EXPECT_STREQ(cdcm6208_bus_id[0], "2");
     EXPECT_STREQ(cdcm6208_bus_id[1], "5");
     EXPECT_STREQ(idt6965_bus_id[2], "4");
