@@ -47,8 +47,8 @@ static uint8_t idt_write(uint32_t dev, uint16_t addr8, uint8_t* reg, uint16_t re
                              data_len) == 0;
 }
 
-static uint8_t idt_read(uint32_t dev, uint16_t addr8, uint8_t* reg, uint16_t reg_len,
-                        uint8_t* data, uint16_t data_len) {
+static uint8_t idt_read(uint32_t dev, uint16_t addr8, uint8_t* reg, uint16_t reg_len, uint8_t* data,
+                        uint16_t data_len) {
     return i2c_readnumbytes(bus_of(idt6965_bus_id[dev]), (uint8_t)addr8, reg, reg_len, data,
                             data_len) == 0;
 }

@@ -36,11 +36,19 @@ Chip chip_at(unsigned place) {
     const clock_config_entry& entry = clock_config[place];
     if (entry.type == HAL_CLOCK_CDCM6208) {
         const std::uint32_t dev = entry.cdcm_index;
-        return {place, true, "cdcm6208", dev, cdcm6208_bus_id[dev],
+        return {place,
+                true,
+                "cdcm6208",
+                dev,
+                cdcm6208_bus_id[dev],
                 static_cast<unsigned>(cdcm6208_devlist[dev].i2c_addr >> 1)};
     }
     const std::uint32_t dev = entry.idt_index;
-    return {place, false, "idt6965", dev, idt6965_bus_id[dev],
+    return {place,
+            false,
+            "idt6965",
+            dev,
+            idt6965_bus_id[dev],
             static_cast<unsigned>(idt6965_devlist[dev].i2c_addr >> 1)};
 }
 
@@ -74,9 +82,8 @@ int run_list(Tool& tool) {
 
 int run_init(Tool& tool, const ClockArguments& arguments) {
     const Chip chip = chip_at(arguments.chip);
-    const bool done = chip.is_cdcm
-                          ? cdcm6208_out_config(chip.dev, cdcm6208_reg_list[chip.dev]) == 1
-                          : idt6965_init(chip.dev) == 1;
+    const bool done = chip.is_cdcm ? cdcm6208_out_config(chip.dev, cdcm6208_reg_list[chip.dev]) == 1
+                                   : idt6965_init(chip.dev) == 1;
     if (!done) {
         return failed("init", chip);
     }
@@ -91,20 +98,19 @@ int run_set(Tool& tool, const ClockArguments& arguments) {
         return kExitFailure;
     }
     const bool done =
-        chip.is_cdcm ? cdcm_6208_out_freq_config(chip.dev, arguments.output,
-                                                 cdcm6208_reg_list[chip.dev],
-                                                 arguments.frequency) == 0
-                     : idt6965_out_freq_config(chip.dev, arguments.output,
-                                               static_cast<std::uint32_t>(arguments.frequency)) == 1;
+        chip.is_cdcm
+            ? cdcm_6208_out_freq_config(chip.dev, arguments.output, cdcm6208_reg_list[chip.dev],
+                                        arguments.frequency) == 0
+            : idt6965_out_freq_config(chip.dev, arguments.output,
+                                      static_cast<std::uint32_t>(arguments.frequency)) == 1;
     if (!done) {
         fmt::print(stderr, "halctl: clock set {}: output {} cannot give {} Hz\n", chip.title(),
                    arguments.output, arguments.frequency);
         return kExitFailure;
     }
-    tool.output().print({{"chip", chip.place},
-                         {"output", arguments.output},
-                         {"frequency", arguments.frequency}},
-                        "");
+    tool.output().print(
+        {{"chip", chip.place}, {"output", arguments.output}, {"frequency", arguments.frequency}},
+        "");
     return kExitDone;
 }
 
@@ -136,10 +142,9 @@ int run_enable(Tool& tool, const ClockArguments& arguments) {
     if (idt6965_port_ctrl(chip.dev, arguments.output, arguments.word == "on" ? 1 : 0) != 1) {
         return failed("enable", chip);
     }
-    tool.output().print({{"chip", chip.place},
-                         {"output", arguments.output},
-                         {"enabled", arguments.word == "on"}},
-                        "");
+    tool.output().print(
+        {{"chip", chip.place}, {"output", arguments.output}, {"enabled", arguments.word == "on"}},
+        "");
     return kExitDone;
 }
 

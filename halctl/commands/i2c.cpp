@@ -95,7 +95,8 @@ void add_chip(CLI::App& command, I2cArguments& arguments) {
         ->required()
         ->check(CLI::Range(0, 0x7F));
     command
-        .add_option("REGISTER", arguments.reg, "Register, one or two bytes in the order they are sent")
+        .add_option("REGISTER", arguments.reg,
+                    "Register, one or two bytes in the order they are sent")
         ->required()
         ->check(is_hex(1, 2));
 }

@@ -122,8 +122,9 @@ void add_sysgpio(CLI::App& app, Tool& tool) {
     const auto set_arguments = add_line(set, tool, run_set);
     set.add_option("LEVEL", set_arguments->value, "0 or 1")->required()->check(CLI::Range(0, 1));
 
-    CLI::App& watch = tool.add_command(*group, "watch", "Print each change of an input as it comes",
-                                       "halctl sysgpio watch 12 --edge both --count 1 --timeout 10");
+    CLI::App& watch =
+        tool.add_command(*group, "watch", "Print each change of an input as it comes",
+                         "halctl sysgpio watch 12 --edge both --count 1 --timeout 10");
     const auto watch_arguments = add_line(watch, tool, run_watch);
     watch.add_option("--edge", watch_arguments->edge, "rising, falling or both")
         ->check(CLI::IsMember(std::vector<std::string>{"rising", "falling", "both"}));

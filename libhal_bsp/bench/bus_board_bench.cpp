@@ -26,9 +26,8 @@ void compare_i2c() {
         "i2c_readnumbytes / three ioctls",
         [&] { i2c_readnumbytes(kBus, kAddress8, reg.data(), 2, data.data(), 2); },
         [&] {
-            std::array<i2c_msg, 2> messages{
-                i2c_msg{kAddress8 >> 1, 0, 2, reg.data()},
-                i2c_msg{kAddress8 >> 1, I2C_M_RD, 2, data.data()}};
+            std::array<i2c_msg, 2> messages{i2c_msg{kAddress8 >> 1, 0, 2, reg.data()},
+                                            i2c_msg{kAddress8 >> 1, I2C_M_RD, 2, data.data()}};
             i2c_rdwr_ioctl_data transfer{messages.data(), 2};
             ioctl(fd, I2C_TIMEOUT, 1);
             ioctl(fd, I2C_RETRIES, 2);
@@ -53,7 +52,7 @@ void compare_fpga() {
         "hal_fpga_read / open, ioctl, close",
         [&] { hal_fpga_read(0, 0x100, data.size(), data.data()); },
         [&] {
-            FpgaRecord record{{0, 0}, 1,           0x100,
+            FpgaRecord record{{0, 0}, 1, 0x100,
                               4,      0, reinterpret_cast<std::uintptr_t>(data.data())};
             const int fd = open("/dev/fpga", O_RDWR | O_CLOEXEC);
             ioctl(fd, 0xC00865A0, &record);

@@ -95,8 +95,9 @@ int main() {
         best.push_back(reachable);
         lost.push_back(chosen.back() - reachable);
     }
-    std::printf("%zu of %d frequencies set, %d in no divider's range, %d missed at a range's edge\n",
-                chosen.size(), kFrequencies, unreachable, missed);
+    std::printf(
+        "%zu of %d frequencies set, %d in no divider's range, %d missed at a range's edge\n",
+        chosen.size(), kFrequencies, unreachable, missed);
     print("error of the chosen", chosen);
     print("error of the best", best);
     print("lost by the choice", lost);

@@ -12,8 +12,9 @@ void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device,
                    "what an output gives, in Hz",
                    [chip, device, hertz](const Json& arguments) -> Json {
                        const auto output = arguments["output"].get<std::int64_t>();
-                       const Json result =
-                           output < 0 || output > 255 ? Json() : hertz(static_cast<unsigned>(output));
+                       const Json result = output < 0 || output > 255
+                                               ? Json()
+                                               : hertz(static_cast<unsigned>(output));
                        if (result.is_null()) {
                            throw VerbError(fmt::format("{} {}: output {} gives no signal", chip,
                                                        device, output));

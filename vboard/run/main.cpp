@@ -32,9 +32,10 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
         ->check(CLI::Range(0.001, 100'000.0));
     command.add_option("--trace", arguments.options.trace_path,
                        "Write everything that happens to this file, a JSON object a line");
-    command.add_option("--fault", arguments.options.faults,
-                       "Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]; may be given "
-                       "several times")
+    command
+        .add_option("--fault", arguments.options.faults,
+                    "Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]; may be given "
+                    "several times")
         ->allow_extra_args(false);
 }
 
