@@ -16,11 +16,11 @@ static_assert(std::endian::native == std::endian::little);
 
 // What a module asks of its node, and how it speaks of failures.
 struct DeviceRequest {
-    const char* module;
-    const char* node;
-    unsigned long code;
-    const char* open_error;  // logged when the node cannot be opened
-    const char* ioctl_error; // logged when the request's result is negative; null: nothing is
+    const char* module = nullptr;
+    const char* node = nullptr;
+    unsigned long code = 0;
+    const char* open_error = nullptr;  // logged when the node cannot be opened
+    const char* ioctl_error = nullptr; // logged when the request's result is negative; null: not
     int level = HAL_LOG_ERROR;
 };
 
