@@ -9,6 +9,7 @@ namespace halctl_tests {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(GpioButton, LetsTheLampFollowTheButtonAndTidiesUp) {
     const CommandResult result =
@@ -36,7 +37,25 @@ TEST(GpioButton, EndsByASignalAndFailsWithoutABoard) {
     EXPECT_THAT(alone.err, HasSubstr("open drvgpio error"));
 }
 
-TEST(Demo, ShowsButtonEdgeLampAndTrace) {
+TEST(Clocks, SetAllFiveChipsToWithinAMillionth) {
+    const CommandResult result = on_board("clocks; echo $?");
+    for (const char* chip :
+         {"cdcm6208    0       7", "cdcm6208    1       7", "idt6965     0       4",
+          "idt6965     1       4", "idt6965     2       4"}) {
+        EXPECT_THAT(result.out, HasSubstr(chip));
+    }
+    EXPECT_THAT(result.out, HasSubstr("0 outputs off by a millionth or more\n0\n")) << result.err;
+    EXPECT_THAT(result.out, Not(HasSubstr("no signal")));
+    EXPECT_THAT(result.out, Not(HasSubstr("out of reach")));
+}
+
+TEST(Clocks, SayWhichChipIsMissing) {
+    const CommandResult result = on_board("vboard ctl i2c mute 6 0x6a 1; clocks; echo $?");
+    EXPECT_THAT(result.out, HasSubstr("\n1\n"));
+    EXPECT_THAT(result.err, HasSubstr("idt6965 0 does not verify"));
+}
+
+TEST(Demo, ShowsButtonEdgeLampTraceAndClocks) {
     const CommandResult result = run({SOURCE "/examples/demo", BUILD});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("button pressed, lamp on\n"));
@@ -44,6 +63,10 @@ TEST(Demo, ShowsButtonEdgeLampAndTrace) {
     EXPECT_THAT(result.out, HasSubstr("\"label\":\"lamp\",\"direction\":\"out\",\"trigger\":0,"
                                       "\"interrupt\":false,\"param\":0,\"level\":1}"));
     EXPECT_THAT(result.out, HasSubstr("CMD_GPIO_SETVAL line=8 value=1 -> 0\n"));
+    EXPECT_THAT(result.out, HasSubstr("0 outputs off by a millionth or more\n"));
+    EXPECT_THAT(result.out, HasSubstr("idt6965 frequency 0 1\n25000000.0\n"));
+    EXPECT_THAT(result.out,
+                HasSubstr("up --steps 3\n$ vboard ctl idt6965 frequency 0 1\n25000000.0894"));
 }
 
 } // namespace
