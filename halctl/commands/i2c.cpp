@@ -31,7 +31,8 @@ std::uint8_t on_bus(unsigned address) {
 int failed(const char* what, const I2cArguments& arguments, int error) {
     const std::array nodes = {fmt::format("/dev/i2c-{}", arguments.bus),
                               fmt::format("/dev/i2c/{}", arguments.bus)};
-    return Tool::refused(fmt::format("i2c {} {}", what, arguments.bus), nodes, error);
+    return Tool::refused(fmt::format("i2c {} {} {:#04x}", what, arguments.bus, arguments.address),
+                         nodes, error);
 }
 
 int run_read(Tool& tool, const I2cArguments& arguments) {
@@ -81,7 +82,9 @@ int run_scan(Tool& tool, const I2cArguments& arguments) {
             found.push_back(address);
             text += fmt::format("{}0x{:02x}", text.empty() ? "" : " ", address);
         } else if (errno != ENXIO && errno != EREMOTEIO) {
-            return failed("scan", arguments, errno);
+            I2cArguments at = arguments;
+            at.address = static_cast<std::uint8_t>(address);
+            return failed("scan", at, errno);
         }
     }
     tool.output().print({{"bus", arguments.bus}, {"addresses", found}},

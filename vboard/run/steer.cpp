@@ -66,7 +66,7 @@ std::string usage_of(const Json& verb) {
 
 int show_verbs(const Json& verbs) {
     for (const Json& verb : verbs) {
-        fmt::print("  {:<28} {}\n", usage_of(verb), verb["help"].get<std::string>());
+        fmt::print("  {:<38} {}\n", usage_of(verb), verb["help"].get<std::string>());
     }
     return 0;
 }
