@@ -119,7 +119,7 @@ TEST(GpioCommands, AWatchEndsWellBySignalAndTimeButNotWithoutItsCount) {
                  "halctl gpio watch --timeout 0.05; echo $?\n"
                  "halctl gpio watch --timeout 0.05 --count 1; echo $?");
     EXPECT_EQ(result.out, "0\n0\n0\n1\n");
-    EXPECT_EQ(result.err, "halctl: gpio watch: 0 of 1 edges came within 0.05 s\n");
+    EXPECT_EQ(result.err, "halctl: gpio watch: 0 of 1 events came within 0.05 s\n");
 }
 
 } // namespace
