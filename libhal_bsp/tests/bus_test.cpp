@@ -57,10 +57,9 @@ class I2c : public vb::BoardTest {
     std::vector<std::string> requests() {
         std::vector<std::string> all;
         for (const Json& event : events({{"kind", "ioctl"}})) {
-            const auto name = event["request"].get<std::string>();
-            all.push_back(
-                name + " " +
-                (name == "I2C_RDWR" ? event["record"]["count"] : event["argument"]).dump());
+            const bool transfer = event["request"] == "I2C_RDWR";
+            all.push_back(event["request"].get<std::string>() + " " +
+                          (transfer ? event["record"]["count"] : event["argument"]).dump());
         }
         return all;
     }
