@@ -1,18 +1,27 @@
 // The GPIO module against the board's driver: what the driver saw, what came back, what was said.
 
 #include "client/board_test.h"
+#include "tests/support/no_room_for_threads.h"
+#include "tests/support/opens.h"
 
 #include <hal_bsp/hal_bsp.h>
 
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
+#include <future>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace {
 
+using hal_test::opens_settled_at;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -93,7 +102,7 @@ TEST_F(HalGpio, DrivesReadsAndReleasesLines) {
     EXPECT_EQ(hal_gpio_get_value(3), 0);
     EXPECT_EQ(hal_gpio_deconfig(3), 0);
     EXPECT_EQ(last_record("CMD_GPIO_DECONFIG").dump(), R"({"line":3,"value":0})");
-    EXPECT_EQ(board().ask("node.opens", {{"path", kNode}}), 0);
+    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -241,7 +250,7 @@ TEST_F(HalGpio, GoesThroughAThousandInitsWithNothingLeft) {
         ASSERT_EQ(hal_gpio_init(nullptr), 0);
         hal_gpio_deinit();
     }
-    EXPECT_EQ(board().ask("node.opens", {{"path", kNode}}), 0);
+    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
 }
 
 TEST_F(HalGpio, CanBeStoppedWhileTheNodeIsGoneUnderTheListener) {
@@ -273,7 +282,113 @@ TEST_F(HalGpio, CompletesAnOperationWhoseThreadIsCancelled) {
     pthread_join(caller, &result);
     EXPECT_EQ(result, PTHREAD_CANCELED);
     EXPECT_EQ(level(3), 1);
-    EXPECT_EQ(board().ask("node.opens", {{"path", kNode}}), 0);
+    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
+}
+
+TEST_F(HalGpio, EnablesInterruptsOfTriggeredInputsOnly) {
+    for (const std::uint32_t dir : {0U, 1U}) {
+        for (const std::uint32_t trig : {0U, 1U, 2U, 3U, 4U, 0xFFFFFFFFU}) {
+            ASSERT_EQ(configure(1, dir, trig), 0);
+            const Json record = last_record("CMD_GPIO_CONFIG");
+            EXPECT_EQ(record.at("trigger"), trig);
+            EXPECT_EQ(record.at("interrupt"), dir == 0 && trig >= 1 && trig <= 3 ? 1 : 0);
+        }
+    }
+}
+
+TEST_F(HalGpio, StaysIdleWhenTheThreadCannotStart) {
+    {
+        const hal_test::NoRoomForThreads none;
+        EXPECT_EQ(hal_gpio_init(Heard::add), -3);
+    }
+    EXPECT_EQ(hal_gpio_info.inited, 0U);
+    EXPECT_EQ(hal_gpio_info.fd, -1);
+    EXPECT_EQ(hal_gpio_info.cb, nullptr);
+    EXPECT_THAT(logged("ERROR"), ElementsAre("create thread hal_gpio_listen failed erron= " +
+                                             std::to_string(EAGAIN) + "/n"));
+    hal_gpio_deinit();
+    EXPECT_EQ(hal_gpio_init(Heard::add), 0);
+    hal_gpio_deinit();
+}
+
+TEST_F(HalGpio, ReadsAndDropsEventsWithoutACallback) {
+    ASSERT_EQ(configure(7, HAL_GPIO_INPUT, 3), 0);
+    ASSERT_EQ(hal_gpio_init(nullptr), 0);
+    drive(7, 1);
+    expect_event({{"kind", "read"}, {"result", 8}});
+    hal_gpio_deinit();
+}
+
+TEST_F(HalGpio, SaysThatItsWaitFailsAndCanBeStopped) {
+    ASSERT_EQ(hal_gpio_init(Heard::add), 0);
+    close(hal_gpio_info.fd);
+    while (logged("ERROR").size() < 2) {
+        std::this_thread::yield();
+    }
+    hal_gpio_deinit();
+    EXPECT_THAT(logged("ERROR"), testing::Each("select error\n"));
+}
+
+TEST_F(HalGpio, CompletesACallbackAlthoughItIsBeingStopped) {
+    static std::promise<void>* entered;
+    static std::atomic<bool> completed{false};
+    std::promise<void> promise;
+    entered = &promise;
+    ASSERT_EQ(configure(7, HAL_GPIO_INPUT, 3), 0);
+    ASSERT_EQ(hal_gpio_init([](hal_gpio_event*) {
+                  entered->set_value();
+                  // Many cancellation points, in none of which it may end.
+                  for (int pass = 0; pass < 100; ++pass) {
+                      usleep(200);
+                  }
+                  completed = true;
+              }),
+              0);
+    drive(7, 1);
+    promise.get_future().wait();
+    hal_gpio_deinit();
+    EXPECT_TRUE(completed);
+}
+
+TEST_F(HalGpio, LetsACallbackStopAndRestartItsOwnListener) {
+    static std::promise<void>* restarted;
+    std::promise<void> promise;
+    restarted = &promise;
+    ASSERT_EQ(configure(7, HAL_GPIO_INPUT, 3), 0);
+    ASSERT_EQ(hal_gpio_init([](hal_gpio_event*) {
+                  hal_gpio_deinit();
+                  EXPECT_EQ(hal_gpio_info.inited, 0U);
+                  EXPECT_EQ(hal_gpio_init(Heard::add), 0);
+                  restarted->set_value();
+              }),
+              0);
+    const std::size_t running = threads();
+    drive(7, 1);
+    promise.get_future().wait();
+    while (threads() != running) { // the first listener ends
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(opens_settled_at(1, board(), kNode), 1);
+    drive(7, 0);
+    EXPECT_THAT(Heard::wait_for(1), ElementsAre(Edge{7, 0}));
+    hal_gpio_deinit();
+}
+
+TEST_F(HalGpio, ListensIdlyAndUntilCancelledWithoutAnInit) {
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, hal_gpio_listen, nullptr), 0);
+    clockid_t clock{};
+    ASSERT_EQ(pthread_getcpuclockid(thread, &clock), 0);
+    usleep(50000);
+    timespec used{};
+    ASSERT_EQ(clock_gettime(clock, &used), 0);
+    EXPECT_EQ(pthread_cancel(thread), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(used.tv_sec, 0);
+    EXPECT_LT(used.tv_nsec, 25000000) << "it did not wait";
+    EXPECT_THAT(logged(), ElementsAre("gpio thread running!!!!\n"));
 }
 
 } // namespace
