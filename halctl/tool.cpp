@@ -1,6 +1,5 @@
 #include "tool.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -38,20 +37,23 @@ int Tool::failed(std::string_view what, std::string_view node, std::span<const H
 }
 
 int Tool::refused(std::string_view what, std::span<const std::string> nodes, int error) {
-    int open_error = 0;
-    for (const std::string& node : nodes) {
-        const int fd = open(node.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd >= 0) {
-            close(fd);
-            fmt::print(stderr, "halctl: {}: {}\n", what,
-                       error == 0 ? "failed" : std::strerror(error));
-            return kExitFailure;
-        }
-        open_error = errno;
+    // No driver of the board answers a request so: it was the open that failed.
+    bool unopened = error == ENOENT || error == EACCES;
+    if (error == 0) {
+        unopened = std::none_of(nodes.begin(), nodes.end(), [&](const std::string& node) {
+            const bool there = access(node.c_str(), R_OK) == 0;
+            error = there ? 0 : errno;
+            return there;
+        });
     }
-    fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, fmt::join(nodes, " or "),
-               std::strerror(open_error));
-    return kExitUnavailable;
+    const char* reason = error == 0 ? "failed" : std::strerror(error);
+    if (unopened) {
+        fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, fmt::join(nodes, " or "),
+                   reason);
+        return kExitUnavailable;
+    }
+    fmt::print(stderr, "halctl: {}: {}\n", what, reason);
+    return kExitFailure;
 }
 
 } // namespace halctl

@@ -46,8 +46,8 @@ class Tool {
     int failed(std::string_view what, std::string_view node,
                std::span<const Hint> hints = {}) const;
 
-    // The same for calls that say nothing of themselves: `error` is errno as the call left it, and
-    // whether one of the `nodes` can be opened is tried.
+    // The same for calls that say nothing of themselves: `error` is errno as the call left it;
+    // where that is 0, it is looked whether one of the `nodes` is there.
     static int refused(std::string_view what, std::span<const std::string> nodes, int error);
 
   private:
