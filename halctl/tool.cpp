@@ -37,15 +37,15 @@ int Tool::failed(std::string_view what, std::string_view node, std::span<const H
 }
 
 int Tool::refused(std::string_view what, std::span<const std::string> nodes, int error) {
-    // No driver of the board answers a request so: it was the open that failed.
-    bool unopened = error == ENOENT || error == EACCES;
-    if (error == 0) {
-        unopened = std::none_of(nodes.begin(), nodes.end(), [&](const std::string& node) {
-            const bool there = access(node.c_str(), R_OK) == 0;
-            error = there ? 0 : errno;
-            return there;
-        });
-    }
+    int missing = 0; // errno, where none of the nodes is there
+    const bool none_there = std::none_of(nodes.begin(), nodes.end(), [&](const std::string& node) {
+        const bool there = access(node.c_str(), R_OK) == 0;
+        missing = there ? 0 : errno;
+        return there;
+    });
+    // No driver of the board answers a request with these: it was the open that failed.
+    const bool unopened = none_there || error == ENOENT || error == EACCES;
+    error = none_there ? missing : error;
     const char* reason = error == 0 ? "failed" : std::strerror(error);
     if (unopened) {
         fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, fmt::join(nodes, " or "),

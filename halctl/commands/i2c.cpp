@@ -28,11 +28,14 @@ std::uint8_t on_bus(unsigned address) {
     return static_cast<std::uint8_t>(address << 1);
 }
 
+int failed(const std::string& what, unsigned bus, int error) {
+    const std::array nodes = {fmt::format("/dev/i2c-{}", bus), fmt::format("/dev/i2c/{}", bus)};
+    return Tool::refused(what, nodes, error);
+}
+
 int failed(const char* what, const I2cArguments& arguments, int error) {
-    const std::array nodes = {fmt::format("/dev/i2c-{}", arguments.bus),
-                              fmt::format("/dev/i2c/{}", arguments.bus)};
-    return Tool::refused(fmt::format("i2c {} {} {:#04x}", what, arguments.bus, arguments.address),
-                         nodes, error);
+    return failed(fmt::format("i2c {} {} {:#04x}", what, arguments.bus, arguments.address),
+                  arguments.bus, error);
 }
 
 int run_read(Tool& tool, const I2cArguments& arguments) {
@@ -82,9 +85,7 @@ int run_scan(Tool& tool, const I2cArguments& arguments) {
             found.push_back(address);
             text += fmt::format("{}0x{:02x}", text.empty() ? "" : " ", address);
         } else if (errno != ENXIO && errno != EREMOTEIO) {
-            I2cArguments at = arguments;
-            at.address = static_cast<std::uint8_t>(address);
-            return failed("scan", at, errno);
+            return failed(fmt::format("i2c scan {}", arguments.bus), arguments.bus, errno);
         }
     }
     tool.output().print({{"bus", arguments.bus}, {"addresses", found}},
