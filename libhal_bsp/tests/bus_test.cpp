@@ -3,7 +3,6 @@
 
 #include "client/board_test.h"
 #include "tests/support/captured.h"
-#include "tests/support/opens.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -17,7 +16,6 @@
 namespace {
 
 using hal_test::Captured;
-using hal_test::opens_settled_at;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vb::Json;
@@ -92,7 +90,7 @@ TEST_F(I2c, AWriteIsOneMessageAndAReadACombinedOne) {
     EXPECT_EQ(shown.at("timeout_ms"), 10);
     EXPECT_EQ(shown.at("retries"), 2);
     EXPECT_EQ(events({{"kind", "open"}, {"mode", "read-write"}}).size(), 1U);
-    EXPECT_EQ(opens_settled_at(1, board(), "/dev/i2c-2"), 1) << "it stays open";
+    EXPECT_EQ(opens("/dev/i2c-2", 1), 1) << "it stays open";
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -139,12 +137,12 @@ TEST_F(I2c, MissingArgumentsFailAndOnlyAWriteOpensTheBus) {
         EXPECT_EQ(i2c_readnumbytes(bus, kAddr8, &byte, 1, &byte, 0), 1);
     }
     EXPECT_EQ(errors.text(), "");
-    EXPECT_EQ(opens_settled_at(0, board(), "/dev/i2c-2"), 0);
+    EXPECT_EQ(opens("/dev/i2c-2", 0), 0);
     EXPECT_EQ(i2c_writenumbytes(77, kAddr8, nullptr, 1, &byte, 1), 1);
     EXPECT_EQ(errors.text(),
               "Error: Could not open file `/dev/i2c-77' or `/dev/i2c/77': " + kAbsent);
     EXPECT_EQ(i2c_writenumbytes(2, kAddr8, nullptr, 1, &byte, 1), 1);
-    EXPECT_EQ(opens_settled_at(1, board(), "/dev/i2c-2"), 1);
+    EXPECT_EQ(opens("/dev/i2c-2", 1), 1);
     EXPECT_EQ(i2c_writenumbytes(2, kAddr8, &byte, 1, nullptr, 1), 1);
     EXPECT_EQ(i2c_writenumbytes(2, kAddr8, &byte, 0, &byte, 1), 1);
     EXPECT_EQ(i2c_writenumbytes(2, kAddr8, &byte, 1, &byte, 0), 1);
@@ -197,7 +195,7 @@ TEST_F(I2c, ThreadsThatOpenABusTogetherShareOneDescriptor) {
     }
     EXPECT_THAT(results, testing::Each(0));
     EXPECT_EQ(messages().size(), results.size());
-    EXPECT_EQ(opens_settled_at(1, board(), "/dev/i2c-2"), 1);
+    EXPECT_EQ(opens("/dev/i2c-2", 1), 1);
 }
 
 // ---- lines of the kernel's GPIO class ----

@@ -3,7 +3,6 @@
 #include "client/board_test.h"
 #include "tests/support/captured.h"
 #include "tests/support/no_room_for_threads.h"
-#include "tests/support/opens.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -16,7 +15,6 @@
 namespace {
 
 using hal_test::Captured;
-using hal_test::opens_settled_at;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -63,7 +61,7 @@ TEST_F(Fpga, TransfersGoWhereTheyAreToldTo) {
     Word got{9, 9, 9, 9};
     EXPECT_EQ(hal_fpga_read(9, 0x101, 3, got.data()), 0);
     EXPECT_EQ(got, (Word{0xAD, 1, 2, 9}));
-    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
+    EXPECT_EQ(opens(kNode, 0), 0);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -199,7 +197,7 @@ TEST_F(Fpga, GoesThroughManyInitsWithNothingLeft) {
         ASSERT_EQ(hal_fpga_poll_init(hear), 0);
         ASSERT_EQ(hal_fpga_poll_deinit(), 0);
     }
-    EXPECT_EQ(opens_settled_at(0, board(), kInterrupts), 0);
+    EXPECT_EQ(opens(kInterrupts, 0), 0);
 }
 
 } // namespace

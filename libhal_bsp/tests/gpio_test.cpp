@@ -2,7 +2,6 @@
 
 #include "client/board_test.h"
 #include "tests/support/no_room_for_threads.h"
-#include "tests/support/opens.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -21,7 +20,6 @@
 
 namespace {
 
-using hal_test::opens_settled_at;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -102,7 +100,7 @@ TEST_F(HalGpio, DrivesReadsAndReleasesLines) {
     EXPECT_EQ(hal_gpio_get_value(3), 0);
     EXPECT_EQ(hal_gpio_deconfig(3), 0);
     EXPECT_EQ(last_record("CMD_GPIO_DECONFIG").dump(), R"({"line":3,"value":0})");
-    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
+    EXPECT_EQ(opens(kNode, 0), 0);
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -250,7 +248,7 @@ TEST_F(HalGpio, GoesThroughAThousandInitsWithNothingLeft) {
         ASSERT_EQ(hal_gpio_init(nullptr), 0);
         hal_gpio_deinit();
     }
-    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
+    EXPECT_EQ(opens(kNode, 0), 0);
 }
 
 TEST_F(HalGpio, CanBeStoppedWhileTheNodeIsGoneUnderTheListener) {
@@ -282,7 +280,7 @@ TEST_F(HalGpio, CompletesAnOperationWhoseThreadIsCancelled) {
     pthread_join(caller, &result);
     EXPECT_EQ(result, PTHREAD_CANCELED);
     EXPECT_EQ(level(3), 1);
-    EXPECT_EQ(opens_settled_at(0, board(), kNode), 0);
+    EXPECT_EQ(opens(kNode, 0), 0);
 }
 
 TEST_F(HalGpio, EnablesInterruptsOfTriggeredInputsOnly) {
@@ -368,7 +366,7 @@ TEST_F(HalGpio, LetsACallbackStopAndRestartItsOwnListener) {
     while (threads() != running) { // the first listener ends
         std::this_thread::yield();
     }
-    EXPECT_EQ(opens_settled_at(1, board(), kNode), 1);
+    EXPECT_EQ(opens(kNode, 1), 1);
     drive(7, 0);
     EXPECT_THAT(Heard::wait_for(1), ElementsAre(Edge{7, 0}));
     hal_gpio_deinit();

@@ -35,10 +35,12 @@ void keep_trace(const std::vector<Json>& trace) {
     std::fprintf(stderr, "the trace of the board: %s\n", std::filesystem::absolute(path).c_str());
 }
 
-// A thread that was joined may stand in the process's list a moment longer.
-std::size_t settled(std::size_t (*count)(), std::size_t expected) {
+// What the kernel finishes a moment after the call that began it has returned: asks until the
+// expected answer comes, for a while.
+template <class Count>
+auto settled(const Count& count, decltype(count()) expected) {
     constexpr int kPatience = 10'000;
-    std::size_t now = count();
+    auto now = count();
     for (int i = 0; i < kPatience && now != expected; ++i) {
         std::this_thread::yield();
         now = count();
@@ -67,6 +69,10 @@ void BoardTest::TearDown() {
     if (HasFailure()) {
         keep_trace(trace.get<std::vector<Json>>());
     }
+}
+
+int BoardTest::opens(const std::string& node, int expected) {
+    return settled([&] { return board_.ask("node.opens", {{"path", node}}).get<int>(); }, expected);
 }
 
 std::vector<Json> BoardTest::events(const Json& match) {

@@ -36,6 +36,10 @@ class BoardTest : public ::testing::Test {
     void vanish(const std::string& node) { board().ask("node.vanish", {{"path", node}}); }
     void appear(const std::string& node) { board().ask("node.appear", {{"path", node}}); }
 
+    // How many opens of a node the board counts. The kernel tells it of a close(2) only after that
+    // has returned, so it gets the time to come to the `expected` number.
+    int opens(const std::string& node, int expected);
+
     // --- the trace ---
     // From here on only what comes later counts.
     void forget_trace() { since_ = board().ask("trace.last").get<std::uint64_t>(); }
