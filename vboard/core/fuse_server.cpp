@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <stdexcept>
+#include <thread>
 
 namespace vb {
 
@@ -30,18 +31,12 @@ FuseServer::FuseServer(Board& board, int fuse_descriptor) : board_(board) {
     if (fuse_session_mount(session_, fmt::format("/dev/fd/{}", fuse_descriptor).c_str()) != 0) {
         throw std::runtime_error("cannot serve the mounted descriptor");
     }
-    loop_ = std::thread([this] {
+    std::thread([this] {
         fuse_loop_config* config = fuse_loop_cfg_create();
         fuse_loop_cfg_set_max_threads(config, 8);
         fuse_session_loop_mt(session_, config);
         fuse_loop_cfg_destroy(config);
-    });
-}
-
-FuseServer::~FuseServer() {
-    fuse_session_exit(session_);
-    loop_.join();
-    fuse_session_destroy(session_);
+    }).detach();
 }
 
 std::shared_ptr<Entry> FuseServer::entry(std::uint64_t inode) const {

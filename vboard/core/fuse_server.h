@@ -5,7 +5,6 @@
 #include "core/board.h"
 
 #include <memory>
-#include <thread>
 #include <unordered_map>
 
 struct fuse_session;
@@ -14,9 +13,9 @@ namespace vb {
 
 class FuseServer {
   public:
-    // Serves an already mounted FUSE descriptor. The threads live until the mount goes.
+    // Serves an already mounted FUSE descriptor, on threads that live until the mount goes; the
+    // server itself has to last as long as the process.
     FuseServer(Board& board, int fuse_descriptor);
-    ~FuseServer();
     FuseServer(const FuseServer&) = delete;
     FuseServer& operator=(const FuseServer&) = delete;
 
@@ -45,7 +44,6 @@ class FuseServer {
     std::unordered_map<std::uint64_t, Known> known_;
     std::unordered_map<std::uint64_t, std::shared_ptr<OpenFile>> opens_;
     fuse_session* session_ = nullptr;
-    std::thread loop_;
 };
 
 } // namespace vb
