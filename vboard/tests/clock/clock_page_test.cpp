@@ -20,6 +20,8 @@ using vb::ClockRate;
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int64_t kYear = 365 * 86'400 * kSecond;
+constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
 
 std::int64_t real_ns(clockid_t clock) {
     timespec now{};
@@ -107,9 +109,7 @@ TEST_F(BoardClockTest, NeverTurnsBackForAnyThreadWhileTheSpeedChanges) {
 
 TEST_F(BoardClockTest, RefusesSpeedsOutOfRangeAndReadersThatSetIt) {
     BoardClock owner = BoardClock::create(file_);
-    for (const double speed :
-         {0.0, -1.0, 0.0009, 100001.0, std::numeric_limits<double>::quiet_NaN(),
-          std::numeric_limits<double>::infinity()}) {
+    for (const double speed : {0.0, -1.0, 0.0009, 100001.0, std::nan(""), HUGE_VAL}) {
         EXPECT_THROW(owner.set_speed(speed), std::invalid_argument) << speed;
     }
     owner.set_speed(0.001);
@@ -137,8 +137,7 @@ TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
         const ClockRate rate = rate_of(std::pow(10.0, exponent(random)));
         const std::int64_t board = instant(random) >> (i % 50);
         const std::int64_t real = vb::real_when_board(rate, board);
-        if (real < std::numeric_limits<std::int64_t>::max() &&
-            real > std::numeric_limits<std::int64_t>::min()) {
+        if (real < kMost && real > kLeast) {
             ASSERT_GE(vb::board_at(rate, real), board);
             ASSERT_LT(vb::board_at(rate, real - 1), board);
         }
@@ -146,7 +145,7 @@ TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
         const std::int64_t asked = std::abs(board);
         const std::int64_t start = instant(random) / 1000;
         const std::int64_t end = vb::saturated(start + vb::real_span(rate, asked));
-        if (end < std::numeric_limits<std::int64_t>::max()) {
+        if (end < kMost) {
             ASSERT_GE(vb::board_at(rate, end) - vb::board_at(rate, start), asked);
         }
     }
@@ -156,12 +155,11 @@ TEST(ClockRateTest, KeepsExactOverYearsAndSaturatesBeyondTheEndOfTime) {
     const ClockRate rate = rate_of(10000.0);
     const std::int64_t real = 5 * kSecond + 8 * 86'400 * kSecond + 1; // 219 years of the board
     EXPECT_EQ(vb::board_at(rate, real), 7 * kSecond + 80'000 * (86'400 * kSecond) + 10'000);
-    EXPECT_EQ(vb::board_at(rate, 100 * kYear), std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(vb::board_at(rate, -100 * kYear), std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(vb::real_when_board(rate_of(0.001), 200 * kYear),
-              std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(vb::real_when_board(rate, std::numeric_limits<std::int64_t>::max()) / kSecond,
-              5 + (std::numeric_limits<std::int64_t>::max() - 7 * kSecond) / 10000 / kSecond);
+    EXPECT_EQ(vb::board_at(rate, 100 * kYear), kMost);
+    EXPECT_EQ(vb::board_at(rate, -100 * kYear), kLeast);
+    EXPECT_EQ(vb::real_when_board(rate_of(0.001), 200 * kYear), kMost);
+    EXPECT_EQ(vb::real_when_board(rate, kMost) / kSecond,
+              5 + (kMost - 7 * kSecond) / 10000 / kSecond);
 }
 
 } // namespace
