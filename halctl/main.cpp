@@ -38,7 +38,6 @@ int parse_and_run(int argc, char** argv) {
                  "Exit codes: 0 done, 1 a call failed, 64 wrong usage,\n"
                  "69 a device node is missing or cannot be opened.");
     app.name("halctl");
-    app.footer("Example:\n  halctl gpio get 7\n\nNo board at hand? vboard run -- halctl version");
     app.require_subcommand(1);
     app.set_version_flag("--version", "halctl " HALCTL_VERSION);
     app.fallthrough(); // --verbose may stand behind the command, too
@@ -46,6 +45,8 @@ int parse_and_run(int argc, char** argv) {
     for (const auto add : kGroups) {
         add(app, tool);
     }
+    // Only now: a group that is added takes over the footer that is there.
+    app.footer("Example:\n  halctl gpio get 7\n\nNo board at hand? vboard run -- halctl version");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
