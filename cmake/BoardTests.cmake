@@ -7,9 +7,12 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# For every program of the tests in which threads are cancelled.
+set(HAL_ASAN_OPTIONS ${CMAKE_CURRENT_LIST_DIR}/asan_options.cpp)
+
 function(_hal_test_program name)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
-  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_ASAN_OPTIONS})
   target_link_libraries(${name} PRIVATE hal_options GTest::gtest GTest::gmock ${ARG_LIBS})
 endfunction()
 
