@@ -12,9 +12,9 @@ namespace vb {
 struct RecordField {
     enum class Type { u8, u16, u32, i32, u64, text, bytes };
 
-    const char* name;
-    Type type;
-    std::uint16_t offset;
+    const char* name = nullptr;
+    Type type = Type::u8;
+    std::uint16_t offset = 0;
     std::uint16_t size = 0; // text and bytes: how many; the others know
 };
 

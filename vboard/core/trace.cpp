@@ -16,7 +16,7 @@ bool Trace::write_to(const std::string& path) {
     return file_ != nullptr;
 }
 
-void Trace::add(const char* kind, Json details) {
+void Trace::add(const char* kind, const Json& details) {
     Json event = {{"n", ++last_}, {"t", static_cast<double>(now_()) / 1e9}, {"kind", kind}};
     event.update(details);
     if (file_) {

@@ -73,8 +73,8 @@ void WriteTransfer::describe(const Outcome&, Json& event) const {
     event["bytes"] = to_hex(data_);
 }
 
-RequestTransfer::RequestTransfer(pid_t thread, std::shared_ptr<OpenFile> open, std::uint32_t code,
-                                 std::uint64_t argument)
+RequestTransfer::RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open,
+                                 std::uint32_t code, std::uint64_t argument)
     : Transfer(thread, open->path, open), code_(code), argument_(argument) {
     const std::span<const RequestRow> rows = open->file->requests();
     const auto found = std::find_if(rows.begin(), rows.end(),

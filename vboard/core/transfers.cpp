@@ -99,7 +99,7 @@ void Transfers::finish(const std::shared_ptr<Transfer>& transfer, const Outcome&
     } else {
         event["result"] = outcome.result;
     }
-    board_.trace().add(name_of(transfer->operation()), std::move(event));
+    board_.trace().add(name_of(transfer->operation()), event);
     board_.afterwards([transfer, outcome] { transfer->answer_(outcome); });
 }
 

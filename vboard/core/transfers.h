@@ -86,7 +86,7 @@ class OpenTransfer : public Transfer {
 
 class ReadTransfer : public Transfer {
   public:
-    ReadTransfer(pid_t thread, std::shared_ptr<OpenFile> open, std::size_t size,
+    ReadTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::size_t size,
                  std::uint64_t offset, bool nonblocking)
         : Transfer(thread, open->path, open),
           size_(size),
@@ -105,8 +105,8 @@ class ReadTransfer : public Transfer {
 
 class WriteTransfer : public Transfer {
   public:
-    WriteTransfer(pid_t thread, std::shared_ptr<OpenFile> open, Bytes data, std::uint64_t offset,
-                  bool nonblocking)
+    WriteTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, Bytes data,
+                  std::uint64_t offset, bool nonblocking)
         : Transfer(thread, open->path, open),
           data_(std::move(data)),
           offset_(offset),
@@ -124,7 +124,7 @@ class WriteTransfer : public Transfer {
 
 class RequestTransfer : public Transfer {
   public:
-    RequestTransfer(pid_t thread, std::shared_ptr<OpenFile> open, std::uint32_t code,
+    RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::uint32_t code,
                     std::uint64_t argument);
     Operation operation() const override { return Operation::request; }
     std::string request_name() const override { return row_ == nullptr ? "" : row_->name; }
@@ -148,7 +148,7 @@ class Transfers {
     // A number for a call, by which it can be interrupted; free of the board's lock.
     static std::uint64_t new_id();
     void start(std::uint64_t id, const std::shared_ptr<Transfer>& transfer);
-    bool under_way(std::uint64_t id) const { return live_.count(id) != 0; }
+    bool under_way(std::uint64_t id) const { return live_.contains(id); }
     void interrupt(std::uint64_t id);
     // Lets the calls that a hold fault keeps under this tag go on; returns how many.
     std::size_t release(const std::string& tag);

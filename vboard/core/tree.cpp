@@ -75,7 +75,7 @@ void Tree::put(std::string_view path, std::shared_ptr<Entry> entry) {
     make_directories(above).put(std::string(name), std::move(entry));
 }
 
-std::shared_ptr<Entry> Tree::take(std::string_view path) {
+std::shared_ptr<Entry> Tree::take(std::string_view path) const {
     const auto [above, name] = split_path(path);
     auto* directory = dynamic_cast<Directory*>(find(above).get());
     return directory == nullptr ? nullptr : directory->take(name);

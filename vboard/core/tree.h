@@ -79,7 +79,7 @@ class Tree {
     Directory& make_directories(std::string_view path);
     // Puts an entry at a path, making the directories above it.
     void put(std::string_view path, std::shared_ptr<Entry> entry);
-    std::shared_ptr<Entry> take(std::string_view path);
+    std::shared_ptr<Entry> take(std::string_view path) const;
 
   private:
     std::shared_ptr<Directory> root_;
