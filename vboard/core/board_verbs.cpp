@@ -8,17 +8,6 @@ namespace {
 
 using Type = Argument::Type;
 
-void list_nodes(const Directory& directory, const std::string& path, Json& nodes) {
-    for (const auto& [name, entry] : directory.children()) {
-        const std::string below = path + "/" + name;
-        if (const auto* deeper = dynamic_cast<const Directory*>(entry.get())) {
-            list_nodes(*deeper, below, nodes);
-        } else if (dynamic_cast<const Placeholder*>(entry.get()) == nullptr) {
-            nodes.push_back(below);
-        }
-    }
-}
-
 void add_clock_verbs(Board& board) {
     board.verbs().add(
         {"clock.show", {}, "board time and speed", [&board](const Json&) -> Json {
@@ -73,7 +62,13 @@ void add_node_verbs(Board& board) {
     const auto path_of = [](const Json& arguments) { return arguments["path"].get<std::string>(); };
     verbs.add({"node.list", {}, "every node of the board", [&board](const Json&) {
                    Json nodes = Json::array();
-                   list_nodes(*board.tree().root(), "", nodes);
+                   board.tree().for_each(
+                       [&](const std::string& path, const std::shared_ptr<Entry>& entry) {
+                           if (dynamic_cast<const Node*>(entry.get()) != nullptr &&
+                               dynamic_cast<const Placeholder*>(entry.get()) == nullptr) {
+                               nodes.push_back(path);
+                           }
+                       });
                    return nodes;
                }});
     verbs.add({"node.vanish",

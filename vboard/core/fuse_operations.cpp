@@ -125,9 +125,9 @@ void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offse
         }
         add(".", S_IFDIR, inode);
         add("..", S_IFDIR, inode);
-        for (const auto& [name, entry] : directory->children()) {
+        directory->for_each([&](const std::string& name, const std::shared_ptr<Entry>& entry) {
             add(name.c_str(), entry->mode(), entry->inode());
-        }
+        });
     });
     fuse_reply_buf(request, listing.data(), used);
 }

@@ -31,6 +31,16 @@ std::shared_ptr<Entry> Directory::find(std::string_view name) const {
     return found == children_.end() ? nullptr : found->second;
 }
 
+void Directory::for_each(const Visit& visit) const {
+    for (const auto& [name, entry] : children_) {
+        visit(name, entry);
+    }
+}
+
+std::shared_ptr<Directory> Directory::make_below(const std::string&) const {
+    return std::make_shared<Directory>();
+}
+
 std::shared_ptr<Entry> Directory::take(std::string_view name) {
     const auto found = children_.find(name);
     if (found == children_.end()) {
@@ -61,7 +71,7 @@ Directory& Tree::make_directories(std::string_view path) {
     for (std::string_view name = next_component(path); !name.empty(); name = next_component(path)) {
         auto* below = dynamic_cast<Directory*>(directory->find(name).get());
         if (below == nullptr) {
-            auto made = std::make_shared<Directory>();
+            auto made = directory->make_below(std::string(name));
             below = made.get();
             directory->put(std::string(name), std::move(made));
         }
@@ -79,6 +89,26 @@ std::shared_ptr<Entry> Tree::take(std::string_view path) const {
     const auto [above, name] = split_path(path);
     auto* directory = dynamic_cast<Directory*>(find(above).get());
     return directory == nullptr ? nullptr : directory->take(name);
+}
+
+namespace {
+
+void visit_below(const Directory& directory, const std::string& path,
+                 const Directory::Visit& visit) {
+    directory.for_each([&](const std::string& name, const std::shared_ptr<Entry>& entry) {
+        const std::string below = path + "/" + name;
+        if (const auto* deeper = dynamic_cast<const Directory*>(entry.get())) {
+            visit_below(*deeper, below, visit);
+        } else {
+            visit(below, entry);
+        }
+    });
+}
+
+} // namespace
+
+void Tree::for_each(const Directory::Visit& visit) const {
+    visit_below(*root_, "", visit);
 }
 
 std::pair<std::string_view, std::string_view> split_path(std::string_view path) {

@@ -1,10 +1,13 @@
 #pragma once
-// What stands below the board's /dev and /sys: directories, links and things that can be opened.
+// What a board shows of itself: directories, links and things that can be opened, at the absolute
+// paths where programs find them. /dev, /sys and /proc are the board's own; an entry anywhere else
+// joins what the machine has there.
 
 #include "core/file.h"
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -41,10 +44,12 @@ class Directory : public Entry {
   public:
     Directory() : Entry(S_IFDIR | 0755) {}
 
-    std::shared_ptr<Entry> find(std::string_view name) const;
-    const std::map<std::string, std::shared_ptr<Entry>, std::less<>>& children() const {
-        return children_;
-    }
+    virtual std::shared_ptr<Entry> find(std::string_view name) const;
+    using Visit = std::function<void(const std::string& name, const std::shared_ptr<Entry>& entry)>;
+    virtual void for_each(const Visit& visit) const;
+    // The directory to put at a name where there is none yet.
+    virtual std::shared_ptr<Directory> make_below(const std::string& name) const;
+
     void put(const std::string& name, std::shared_ptr<Entry> entry) {
         children_[name] = std::move(entry);
     }
@@ -80,6 +85,8 @@ class Tree {
     // Puts an entry at a path, making the directories above it.
     void put(std::string_view path, std::shared_ptr<Entry> entry);
     std::shared_ptr<Entry> take(std::string_view path) const;
+    // Visits everything but directories, by absolute path.
+    void for_each(const Directory::Visit& visit) const;
 
   private:
     std::shared_ptr<Directory> root_;

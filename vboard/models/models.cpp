@@ -1,5 +1,6 @@
 #include "models/models.h"
 
+#include "models/attributes.h"
 #include "models/cdcm6208.h"
 #include "models/fpga.h"
 #include "models/gpio.h"
@@ -27,6 +28,7 @@ constexpr std::array kKinds = {
     Kind{"cdcm6208", "clock synthesizer: device, bus, address, power_down, reset, lock_ms",
          make_cdcm6208},
     Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
+    Kind{"attributes", "numbers in files of /sys and /proc: files", make_attributes},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
 };
 

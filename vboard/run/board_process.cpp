@@ -84,7 +84,7 @@ int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_contr
     auto& log = *new SyslogSocket(board, fmt::format("{}/log", kHiddenFolder)); // NOLINT
     board.before_each_act([&log] { log.drain(); });
 
-    Program program(options); // before the first thread
+    Program program(options, files_elsewhere(board.tree())); // before the first thread
     leave_scaffold();
     raise_loopback();
     new FuseServer(board, fuse.release());     // NOLINT

@@ -1,5 +1,8 @@
 #include "run/mounts.h"
 
+#include "core/mirror_directory.h"
+
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -7,12 +10,17 @@
 
 #include <array>
 #include <cerrno>
+#include <set>
+#include <stdexcept>
 #include <system_error>
 
 // The scaffold is a file system in memory on /dev/shm:
-//   /dev/shm/fuse   the board's tree (dev/ and sys/ in it)
-//   /dev/shm/own    the hidden folder
-// At the end /dev/shm/fuse/sys is mounted on /sys and /dev/shm/fuse/dev on /dev, which hides it.
+//   /dev/shm/fuse      the board's tree (dev/, sys/ and proc/ in it)
+//   /dev/shm/own       the hidden folder
+//   /dev/shm/own/proc  the kernel's /proc, of the board's processes
+// At the end the tree's folders are mounted on /sys, /proc and /dev, which hides the scaffold. The
+// kernel's /proc is then /proc/.kernel, and almost everything in /proc a link into it: nothing can
+// be added to the kernel's own.
 
 namespace vb {
 
@@ -20,6 +28,8 @@ namespace {
 
 constexpr char kScaffold[] = "/dev/shm";
 constexpr char kTree[] = "/dev/shm/fuse";
+constexpr char kKernelProc[] = "/dev/shm/own/proc";
+constexpr char kKernelProcName[] = ".kernel";
 
 constexpr std::array kRealDevices = {"null", "zero", "full", "random", "urandom", "tty"};
 constexpr char kCpu[] = "/sys/devices/system/cpu";
@@ -44,6 +54,37 @@ std::string in_tree(const std::string& path) {
     return kTree + path;
 }
 
+bool is_folder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// The nearest folder above a path that the machine has.
+std::string existing_folder_above(std::string path) {
+    do {
+        path.erase(path.rfind('/'));
+    } while (!path.empty() && !is_folder(path));
+    return path;
+}
+
+void add_files(const std::vector<std::string>& files) {
+    std::set<std::string> unions;
+    for (const std::string& path : files) {
+        if (access(path.c_str(), F_OK) == 0) {
+            place(in_tree(path), path);
+        } else {
+            unions.insert(existing_folder_above(path));
+        }
+    }
+    for (const std::string& folder : unions) {
+        if (folder.empty()) {
+            throw std::runtime_error("a board cannot add folders to / itself");
+        }
+        mount_or_fail("vboard", folder, "overlay", MS_NOSUID | MS_NODEV,
+                      fmt::format("lowerdir={}:{}", in_tree(folder), folder));
+    }
+}
+
 // Programs on the board may look at the machine's settings, never change them.
 void protect(const char* path) {
     if (::mount(path, path, nullptr, MS_BIND | MS_REC, nullptr) == 0) {
@@ -63,6 +104,10 @@ void add_placeholders(Tree& tree) {
     for (const char* folder : {"/dev/pts", "/dev/shm", kCpu, kCgroup, "/sys/class"}) {
         tree.make_directories(folder);
     }
+    tree.put("/proc", std::make_shared<MirrorDirectory>(
+                          UniqueFd(open(kKernelProc, O_PATH | O_DIRECTORY | O_CLOEXEC)),
+                          fmt::format("{}/", kKernelProcName)));
+    tree.make_directories(fmt::format("/proc/{}", kKernelProcName));
     tree.put("/dev/ptmx", std::make_shared<Symlink>("pts/ptmx"));
     tree.put("/dev/fd", std::make_shared<Symlink>("/proc/self/fd"));
     tree.put("/dev/stdin", std::make_shared<Symlink>("/proc/self/fd/0"));
@@ -73,9 +118,12 @@ void add_placeholders(Tree& tree) {
 void raise_scaffold(int fuse_descriptor) {
     mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE);
     mount_or_fail("vboard", kScaffold, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
-    if (mkdir(kTree, 0755) != 0 || mkdir(kHiddenFolder, 0755) != 0) {
-        fail("mkdir");
+    for (const char* folder : {kTree, kHiddenFolder, kKernelProc}) {
+        if (mkdir(folder, 0755) != 0) {
+            fail(fmt::format("mkdir {}", folder));
+        }
     }
+    mount_or_fail("proc", kKernelProc, "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
     mount_or_fail(
         "vboard", kTree, "fuse", MS_NOSUID | MS_NODEV,
         fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other", fuse_descriptor));
@@ -87,13 +135,26 @@ void leave_scaffold() {
     }
 }
 
+std::vector<std::string> files_elsewhere(const Tree& tree) {
+    std::vector<std::string> files;
+    tree.for_each([&](const std::string& path, const std::shared_ptr<Entry>&) {
+        for (const char* own : {"/dev/", "/sys/", "/proc/"}) {
+            if (path.starts_with(own)) {
+                return;
+            }
+        }
+        files.push_back(path);
+    });
+    return files;
+}
+
 void enter_own_mounts() {
     if (unshare(CLONE_NEWNS) != 0) {
         fail("unshare");
     }
 }
 
-void settle_mounts() {
+void settle_mounts(const std::vector<std::string>& files) {
     for (const char* device : kRealDevices) {
         place(fmt::format("/dev/{}", device), in_tree(fmt::format("/dev/{}", device)));
     }
@@ -107,11 +168,13 @@ void settle_mounts() {
             place(folder, in_tree(folder), MS_REC);
         }
     }
+    place(kKernelProc, in_tree(fmt::format("/proc/{}", kKernelProcName)));
+    add_files(files);
     place(in_tree("/sys"), "/sys", MS_REC);
+    place(in_tree("/proc"), "/proc", MS_REC);
     place(in_tree("/dev"), "/dev", MS_REC);
-    mount_or_fail("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
-    protect("/proc/sys");
-    protect("/proc/sysrq-trigger");
+    protect(fmt::format("/proc/{}/sys", kKernelProcName).c_str());
+    protect(fmt::format("/proc/{}/sysrq-trigger", kKernelProcName).c_str());
 }
 
 } // namespace vb

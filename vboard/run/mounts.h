@@ -8,6 +8,7 @@
 #include "core/board.h"
 
 #include <string>
+#include <vector>
 
 namespace vb {
 
@@ -16,20 +17,25 @@ namespace vb {
 // A folder in memory that only server and mounts see.
 inline constexpr char kHiddenFolder[] = "/dev/shm/own";
 
-// Gives the board's tree the files and folders that the real system will be mounted on.
-void add_placeholders(Tree& tree);
-
 // Lays out the scaffold, with the FUSE descriptor mounted in it. Each of these throws a
 // std::system_error that names what failed.
 void raise_scaffold(int fuse_descriptor);
+// Gives the board's tree the files and folders that the real system will be mounted on, and its
+// /proc. The scaffold has to stand.
+void add_placeholders(Tree& tree);
 // Call once the programs' side has its own copy.
 void leave_scaffold();
+
+// The paths of the board's files outside /dev, /sys and /proc.
+std::vector<std::string> files_elsewhere(const Tree& tree);
 
 // --- the programs' part ---
 
 // Moves this process into a mount namespace of its own, scaffold included.
 void enter_own_mounts();
-// Call once the FUSE descriptor is served: puts everything in its place.
-void settle_mounts();
+// Call once the FUSE descriptor is served: puts everything in its place. Where the machine
+// has one of the files elsewhere, the board's is mounted on it; where not, the nearest folder that
+// exists becomes a union of the two, which cannot be written to.
+void settle_mounts(const std::vector<std::string>& files);
 
 } // namespace vb

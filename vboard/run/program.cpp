@@ -1,6 +1,7 @@
 #include "run/program.h"
 
 #include "core/local_socket.h"
+#include "core/own_files.h"
 #include "run/exit_codes.h"
 #include "run/mounts.h"
 
@@ -24,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kClockLibrary[] = "libvboard_clock.so";
+constexpr char kCommands[] = "commands";
 
 void prepend(const char* name, const std::string& first, const char* separator) {
     const char* rest = std::getenv(name);
@@ -31,24 +33,8 @@ void prepend(const char* name, const std::string& first, const char* separator) 
     setenv(name, (alone ? first : first + separator + rest).c_str(), 1);
 }
 
-fs::path own_folder() {
-    return fs::read_symlink("/proc/self/exe").parent_path();
-}
-
-// Beside the program in a build, in the library folder once installed.
-std::string clock_library() {
-    const fs::path here = own_folder();
-    for (const fs::path& candidate :
-         {here / kClockLibrary, here / ".." / VBOARD_LIBDIR / "vboard" / kClockLibrary}) {
-        if (fs::exists(candidate)) {
-            return fs::weakly_canonical(candidate);
-        }
-    }
-    return "";
-}
-
 // What makes a program's calls land on the board: where it finds `vboard` and the tools beside it,
-// the control socket, and the clock.
+// the board's own programs, the control socket, and the clock.
 void set_environment(const RunOptions& options) {
     setenv("VBOARD_CONTROL", kInnerControlName, 1);
     for (const char* sibling : {"../examples", "../halctl", "."}) {
@@ -57,12 +43,14 @@ void set_environment(const RunOptions& options) {
             prepend("PATH", folder, ":");
         }
     }
+    // In front of the machine's own programs of the same names.
+    prepend("PATH", own_file(kCommands), ":");
     // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the
     // program.
     prepend("ASAN_OPTIONS", "use_sigaltstack=0", ":");
     if (options.speed) {
         setenv("VBOARD_CLOCK", "/dev/vboard-clock", 1);
-        prepend("LD_PRELOAD", clock_library(), ":");
+        prepend("LD_PRELOAD", own_file(kClockLibrary), ":");
         // The clock has to come before AddressSanitizer's own wrappers, which mind that.
         prepend("ASAN_OPTIONS", "verify_asan_link_order=0", ":");
     }
@@ -116,13 +104,14 @@ bool wait_at(const UniqueFd& gate) {
     return read(gate.get(), &token, 1) == 1;
 }
 
-[[noreturn]] void enter_board(const RunOptions& options, const UniqueFd& gate) {
+[[noreturn]] void enter_board(const RunOptions& options, const std::vector<std::string>& files,
+                              const UniqueFd& gate) {
     try {
         enter_own_mounts();
         if (!pass(gate) || !wait_at(gate)) {
             _exit(kExitUnavailable); // the server has said why
         }
-        settle_mounts();
+        settle_mounts(files);
         set_environment(options);
     } catch (const std::exception& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());
@@ -138,7 +127,7 @@ bool wait_at(const UniqueFd& gate) {
 
 } // namespace
 
-Program::Program(const RunOptions& options) {
+Program::Program(const RunOptions& options, const std::vector<std::string>& files) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -151,7 +140,7 @@ Program::Program(const RunOptions& options) {
     }
     if (pid_ == 0) {
         gate_.reset();
-        enter_board(options, inner);
+        enter_board(options, files, inner);
     }
     // No answer means that it is ending, and watching over it will show how.
     wait_at(gate_);

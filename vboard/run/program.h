@@ -11,9 +11,10 @@ namespace vb {
 
 class Program {
   public:
-    // Makes the process; it has its own copy of the mounts when this returns.
+    // Makes the process; it has its own copy of the mounts when this returns. `files` are the
+    // board's files elsewhere, for its mounts.
     // std::system_error where it cannot.
-    explicit Program(const RunOptions& options);
+    Program(const RunOptions& options, const std::vector<std::string>& files);
 
     // Lets it enter the board.
     void go();

@@ -146,6 +146,17 @@ TEST(Launcher, ShowsTheProgramTheBoardAndNothingOfTheMachinesDevices) {
     EXPECT_EQ(contents_of("/proc/self/mounts").find("vboard"), std::string::npos);
 }
 
+TEST(Launcher, HasAProcOfItsOwnWithTheBoardsFilesInIt) {
+    const CommandResult found = sh_on_board(
+        "cat /proc/self/comm; ls -d /proc/$$ /proc/sys/vm/swappiness; ps -o comm= -p $$;"
+        "sysctl -w vm.dirty_ratio=1; cat /proc/sys/vm/dirty_ratio;"
+        "echo 7 > /proc/sys/vm/dirty_ratio; vboard ctl attribute show /proc/sys/vm/dirty_ratio;"
+        "! sysctl -q -w vm.dirty_ratio=101 && ! sysctl -q -w vm.swappiness=1 && echo refused");
+    EXPECT_EQ(found.out, "cat\n/proc/2\n/proc/sys/vm/swappiness\nsh\nvm.dirty_ratio = 1\n1\n7\n"
+                         "refused\n")
+        << found.err;
+}
+
 TEST(Launcher, LeavesNothingWhenTheProgramLeavesDaemons) {
     const std::string nap = own_sleep(1);
     const CommandResult result =
