@@ -2,10 +2,12 @@
 
 #include "models/attributes.h"
 #include "models/cdcm6208.h"
+#include "models/cooling.h"
 #include "models/fpga.h"
 #include "models/gpio.h"
 #include "models/i2c_adapter.h"
 #include "models/idt6965.h"
+#include "models/network.h"
 #include "models/sysfs_gpio.h"
 
 #include <algorithm>
@@ -29,6 +31,10 @@ constexpr std::array kKinds = {
          make_cdcm6208},
     Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
     Kind{"attributes", "numbers in files of /sys and /proc: files", make_attributes},
+    Kind{"cooling",
+         "thermal zone and fans: fans, max_rpm, spin_seconds, ambient, rise, airflow, seconds",
+         make_cooling},
+    Kind{"network", "network interfaces, links and PHYs: interfaces", make_network},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
 };
 

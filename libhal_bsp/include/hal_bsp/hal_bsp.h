@@ -28,8 +28,13 @@
 #ifndef HAL_BSP_HAL_BSP_H
 #define HAL_BSP_HAL_BSP_H
 
+#include <hal_bsp/armhdmi_out.h>
+#include <hal_bsp/backlight.h>
+#include <hal_bsp/boardtemp.h>
 #include <hal_bsp/clock.h>
+#include <hal_bsp/ethlink.h>
 #include <hal_bsp/export.h>
+#include <hal_bsp/fans.h>
 #include <hal_bsp/fpga.h>
 #include <hal_bsp/gpio.h>
 #include <hal_bsp/i2c.h>

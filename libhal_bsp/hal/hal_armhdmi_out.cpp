@@ -1,0 +1,61 @@
+// The SoC's own HDMI output.
+#include <hal_bsp/armhdmi_out.h>
+
+#include "support/log.h"
+
+#include <cstddef>
+#include <cstdlib>
+
+static_assert(offsetof(arm_video_out, out_index) == 4 && sizeof(arm_video_out) == 8);
+
+namespace {
+
+constexpr const char* kModule = "hal_armhdmi_out";
+
+constexpr int32_t kDone = 0;
+constexpr int32_t kRefused = -1;
+
+int32_t check(const arm_video_out* out, int line = __builtin_LINE()) {
+    if (out == nullptr) {
+        log_log(HAL_LOG_ERROR, kModule, line, "[HAL]error: para arm_video_out is NULL!\n");
+        return kRefused;
+    }
+    return kDone;
+}
+
+void run(const char* command) {
+    [[maybe_unused]] const int status = std::system(command);
+}
+
+} // namespace
+
+int32_t hal_arm_video_out_init(const arm_video_out* out) {
+    return check(out);
+}
+
+int32_t hal_arm_video_out_deinit(const arm_video_out* out) {
+    return check(out);
+}
+
+int32_t hal_arm_video_out_set_hdcp(const arm_video_out* out, uint32_t enable) {
+    if (check(out) != kDone || out->out_type != ARM_VIDEO_OUT_HDMI) {
+        return kRefused;
+    }
+    return hal_armhdmi_out_set_hdcp(out->out_index, static_cast<int32_t>(enable));
+}
+
+int32_t hal_armhdmi_out_set_hdcp(int32_t out_index, int32_t enable) {
+    if (out_index != ARM_VIDEO_OUT_INDEX) {
+        return kRefused;
+    }
+    switch (enable) {
+    case 1:
+        run("echo 1 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
+        return kDone;
+    case 0:
+        run("echo 0 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
+        return kDone;
+    default:
+        return kRefused;
+    }
+}

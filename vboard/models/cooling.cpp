@@ -1,0 +1,275 @@
+#include "models/cooling.h"
+
+#include "core/attribute.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+namespace vb {
+
+namespace {
+
+constexpr std::uint32_t kGetSpeed = 0x80084612;
+constexpr std::uint32_t kSetSpeed = 0x40084611;
+constexpr std::uint32_t kPower = 0x40084613;
+
+struct SpeedRecord {
+    std::uint32_t channel;
+    std::uint32_t reserved;
+    std::uint32_t rpm;
+};
+static_assert(sizeof(SpeedRecord) == 12);
+
+struct ControlRecord {
+    std::uint32_t channel;
+    std::uint32_t value;
+    std::uint32_t zero0;
+    std::uint32_t zero1;
+};
+static_assert(sizeof(ControlRecord) == 16);
+
+using FieldType = RecordField::Type;
+
+constexpr RecordField kSpeedFields[] = {
+    {"channel", FieldType::u32, 0},
+    {"rpm", FieldType::u32, 8},
+};
+constexpr RecordField kControlFields[] = {
+    {"channel", FieldType::u32, 0},
+    {"value", FieldType::u32, 4},
+};
+
+constexpr RequestRow kRequests[] = {
+    {kGetSpeed, "PWM_LASER_GET_SPEED", RequestRow::Direction::inout, sizeof(SpeedRecord),
+     kSpeedFields},
+    {kSetSpeed, "PWM_LASER_SET_SPEED", RequestRow::Direction::in, sizeof(ControlRecord),
+     kControlFields},
+    {kPower, "PWM_LASER_POWER_CTL", RequestRow::Direction::in, sizeof(ControlRecord),
+     kControlFields},
+};
+
+struct Fan {
+    unsigned percent = 40;
+    bool power = true;
+    bool stalled = false; // something holds its blades
+    double rpm = 0;
+};
+
+class Cooling : public Model {
+  public:
+    Cooling(Board& board, Settings& settings);
+
+    Outcome request(unsigned channel, RequestCall& call);
+
+  private:
+    Fan& fan_at(const Json& arguments);
+    void add_verbs();
+    // Lets the time since the last look pass.
+    void catch_up();
+    void pass(double seconds);
+    double target_rpm(const Fan& fan) const;
+    double settled_temperature() const;
+    Outcome get_speed(const Fan& fan, RequestCall& call) const;
+    Outcome control(Fan& fan, const RequestCall& call);
+
+    Board& board_;
+    std::vector<Fan> fans_;
+    double max_rpm_;
+    double spin_seconds_;
+    double ambient_;
+    double rise_;
+    double airflow_;
+    double seconds_;
+    double temperature_;
+    std::optional<double> pinned_;
+    std::int64_t seen_ = 0;
+};
+
+class FanFile : public File {
+  public:
+    FanFile(Cooling& cooling, unsigned channel) : cooling_(cooling), channel_(channel) {}
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override { return cooling_.request(channel_, call); }
+
+  private:
+    Cooling& cooling_;
+    unsigned channel_;
+};
+
+class FanNode : public Node {
+  public:
+    FanNode(Cooling& cooling, unsigned channel)
+        : Node(S_IFREG | 0666), cooling_(cooling), channel_(channel) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<FanFile>(cooling_, channel_);
+        return 0;
+    }
+
+  private:
+    Cooling& cooling_;
+    unsigned channel_;
+};
+
+std::string node_of(std::size_t channel) {
+    return fmt::format("/dev/pwm-fan{}", channel);
+}
+
+Cooling::Cooling(Board& board, Settings& settings)
+    : board_(board),
+      fans_(settings.number("fans", 2, 16)),
+      max_rpm_(settings.number("max_rpm", 4800, 100000)),
+      spin_seconds_(settings.get<double>("spin_seconds", 0.8)),
+      ambient_(settings.get<double>("ambient", 25)),
+      rise_(settings.get<double>("rise", 45)),
+      airflow_(settings.get<double>("airflow", 3)),
+      seconds_(settings.get<double>("seconds", 20)) {
+    if (!(spin_seconds_ > 0) || !(seconds_ > 0) || !(airflow_ >= 0)) {
+        settings.refuse("seconds", "times have to be above 0, and the airflow not below");
+    }
+    for (std::size_t channel = 0; channel < fans_.size(); ++channel) {
+        fans_[channel].rpm = target_rpm(fans_[channel]);
+        board.tree().put(node_of(channel),
+                         std::make_shared<FanNode>(*this, static_cast<unsigned>(channel)));
+    }
+    temperature_ = settled_temperature();
+    constexpr char kZone[] = "/sys/class/thermal/thermal_zone0";
+    board.tree().put(fmt::format("{}/temp", kZone),
+                     std::make_shared<Attribute>(
+                         [this] {
+                             catch_up();
+                             return std::to_string(std::lround(temperature_ * 1000));
+                         },
+                         nullptr));
+    board.tree().put(fmt::format("{}/type", kZone), fixed_attribute("board-thermal"));
+    add_verbs();
+}
+
+// --- time ---
+
+double Cooling::target_rpm(const Fan& fan) const {
+    return fan.power && !fan.stalled ? max_rpm_ * fan.percent / 100.0 : 0;
+}
+
+double Cooling::settled_temperature() const {
+    double air = 0;
+    for (const Fan& fan : fans_) {
+        air += fan.rpm / max_rpm_ / static_cast<double>(fans_.size());
+    }
+    return ambient_ + rise_ / (1 + airflow_ * air);
+}
+
+void Cooling::pass(double seconds) {
+    for (Fan& fan : fans_) {
+        fan.rpm += (target_rpm(fan) - fan.rpm) * -std::expm1(-seconds / spin_seconds_);
+    }
+    temperature_ += (settled_temperature() - temperature_) * -std::expm1(-seconds / seconds_);
+    temperature_ = pinned_.value_or(temperature_);
+}
+
+// In steps that are short beside a fan's inertia; of a long time only the end matters.
+void Cooling::catch_up() {
+    constexpr double kStep = 0.05;
+    constexpr double kLongest = 10000 * kStep;
+    double left = static_cast<double>(board_.now() - seen_) / 1e9;
+    seen_ = board_.now();
+    if (left > kLongest) {
+        pass(left - kLongest);
+        left = kLongest;
+    }
+    for (; left > kStep; left -= kStep) {
+        pass(kStep);
+    }
+    pass(left);
+}
+
+// --- requests ---
+
+Outcome Cooling::request(unsigned channel, RequestCall& call) {
+    catch_up();
+    if (record_from<std::uint32_t>(call.record) != channel) {
+        board_.misuse(node_of(channel), "a record for another channel");
+        return Outcome::failed(EINVAL);
+    }
+    Fan& fan = fans_[channel];
+    return call.row.code == kGetSpeed ? get_speed(fan, call) : control(fan, call);
+}
+
+Outcome Cooling::get_speed(const Fan& fan, RequestCall& call) const {
+    auto record = record_from<SpeedRecord>(call.record);
+    record.rpm = static_cast<std::uint32_t>(std::lround(fan.rpm));
+    std::memcpy(call.record.data(), &record, sizeof record);
+    return Outcome::done();
+}
+
+Outcome Cooling::control(Fan& fan, const RequestCall& call) {
+    const auto record = record_from<ControlRecord>(call.record);
+    const bool power = call.row.code == kPower;
+    if (record.value > (power ? 1U : 100U)) {
+        board_.misuse(node_of(record.channel), power ? "power is 0 or 1" : "speed is 0 to 100");
+        return Outcome::failed(EINVAL);
+    }
+    if (power) {
+        fan.power = record.value != 0;
+    } else {
+        fan.percent = record.value;
+    }
+    return Outcome::done();
+}
+
+// --- the world ---
+
+Fan& Cooling::fan_at(const Json& arguments) {
+    const auto channel = arguments["channel"].get<std::int64_t>();
+    if (channel < 0 || static_cast<std::size_t>(channel) >= fans_.size()) {
+        throw VerbError(fmt::format("there is no fan {}", channel));
+    }
+    return fans_[static_cast<std::size_t>(channel)];
+}
+
+void Cooling::add_verbs() {
+    Verbs& verbs = board_.verbs();
+    verbs.add({"fan.show", {{"channel"}}, "how a fan turns", [this](const Json& arguments) -> Json {
+                   catch_up();
+                   const Fan& fan = fan_at(arguments);
+                   return {{"percent", fan.percent},
+                           {"power", fan.power ? 1 : 0},
+                           {"stalled", fan.stalled ? 1 : 0},
+                           {"rpm", std::lround(fan.rpm)}};
+               }});
+    verbs.add({"fan.stall",
+               {{"channel"}, {"stalled"}},
+               "hold a fan's blades (1), let go (0)",
+               [this](const Json& arguments) -> Json {
+                   catch_up();
+                   fan_at(arguments).stalled = arguments["stalled"] != 0;
+                   return nullptr;
+               }});
+    verbs.add({"thermal.rise",
+               {{"degrees", Argument::Type::number}},
+               "let the board's heat raise it by so much without air",
+               [this](const Json& arguments) -> Json {
+                   catch_up();
+                   rise_ = arguments["degrees"].get<double>();
+                   return nullptr;
+               }});
+    verbs.add({"thermal.pin",
+               {{"degrees", Argument::Type::number, true}},
+               "hold the temperature; without a value, let it go",
+               [this](const Json& arguments) -> Json {
+                   catch_up();
+                   pinned_.reset();
+                   if (arguments.contains("degrees")) {
+                       pinned_ = arguments["degrees"].get<double>();
+                   }
+                   return nullptr;
+               }});
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_cooling(Board& board, Settings& settings) {
+    return std::make_unique<Cooling>(board, settings);
+}
+
+} // namespace vb
