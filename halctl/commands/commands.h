@@ -12,5 +12,8 @@ void add_sysgpio(CLI::App& app, Tool& tool);
 void add_i2c(CLI::App& app, Tool& tool);
 void add_fpga(CLI::App& app, Tool& tool);
 void add_clock(CLI::App& app, Tool& tool);
+void add_keys(CLI::App& app, Tool& tool);
+void add_led(CLI::App& app, Tool& tool);
+void add_tbar(CLI::App& app, Tool& tool);
 
 } // namespace halctl
