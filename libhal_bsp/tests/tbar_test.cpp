@@ -11,9 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <future>
-#include <mutex>
 #include <vector>
 
 namespace {
@@ -27,28 +25,21 @@ using Data = std::array<std::uint8_t, HAL_TBAR_DATA_SIZE>;
 constexpr char kNode[] = "/dev/tbar3";
 constexpr int kNumber = 3;
 
-// What the callback was told, for a test to wait for.
-class Heard {
-  public:
-    static void add(const std::uint8_t* data) {
-        const std::lock_guard lock(mutex);
-        all.push_back({data[0], data[1], data[2]});
-        arrived.notify_all();
-    }
-    static std::vector<Data> wait_until(const std::function<bool(const std::vector<Data>&)>& good) {
-        std::unique_lock lock(mutex);
-        arrived.wait(lock, [&] { return good(all); });
-        return all;
-    }
-    static std::vector<Data> wait_for(std::size_t count) {
-        return wait_until([&](const auto& heard) { return heard.size() >= count; });
-    }
+// What the callback was told; one listener at a time adds to it.
+std::array<Data, 512> heard;
+std::atomic<unsigned> count{0};
 
-  private:
-    static inline std::mutex mutex;
-    static inline std::condition_variable arrived;
-    static inline std::vector<Data> all;
-};
+void hear(const std::uint8_t* data) {
+    heard[count] = {data[0], data[1], data[2]};
+    ++count;
+    count.notify_all();
+}
+
+void wait_until_heard(unsigned wanted) {
+    for (unsigned now = count; now < wanted; now = count) {
+        count.wait(now);
+    }
+}
 
 unsigned position(const Data& data) {
     return data[0] | data[1] << 8;
@@ -67,50 +58,51 @@ class Tbar : public vb::BoardTest {
 };
 
 TEST_F(Tbar, ItsMovementsReachTheCallbackUntilDeinit) {
-    hal_tbar* tbar = hal_tbar_init(Heard::add, kNumber);
+    hal_tbar* tbar = hal_tbar_init(hear, kNumber);
     ASSERT_NE(tbar, nullptr);
     EXPECT_EQ(opens(kNode, 1), 1);
     set_speed(20);
     move(1023, 1000);
-    const auto heard = Heard::wait_until([](const auto& all) {
-        return !all.empty() && all.back() == Data{0xFF, 0x03, 0};
-    });
-    EXPECT_GE(heard.size(), 3U) << "it moves evenly";
-    EXPECT_TRUE(std::ranges::is_sorted(heard, {}, position));
-    for (std::size_t i = 0; i + 1 < heard.size(); ++i) {
-        EXPECT_EQ(heard[i][2], 1) << "moving";
+    for (wait_until_heard(1); heard[count - 1] != Data{0xFF, 0x03, 0};) {
+        wait_until_heard(count + 1);
     }
-    hal_tbar* second = hal_tbar_init(Heard::add, kNumber);
+    const unsigned moved = count;
+    EXPECT_GE(moved, 3U) << "it moves evenly";
+    EXPECT_TRUE(std::is_sorted(heard.begin(), heard.begin() + moved,
+                               [](auto one, auto two) { return position(one) < position(two); }));
+    EXPECT_THAT(heard[0], ElementsAre(testing::_, testing::_, 1)) << "moving";
+    hal_tbar* second = hal_tbar_init(hear, kNumber);
     EXPECT_EQ(hal_tbar_deinit(tbar), 0);
     move(0);
-    const auto more = Heard::wait_for(heard.size() + 1);
+    wait_until_heard(moved + 1);
     EXPECT_EQ(hal_tbar_deinit(second), 0);
     move(512);
-    EXPECT_EQ(more.size(), heard.size() + 1);
-    EXPECT_EQ(Heard::wait_for(0).size(), more.size()) << "nobody is told after deinit";
+    EXPECT_EQ(count, moved + 1) << "nobody is told after deinit";
     EXPECT_EQ(opens(kNode, 0), 0);
     EXPECT_THAT(logged(), testing::UnorderedElementsAre("hal_tbar_listen\n", "hal_tbar_listen\n",
                                                         "hal_tbar_deinit\n", "hal_tbar_deinit\n"));
 }
 
 TEST_F(Tbar, AFailedReadRepeatsTheLastGoodData) {
-    hal_tbar* tbar = hal_tbar_init(Heard::add, kNumber);
+    hal_tbar* tbar = hal_tbar_init(hear, kNumber);
     add_fault("/dev/tbar3:ioctl=TBAR_READ:EIO:once");
     move(258);
-    Heard::wait_for(2);
+    wait_until_heard(2);
     clear_faults();
     add_fault("/dev/tbar3:ioctl=TBAR_READ:EIO:times=2");
     move(772);
     const Data zeros{};
     const Data first{2, 1, 0};
-    EXPECT_THAT(Heard::wait_for(5), ElementsAre(zeros, first, first, first, Data{4, 3, 0}));
+    wait_until_heard(5);
+    EXPECT_THAT(std::vector(heard.begin(), heard.begin() + 5),
+                ElementsAre(zeros, first, first, first, Data{4, 3, 0}));
     EXPECT_EQ(hal_tbar_deinit(tbar), 0);
     EXPECT_THAT(logged("ERROR"),
                 ElementsAre("ioctl is null! \n", "ioctl is null! \n", "ioctl is null! \n"));
 }
 
 TEST_F(Tbar, ALockHoldsItByTheLowByteOfTheValue) {
-    hal_tbar* tbar = hal_tbar_init(Heard::add, kNumber);
+    hal_tbar* tbar = hal_tbar_init(hear, kNumber);
     move(700);
     EXPECT_EQ(hal_tbar_set_lock(tbar, 0xAB07), 0);
     EXPECT_EQ(expect_event({{"kind", "ioctl"}, {"request", "TBAR_SET_LOCK"}}).at("bytes"), "07");
@@ -136,10 +128,10 @@ TEST_F(Tbar, WhatIsMissingIsToldAndNothingIsLeftBehind) {
     std::array<std::uint64_t, 3> without_descriptor{};
     auto* gone = reinterpret_cast<hal_tbar*>(without_descriptor.data());
     EXPECT_EQ(hal_tbar_init(nullptr, kNumber), nullptr);
-    EXPECT_EQ(hal_tbar_init(Heard::add, 255), nullptr);
+    EXPECT_EQ(hal_tbar_init(hear, 255), nullptr);
     {
         const hal_test::NoRoomForThreads none;
-        EXPECT_EQ(hal_tbar_init(Heard::add, kNumber), nullptr);
+        EXPECT_EQ(hal_tbar_init(hear, kNumber), nullptr);
     }
     EXPECT_EQ(hal_tbar_read_data(nullptr, data.data()), -1);
     EXPECT_EQ(hal_tbar_read_data(gone, nullptr), -1);
@@ -158,7 +150,7 @@ TEST_F(Tbar, WhatIsMissingIsToldAndNothingIsLeftBehind) {
     sweep(
         kNode, "EIO",
         [&] {
-            hal_tbar* tbar = hal_tbar_init(Heard::add, kNumber);
+            hal_tbar* tbar = hal_tbar_init(hear, kNumber);
             results.push_back({hal_tbar_set_lock(tbar, 0), hal_tbar_read_data(tbar, data.data()),
                                hal_tbar_deinit(tbar)});
         },
@@ -169,27 +161,18 @@ TEST_F(Tbar, WhatIsMissingIsToldAndNothingIsLeftBehind) {
 }
 
 TEST_F(Tbar, OpenedAndClosedOftenItLeavesNothingBehind) {
-    for (int i = 0; i < 50; ++i) {
-        std::array<hal_tbar*, 4> all{};
-        for (std::size_t number = 0; number < all.size(); ++number) {
-            all[number] = hal_tbar_init(Heard::add, static_cast<std::uint8_t>(number));
-            ASSERT_NE(all[number], nullptr);
-        }
-        for (hal_tbar* tbar : all) {
-            EXPECT_EQ(hal_tbar_deinit(tbar), 0);
-        }
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_EQ(hal_tbar_deinit(hal_tbar_init(hear, static_cast<std::uint8_t>(i % 4))), 0);
     }
     EXPECT_EQ(opens(kNode, 0), 0);
 }
 
 TEST_F(Tbar, ACallbackIsCompletedAndMayEndItsOwnHandle) {
-    static std::promise<void>* entered;
+    static std::promise<void> entered;
     static std::atomic<bool> completed{false};
-    std::promise<void> promise;
-    entered = &promise;
     hal_tbar* tbar = hal_tbar_init(
         [](const std::uint8_t*) {
-            entered->set_value();
+            entered.set_value();
             for (int pass = 0; pass < 100; ++pass) { // many cancellation points
                 usleep(200);
             }
@@ -197,24 +180,20 @@ TEST_F(Tbar, ACallbackIsCompletedAndMayEndItsOwnHandle) {
         },
         kNumber);
     move(100);
-    promise.get_future().wait();
+    entered.get_future().wait();
     EXPECT_EQ(hal_tbar_deinit(tbar), 0);
     EXPECT_TRUE(completed);
 
-    static std::promise<hal_tbar*>* handle;
-    static std::promise<void>* ended;
-    std::promise<hal_tbar*> handle_promise;
-    std::promise<void> ended_promise;
-    handle = &handle_promise;
-    ended = &ended_promise;
-    handle_promise.set_value(hal_tbar_init(
+    static std::promise<hal_tbar*> handle;
+    static std::promise<void> ended;
+    handle.set_value(hal_tbar_init(
         [](const std::uint8_t*) {
-            EXPECT_EQ(hal_tbar_deinit(handle->get_future().get()), 0);
-            ended->set_value();
+            EXPECT_EQ(hal_tbar_deinit(handle.get_future().get()), 0);
+            ended.set_value();
         },
         kNumber));
     move(200);
-    ended_promise.get_future().wait();
+    ended.get_future().wait();
     EXPECT_EQ(opens(kNode, 0), 0);
 }
 
