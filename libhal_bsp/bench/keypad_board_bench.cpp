@@ -35,8 +35,8 @@ void wait_for_count(unsigned count) {
     }
 }
 
-// A key at a time. So long after the one before that the listener waits again, with a small chance
-// (20 of its cycle of 220 ms) that it rests after a wait in vain; or at any moment of its rest.
+// A key at a time, at a moment that chance picks: while the listener waits (from 20 to 220 ms after
+// the key before), or while it still rests.
 void print_latency(vb::Client& world, const char* name, int least_ms, int most_ms) {
     std::mt19937 random(1);
     std::uniform_int_distribution<int> pause(least_ms, most_ms);

@@ -90,7 +90,7 @@ TEST_F(Keypad, TheDriverQueuesWhatItsContactsDo) {
     EXPECT_THAT(std::vector(bytes.begin(), bytes.begin() + 12),
                 ElementsAre(9, 0, 2, 2, 0, 0, 0, 0, 10, 0xFF, 0xFF, 0xFF));
 
-    set_speed(100);
+    set_speed(10);
     board().ask("keypad.down", {{"key", 1}});
     expect_event({{"kind", "key"}, {"state", 2}});
     EXPECT_THAT(board().ask("keypad.show")["down"], ElementsAre(1));

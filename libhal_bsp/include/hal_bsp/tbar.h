@@ -74,7 +74,7 @@ HAL_API int32_t hal_tbar_set_lock(hal_tbar* tbar, uint16_t lock);
 
 /*
  * Body of a listener thread, which hal_tbar_init starts. `tbar` is the handle; for null it returns
- * at once. It never returns else: it ends by cancellation, in its wait (200 ms at most) or its
+ * at once. Otherwise it never returns: it ends by cancellation, in its wait (200 ms at most) or its
  * rest (20 ms) between passes. An application has no use for it.
  */
 HAL_API void* hal_tbar_listen(void* tbar);
