@@ -17,5 +17,8 @@ void add_temp(CLI::App& app, Tool& tool);
 void add_backlight(CLI::App& app, Tool& tool);
 void add_fan(CLI::App& app, Tool& tool);
 void add_hdmi(CLI::App& app, Tool& tool);
+void add_keys(CLI::App& app, Tool& tool);
+void add_led(CLI::App& app, Tool& tool);
+void add_tbar(CLI::App& app, Tool& tool);
 
 } // namespace halctl

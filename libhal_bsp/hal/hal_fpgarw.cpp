@@ -71,7 +71,7 @@ int32_t transfer(Operation operation, uint32_t addr, uint32_t len, const void* b
 
 // Readiness is the interrupt: the driver clears it when it reports it.
 hal::Pass hear_interrupt([[maybe_unused]] int fd) {
-    hal::call_back(hal_fpag_info, 0);
+    hal::call_back(hal_fpag_info.cb, 0);
     return hal::Pass::kRest;
 }
 

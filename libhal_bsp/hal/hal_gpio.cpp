@@ -102,7 +102,7 @@ hal::Pass hear_event(int fd) {
     ValueRecord edge{};
     std::memcpy(&edge, message.data(), sizeof edge);
     hal_gpio_event event{edge.gpio, nullptr, edge.value};
-    hal::call_back(hal_gpio_info, &event);
+    hal::call_back(hal_gpio_info.cb, &event);
     return hal::Pass::kRest;
 }
 

@@ -75,11 +75,20 @@ void stop_listener(Info& info, const ListenerPlan& plan, int line = __builtin_LI
     std::atomic_ref(info.cb).store(nullptr);
 }
 
-// What follows once a readable descriptor has been dealt with.
+// What follows once a thread has dealt with what its wait brought.
 enum class Pass { kRest, kAtOnce };
 
 inline constexpr std::chrono::microseconds kListenerWait{200000};
 inline constexpr std::chrono::microseconds kListenerRest{2000};
+
+// One pass of a listening thread: waits until `fd` is readable, has `handle` deal with the outcome
+// of the wait, and rests if that says so.
+template <typename Handle>
+void listen_once(int fd, std::chrono::microseconds pause, Handle handle) {
+    if (handle(wait_readable(fd, kListenerWait)) == Pass::kRest) {
+        rest(pause);
+    }
+}
 
 // The body of a listening thread: calls `on_readable` with the descriptor whenever it is
 // readable, for ever. Record descriptors of 0 and below are none: they stand so before init and
@@ -92,23 +101,21 @@ template <typename Info, typename OnReadable>
         end_if_retired(); // the application may have stopped its own listener
         const int shared_fd = std::atomic_ref(info.fd).load();
         const int fd = shared_fd > 0 ? shared_fd : -1;
-        const Wait outcome = wait_readable(fd, kListenerWait);
-        if (outcome == Wait::kFailed) {
-            log_log(HAL_LOG_ERROR, plan.module, line, "select error\n");
-            continue;
-        }
-        if (outcome == Wait::kReadable && on_readable(fd) == Pass::kAtOnce) {
-            continue;
-        }
-        rest(kListenerRest);
+        listen_once(fd, kListenerRest, [&](Wait outcome) {
+            if (outcome == Wait::kFailed) {
+                log_log(HAL_LOG_ERROR, plan.module, line, "select error\n");
+                return Pass::kAtOnce;
+            }
+            return outcome == Wait::kReadable ? on_readable(fd) : Pass::kRest;
+        });
     }
 }
 
-// Calls the record's callback, if it has one. A cancellation waits until it returns: the
-// application may hold locks in it.
-template <typename Info, typename Argument>
-void call_back(Info& info, Argument argument) {
-    if (const auto callback = std::atomic_ref(info.cb).load(); callback != nullptr) {
+// Calls a record's callback, if it has one. A cancellation waits until it returns: the application
+// may hold locks in it.
+template <typename Callback, typename Argument>
+void call_back(Callback& shared_callback, Argument argument) {
+    if (const auto callback = std::atomic_ref(shared_callback).load(); callback != nullptr) {
         const CancelOff no_cancel;
         callback(argument);
     }

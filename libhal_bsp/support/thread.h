@@ -1,4 +1,4 @@
-// Threads that are ended by cancellation, and the waits in which they are.
+// Threads, the waits in which they spend their time, and how they are ended.
 #pragma once
 
 #include <chrono>
@@ -11,6 +11,9 @@ using ThreadBody = void* (*)(void*);
 // Starts `body` with the default attributes. 0, or the error number. `thread` is written before
 // the body runs, so that the body can find itself in a module's record.
 int start_thread(pthread_t& thread, ThreadBody body, void* arg);
+
+// The same for a thread that nobody waits for: it ends by itself, and leaves nothing behind then.
+int start_detached_thread(pthread_t& thread, ThreadBody body, void* arg);
 
 // Cancels a thread and waits for it to end. Not a cancellation point. A thread that ends itself
 // in this way is detached instead and ends when it next calls end_if_retired.

@@ -7,8 +7,11 @@
 #include "models/gpio.h"
 #include "models/i2c_adapter.h"
 #include "models/idt6965.h"
+#include "models/keypad.h"
+#include "models/led.h"
 #include "models/network.h"
 #include "models/sysfs_gpio.h"
+#include "models/tbar.h"
 
 #include <algorithm>
 #include <array>
@@ -36,6 +39,9 @@ constexpr std::array kKinds = {
          make_cooling},
     Kind{"network", "network interfaces, links and PHYs: interfaces", make_network},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
+    Kind{"keypad", "front-panel keys: node, keys, queue, repeat_delay_ms, repeat_ms", make_keypad},
+    Kind{"led", "front-panel LEDs: node, leds", make_led},
+    Kind{"tbar", "T-bar fader: number, position, step_ms", make_tbar},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

@@ -38,8 +38,10 @@
 #include <hal_bsp/fpga.h>
 #include <hal_bsp/gpio.h>
 #include <hal_bsp/i2c.h>
+#include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
 #include <hal_bsp/sysgpio.h>
+#include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>
 
 #endif

@@ -1,0 +1,279 @@
+#include "models/keypad.h"
+
+#include <array>
+#include <cerrno>
+#include <deque>
+#include <set>
+#include <utility>
+
+namespace vb {
+
+namespace {
+
+constexpr std::int64_t kMillisecond = 1'000'000;
+constexpr std::int64_t kBounceTime = kMillisecond;
+constexpr unsigned kColumns = 8;
+
+// What a contact does next, so long after what it did before.
+struct Step {
+    std::int64_t delay;
+    bool down;
+};
+using Steps = std::deque<Step>;
+
+enum KeyState : std::uint32_t { kReleased = 0, kPressed = 1, kRepeated = 2 };
+
+struct KeyRecord {
+    std::uint16_t key;
+    std::uint16_t place;
+    std::uint32_t state;
+    std::uint8_t number;
+    std::array<std::uint8_t, 3> reserved;
+    std::uint32_t milliseconds;
+};
+static_assert(sizeof(KeyRecord) == 16);
+
+class Keypad;
+
+class KeypadFile : public File {
+  public:
+    explicit KeypadFile(Keypad& keypad);
+    ~KeypadFile() override;
+
+    Outcome read(std::size_t size, std::uint64_t offset) override;
+    short readiness() const override { return events_.empty() ? 0 : POLLIN | POLLRDNORM; }
+
+    // False where the queue is full.
+    bool push(KeyRecord event, std::size_t depth);
+    std::size_t queued() const { return events_.size(); }
+
+  private:
+    Keypad& keypad_;
+    std::deque<KeyRecord> events_;
+    std::uint8_t number_ = 0;
+};
+
+class Keypad : public Model {
+  public:
+    Keypad(Board& board, Settings& settings);
+
+    void opened(KeypadFile* file) { files_.insert(file); }
+    void closed(KeypadFile* file) { files_.erase(file); }
+
+  private:
+    struct Key {
+        bool down = false;
+        std::uint64_t repeat = 0; // timer of the next repeat
+        std::uint64_t step = 0;   // timer of the next step
+    };
+
+    unsigned key_of(const Json& arguments) const;
+    void set(unsigned key, bool down);
+    void report(unsigned key, KeyState state);
+    void repeat_after(unsigned key, std::int64_t delay);
+    void walk(unsigned key, Steps steps);
+    Json show() const;
+    void add_verbs();
+
+    Board& board_;
+    std::string node_;
+    std::vector<Key> keys_;
+    std::size_t depth_;
+    std::int64_t repeat_delay_;
+    std::int64_t repeat_period_;
+    std::set<KeypadFile*> files_;
+    std::uint64_t overflows_ = 0;
+};
+
+class KeypadNode : public Node {
+  public:
+    explicit KeypadNode(Keypad& keypad) : Node(S_IFREG | 0666), keypad_(keypad) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<KeypadFile>(keypad_);
+        return 0;
+    }
+
+  private:
+    Keypad& keypad_;
+};
+
+// --- one open ---
+
+KeypadFile::KeypadFile(Keypad& keypad) : keypad_(keypad) {
+    keypad_.opened(this);
+}
+
+KeypadFile::~KeypadFile() {
+    keypad_.closed(this);
+}
+
+Outcome KeypadFile::read(std::size_t size, std::uint64_t) {
+    if (size < sizeof(KeyRecord)) {
+        return Outcome::failed(EINVAL);
+    }
+    if (events_.empty()) {
+        return Outcome::wait();
+    }
+    const KeyRecord event = events_.front();
+    events_.pop_front();
+    return Outcome::bytes(bytes_of(event));
+}
+
+bool KeypadFile::push(KeyRecord event, std::size_t depth) {
+    event.number = ++number_;
+    if (events_.size() >= depth) {
+        return false;
+    }
+    events_.push_back(event);
+    changed();
+    return true;
+}
+
+// --- the driver ---
+
+Keypad::Keypad(Board& board, Settings& settings)
+    : board_(board),
+      node_(settings.get<std::string>("node", "/dev/keypad")),
+      keys_(settings.number("keys", 64, 2048)),
+      depth_(settings.number("queue", 256, 65536)),
+      repeat_delay_(settings.number("repeat_delay_ms", 500, 3'600'000) * kMillisecond),
+      repeat_period_(settings.number("repeat_ms", 100, 3'600'000) * kMillisecond) {
+    board_.tree().put(node_, std::make_shared<KeypadNode>(*this));
+    add_verbs();
+}
+
+void Keypad::report(unsigned key, KeyState state) {
+    board_.trace().add("key", {{"node", node_}, {"key", key}, {"state", state}});
+    const auto place = static_cast<std::uint16_t>((key / kColumns + 1) << 8 | (key % kColumns + 1));
+    const KeyRecord event{static_cast<std::uint16_t>(key),
+                          place,
+                          state,
+                          0,
+                          {0xFF, 0xFF, 0xFF},
+                          static_cast<std::uint32_t>(board_.now() / kMillisecond)};
+    for (KeypadFile* file : files_) {
+        if (!file->push(event, depth_)) {
+            ++overflows_;
+            board_.trace().add("overflow", {{"node", node_}, {"key", key}});
+        }
+    }
+}
+
+void Keypad::set(unsigned key, bool down) {
+    if (keys_[key].down == down) {
+        return;
+    }
+    keys_[key].down = down;
+    board_.cancel(keys_[key].repeat);
+    report(key, down ? kPressed : kReleased);
+    if (down) {
+        repeat_after(key, repeat_delay_);
+    }
+}
+
+void Keypad::repeat_after(unsigned key, std::int64_t delay) {
+    if (repeat_delay_ > 0 && repeat_period_ > 0) {
+        keys_[key].repeat = board_.after(delay, [this, key] {
+            report(key, kRepeated);
+            repeat_after(key, repeat_period_);
+        });
+    }
+}
+
+// --- the world outside ---
+
+// Takes the steps in the place of those that the key still had before it.
+void Keypad::walk(unsigned key, Steps steps) {
+    board_.cancel(keys_[key].step);
+    while (!steps.empty() && steps.front().delay == 0) {
+        set(key, steps.front().down);
+        steps.pop_front();
+    }
+    if (!steps.empty()) {
+        const std::int64_t delay = std::exchange(steps.front().delay, 0);
+        keys_[key].step =
+            board_.after(delay, [this, key, steps = std::move(steps)] { walk(key, steps); });
+    }
+}
+
+Steps press_of(std::int64_t hold, std::int64_t bounces) {
+    Steps steps;
+    for (const bool down : {true, false}) {
+        steps.push_back({down ? 0 : hold, down});
+        for (std::int64_t i = 0; i < bounces; ++i) {
+            steps.push_back({kBounceTime, !down});
+            steps.push_back({kBounceTime, down});
+        }
+    }
+    return steps;
+}
+
+unsigned Keypad::key_of(const Json& arguments) const {
+    const auto key = arguments["key"].get<std::int64_t>();
+    if (key < 0 || static_cast<std::size_t>(key) >= keys_.size()) {
+        throw VerbError(fmt::format("the keypad has the keys 0 to {}", keys_.size() - 1));
+    }
+    return static_cast<unsigned>(key);
+}
+
+Json Keypad::show() const {
+    Json down = Json::array();
+    for (std::size_t key = 0; key < keys_.size(); ++key) {
+        if (keys_[key].down) {
+            down.push_back(key);
+        }
+    }
+    Json queued = Json::array();
+    for (const KeypadFile* file : files_) {
+        queued.push_back(file->queued());
+    }
+    return {{"keys", keys_.size()},
+            {"down", std::move(down)},
+            {"queued", std::move(queued)},
+            {"overflows", overflows_}};
+}
+
+std::int64_t within(const Json& arguments, const char* name, std::int64_t highest) {
+    const auto value = arguments.value(name, std::int64_t{0});
+    if (value < 0 || value > highest) {
+        throw VerbError(fmt::format("\"{}\" is from 0 to {}", name, highest));
+    }
+    return value;
+}
+
+void Keypad::add_verbs() {
+    using Type = Argument::Type;
+    Verbs& verbs = board_.verbs();
+    verbs.add({"keypad.press",
+               {{"key"}, {"hold_ms", Type::integer, true}, {"bounces", Type::integer, true}},
+               "press a key, hold it so long, release it; its contact bounces so often each way",
+               [this](const Json& arguments) -> Json {
+                   walk(key_of(arguments),
+                        press_of(within(arguments, "hold_ms", 3'600'000) * kMillisecond,
+                                 within(arguments, "bounces", 1000)));
+                   return {};
+               }});
+    verbs.add({"keypad.down",
+               {{"key"}},
+               "press a key until keypad.up",
+               [this](const Json& arguments) -> Json {
+                   walk(key_of(arguments), {{0, true}});
+                   return {};
+               }});
+    verbs.add({"keypad.up", {{"key"}}, "release a key", [this](const Json& arguments) -> Json {
+                   walk(key_of(arguments), {{0, false}});
+                   return {};
+               }});
+    verbs.add({"keypad.show",
+               {},
+               "which keys are down, what waits in each open's queue, what was lost",
+               [this](const Json&) { return show(); }});
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_keypad(Board& board, Settings& settings) {
+    return std::make_unique<Keypad>(board, settings);
+}
+
+} // namespace vb

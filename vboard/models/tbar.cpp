@@ -1,0 +1,223 @@
+#include "models/tbar.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+namespace vb {
+
+namespace {
+
+constexpr std::int64_t kMillisecond = 1'000'000;
+constexpr unsigned kHighest = 1023;
+constexpr std::uint8_t kMovingBit = 1;
+constexpr std::uint8_t kLockedBit = 2;
+
+using Data = std::array<std::uint8_t, 3>;
+using FieldType = RecordField::Type;
+
+constexpr RecordField kDataFields[] = {
+    {"position", FieldType::u16, 0},
+    {"state", FieldType::u8, 2},
+};
+constexpr RecordField kLockFields[] = {{"lock", FieldType::u8, 0}};
+
+constexpr std::uint32_t kRead = 0x80035400;
+constexpr std::uint32_t kSetLock = 0x40015401;
+
+constexpr RequestRow kRequests[] = {
+    {kRead, "TBAR_READ", RequestRow::Direction::out, sizeof(Data), kDataFields},
+    {kSetLock, "TBAR_SET_LOCK", RequestRow::Direction::in, 1, kLockFields},
+};
+
+class Tbar;
+
+class TbarFile : public File {
+  public:
+    explicit TbarFile(Tbar& tbar);
+    ~TbarFile() override;
+
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override;
+    short readiness() const override { return news_ ? POLLIN | POLLRDNORM : 0; }
+    void tell() {
+        news_ = true;
+        changed();
+    }
+
+  private:
+    Tbar& tbar_;
+    bool news_ = false; // the data has changed since this open read it
+};
+
+class Tbar : public Model {
+  public:
+    Tbar(Board& board, Settings& settings);
+
+    Data data() const;
+    void set_lock(std::uint8_t lock);
+    void opened(TbarFile* file) { files_.insert(file); }
+    void closed(TbarFile* file) { files_.erase(file); }
+
+  private:
+    // A movement under way.
+    struct Travel {
+        unsigned from;
+        unsigned to;
+        std::int64_t start;
+        std::int64_t length;
+    };
+
+    void move(unsigned to, std::int64_t length);
+    void look();
+    void settle(unsigned position, bool moving);
+    Json show() const;
+    void add_verbs(const Settings& settings);
+
+    Board& board_;
+    unsigned number_;
+    std::string node_;
+    unsigned position_;
+    std::int64_t step_;
+    bool moving_ = false;
+    std::uint8_t lock_ = 0;
+    Travel travel_{};
+    std::uint64_t timer_ = 0;
+    std::set<TbarFile*> files_;
+};
+
+class TbarNode : public Node {
+  public:
+    explicit TbarNode(Tbar& tbar) : Node(S_IFREG | 0666), tbar_(tbar) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<TbarFile>(tbar_);
+        return 0;
+    }
+
+  private:
+    Tbar& tbar_;
+};
+
+// --- one open ---
+
+TbarFile::TbarFile(Tbar& tbar) : tbar_(tbar) {
+    tbar_.opened(this);
+}
+
+TbarFile::~TbarFile() {
+    tbar_.closed(this);
+}
+
+Outcome TbarFile::request(RequestCall& call) {
+    if (call.row.code == kSetLock) {
+        tbar_.set_lock(call.record[0]);
+        return Outcome::done();
+    }
+    news_ = false;
+    std::ranges::copy(tbar_.data(), call.record.begin());
+    return Outcome::done();
+}
+
+// --- the driver ---
+
+Tbar::Tbar(Board& board, Settings& settings)
+    : board_(board),
+      number_(settings.number("number", 0, 255)),
+      node_(fmt::format("/dev/tbar{}", number_)),
+      position_(settings.number("position", 0, kHighest)),
+      step_(settings.number("step_ms", 10, 1000) * kMillisecond) {
+    if (step_ == 0) {
+        settings.refuse("step_ms", "has to be 1 or more");
+    }
+    board_.tree().put(node_, std::make_shared<TbarNode>(*this));
+    add_verbs(settings);
+}
+
+Data Tbar::data() const {
+    const int state = (moving_ ? kMovingBit : 0) | (lock_ != 0 ? kLockedBit : 0);
+    return {static_cast<std::uint8_t>(position_ & 0xFF), static_cast<std::uint8_t>(position_ >> 8),
+            static_cast<std::uint8_t>(state)};
+}
+
+void Tbar::set_lock(std::uint8_t lock) {
+    if (lock == lock_) {
+        return;
+    }
+    lock_ = lock;
+    board_.cancel(timer_);
+    settle(position_, false);
+}
+
+// Where the fader is now, and that everybody is to know.
+void Tbar::settle(unsigned position, bool moving) {
+    position_ = position;
+    moving_ = moving;
+    Json event = show();
+    event["node"] = node_;
+    board_.trace().add("tbar", event);
+    for (TbarFile* file : files_) {
+        file->tell();
+    }
+}
+
+// --- the world outside ---
+
+void Tbar::move(unsigned to, std::int64_t length) {
+    board_.cancel(timer_);
+    travel_ = {position_, to, board_.now(), length};
+    look();
+}
+
+void Tbar::look() {
+    const std::int64_t gone = board_.now() - travel_.start;
+    if (gone >= travel_.length) {
+        if (moving_ || position_ != travel_.to) {
+            settle(travel_.to, false);
+        }
+        return;
+    }
+    const std::int64_t way = std::int64_t{travel_.to} - travel_.from;
+    const auto position = static_cast<unsigned>(travel_.from + way * gone / travel_.length);
+    if (!moving_ || position_ != position) {
+        settle(position, true);
+    }
+    timer_ = board_.after(std::min(step_, travel_.length - gone), [this] { look(); });
+}
+
+Json Tbar::show() const {
+    return {{"number", number_}, {"position", position_}, {"moving", moving_}, {"lock", lock_}};
+}
+
+void Tbar::add_verbs(const Settings& settings) {
+    using Type = Argument::Type;
+    Verbs& verbs = board_.verbs();
+    Verb move_verb{"tbar.move",
+                   {{"position"}, {"over_ms", Type::integer, true}},
+                   "move a fader, evenly over this time; a locked one stays where it is",
+                   [this](const Json& arguments) {
+                       const auto to = arguments["position"].get<std::int64_t>();
+                       const auto over = arguments.value("over_ms", std::int64_t{0});
+                       if (to < 0 || to > kHighest || over < 0 || over > 3'600'000) {
+                           throw VerbError(
+                               fmt::format("positions are 0 to {}, times 0 to 3600000", kHighest));
+                       }
+                       if (lock_ == 0) {
+                           move(static_cast<unsigned>(to), over * kMillisecond);
+                       }
+                       return show();
+                   }};
+    if (!verbs.add_for("number", number_, std::move(move_verb))) {
+        settings.refuse("number", fmt::format("there is a T-bar {} already", number_));
+    }
+    verbs.add_for(
+        "number", number_,
+        {"tbar.show", {}, "a fader's position and lock", [this](const Json&) { return show(); }});
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_tbar(Board& board, Settings& settings) {
+    return std::make_unique<Tbar>(board, settings);
+}
+
+} // namespace vb
