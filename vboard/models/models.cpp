@@ -8,6 +8,7 @@
 #include "models/i2c_adapter.h"
 #include "models/idt6965.h"
 #include "models/network.h"
+#include "models/oled.h"
 #include "models/sysfs_gpio.h"
 
 #include <algorithm>
@@ -36,6 +37,7 @@ constexpr std::array kKinds = {
          make_cooling},
     Kind{"network", "network interfaces, links and PHYs: interfaces", make_network},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
+    Kind{"oled", "front panel's OLED: node, panels, font_file, font", make_oled},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {
