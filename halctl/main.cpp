@@ -14,8 +14,8 @@ namespace halctl {
 namespace {
 
 constexpr std::array kGroups = {
-    add_version, add_log,  add_gpio, add_sysgpio,   add_i2c, add_fpga,
-    add_clock,   add_link, add_temp, add_backlight, add_fan, add_hdmi,
+    add_version, add_log,  add_gpio,      add_sysgpio, add_i2c,  add_fpga, add_clock,
+    add_link,    add_temp, add_backlight, add_fan,     add_hdmi, add_oled,
 };
 
 // The library's lines stay off the terminal: what matters of them is in our own messages.
