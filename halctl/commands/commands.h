@@ -12,6 +12,7 @@ void add_sysgpio(CLI::App& app, Tool& tool);
 void add_i2c(CLI::App& app, Tool& tool);
 void add_fpga(CLI::App& app, Tool& tool);
 void add_clock(CLI::App& app, Tool& tool);
+void add_oled(CLI::App& app, Tool& tool);
 void add_link(CLI::App& app, Tool& tool);
 void add_temp(CLI::App& app, Tool& tool);
 void add_backlight(CLI::App& app, Tool& tool);

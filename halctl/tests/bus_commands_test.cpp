@@ -78,6 +78,10 @@ INSTANTIATE_TEST_SUITE_P(
              "eval 'vboard ctl i2c mute 3 0x6a 1 >/dev/null; halctl clock init 3; r=$?; "
              "vboard ctl i2c mute 3 0x6a 0 >/dev/null; (exit $r)'",
              "halctl clock init 5"},
+        Ends{"oled_text", "/dev/x9oled", "halctl oled text 输入", "halctl oled text é",
+             "halctl oled text 1234567890abcdefg"},
+        Ends{"oled_display", "/dev/x9oled", "halctl oled display off",
+             "halctl oled display on --index 9", "halctl oled display dim"},
         Ends{"clock_trim", "/dev/i2c-6", "halctl clock trim 2 1 up", "halctl clock trim 0 1 up",
              "halctl clock trim 2 1 sideways"}),
     [](const auto& each) { return each.param.name; });

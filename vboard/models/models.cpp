@@ -10,6 +10,7 @@
 #include "models/keypad.h"
 #include "models/led.h"
 #include "models/network.h"
+#include "models/oled.h"
 #include "models/sysfs_gpio.h"
 #include "models/tbar.h"
 
@@ -42,6 +43,7 @@ constexpr std::array kKinds = {
     Kind{"keypad", "front-panel keys: node, keys, queue, repeat_delay_ms, repeat_ms", make_keypad},
     Kind{"led", "front-panel LEDs: node, leds", make_led},
     Kind{"tbar", "T-bar fader: number, position, step_ms", make_tbar},
+    Kind{"oled", "front panel's OLED: node, panels, font_file, font", make_oled},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

@@ -40,6 +40,7 @@
 #include <hal_bsp/i2c.h>
 #include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
+#include <hal_bsp/oled.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>

@@ -1,0 +1,235 @@
+#include "models/oled.h"
+
+#include "core/content_file.h"
+#include "core/own_files.h"
+#include "models/oled_glyphs.h"
+#include "models/oled_panel.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <optional>
+
+namespace vb {
+
+namespace {
+
+constexpr std::size_t kMostCells = 16;
+
+struct OledRecord {
+    std::uint32_t command;
+    std::uint32_t position1;
+    std::uint32_t position2;
+    std::uint32_t panel;
+    std::uint8_t cells[kMostCells][OledPanel::kCellBytes];
+    std::uint32_t cell_count;
+};
+static_assert(sizeof(OledRecord) == 276);
+
+using FieldType = RecordField::Type;
+
+constexpr RecordField kFields[] = {{"cmd", FieldType::u32, 0},
+                                   {"pos1", FieldType::u32, 4},
+                                   {"pos2", FieldType::u32, 8},
+                                   {"oled_index", FieldType::u32, 12},
+                                   {"cell_count", FieldType::u32, 272}};
+
+constexpr RequestRow kRequests[] = {
+    {0xC0086FB3, "OLEDDEV_IOCTL", RequestRow::Direction::in, sizeof(OledRecord), kFields},
+};
+
+enum Command : std::uint32_t { kDraw = 0, kClear = 1, kDisplay = 4 };
+
+class Oled;
+
+class OledFile : public File {
+  public:
+    explicit OledFile(Oled& driver) : driver_(driver) {}
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override;
+
+  private:
+    Oled& driver_;
+};
+
+class Oled : public Model {
+  public:
+    Oled(Board& board, Settings& settings);
+
+    Outcome request(const OledRecord& record);
+
+  private:
+    Outcome draw(const OledRecord& record);
+    Outcome display(const OledRecord& record);
+    Outcome complain(const std::string& text);
+
+    void add_font(Settings& settings);
+    void add_verbs();
+    void add_verb(const char* name, const char* help, Json (Oled::*act)(std::size_t panel));
+    Json show(std::size_t panel);
+    Json picture(std::size_t panel);
+    Json png(std::size_t panel);
+    std::string text(std::size_t panel, std::size_t row);
+
+    Board& board_;
+    std::string node_;
+    std::vector<OledPanel> panels_;
+    Bytes font_;
+    std::optional<OledGlyphs> glyphs_; // made when first something is read
+};
+
+class OledNode : public Node {
+  public:
+    explicit OledNode(Oled& driver) : Node(S_IFREG | 0666), driver_(driver) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<OledFile>(driver_);
+        return 0;
+    }
+
+  private:
+    Oled& driver_;
+};
+
+Outcome OledFile::request(RequestCall& call) {
+    return driver_.request(record_from<OledRecord>(call.record));
+}
+
+// --- the font ---
+
+void Oled::add_font(Settings& settings) {
+    const auto place = settings.get<std::string>("font_file", "/usr/share/fonts/HZK16");
+    const auto source = settings.get<std::string>("font", own_file("HZK16").string());
+    if (source.empty()) {
+        return;
+    }
+    std::ifstream in(source, std::ios::binary);
+    if (!in) {
+        settings.refuse("font", fmt::format("cannot read {}", source));
+    }
+    font_.assign(std::istreambuf_iterator<char>(in), {});
+    board_.tree().put(place, std::make_shared<ContentNode>(font_));
+}
+
+// --- the driver ---
+
+Oled::Oled(Board& board, Settings& settings)
+    : board_(board),
+      node_(settings.get<std::string>("node", "/dev/x9oled")),
+      panels_(settings.number("panels", 2, 16)) {
+    board_.tree().put(node_, std::make_shared<OledNode>(*this));
+    add_font(settings);
+    add_verbs();
+}
+
+Outcome Oled::complain(const std::string& text) {
+    board_.misuse(node_, text);
+    return Outcome::failed(EINVAL);
+}
+
+Outcome Oled::request(const OledRecord& record) {
+    if (record.panel >= panels_.size()) {
+        return complain(fmt::format("there is no panel {}", record.panel));
+    }
+    switch (record.command) {
+    case kDraw:
+        return draw(record);
+    case kClear:
+        panels_[record.panel].clear();
+        board_.trace().add("oled",
+                           {{"node", node_}, {"panel", record.panel}, {"command", "clear"}});
+        return Outcome::done();
+    case kDisplay:
+        return display(record);
+    default:
+        return complain(fmt::format("there is no command {}", record.command));
+    }
+}
+
+Outcome Oled::draw(const OledRecord& record) {
+    const std::uint32_t row = record.position1;
+    const std::uint32_t column = record.position2;
+    if (record.cell_count > kMostCells) {
+        return complain(fmt::format("{} cells are more than a record has", record.cell_count));
+    }
+    if (row >= OledPanel::kRows || column >= OledPanel::kColumns ||
+        column + record.cell_count > OledPanel::kColumns) {
+        return complain(fmt::format("{} cells at row {}, column {} are not on the panel",
+                                    record.cell_count, row, column));
+    }
+    for (std::uint32_t cell = 0; cell < record.cell_count; ++cell) {
+        panels_[record.panel].draw(row, column + cell, record.cells[cell]);
+    }
+    board_.trace().add("oled", {{"node", node_},
+                                {"panel", record.panel},
+                                {"command", "draw"},
+                                {"row", row},
+                                {"column", column},
+                                {"cells", record.cell_count},
+                                {"text", text(record.panel, row)}});
+    return Outcome::done();
+}
+
+Outcome Oled::display(const OledRecord& record) {
+    if (record.position1 > 1) {
+        return complain(fmt::format("there is no display state {}", record.position1));
+    }
+    panels_[record.panel].switch_display(record.position1 == 1);
+    board_.trace().add("oled", {{"node", node_},
+                                {"panel", record.panel},
+                                {"command", record.position1 == 1 ? "show" : "hide"}});
+    return Outcome::done();
+}
+
+// --- the world outside ---
+
+std::string Oled::text(std::size_t panel, std::size_t row) {
+    if (!glyphs_) {
+        glyphs_.emplace(font_);
+    }
+    return panels_[panel].text(row, *glyphs_);
+}
+
+Json Oled::show(std::size_t panel) {
+    Json rows = Json::array();
+    for (std::size_t row = 0; row < OledPanel::kRows; ++row) {
+        rows.push_back(text(panel, row));
+    }
+    return {{"panel", panel}, {"on", panels_[panel].on()}, {"text", rows}};
+}
+
+Json Oled::picture(std::size_t panel) {
+    return panels_[panel].braille();
+}
+
+Json Oled::png(std::size_t panel) {
+    return to_hex(panels_[panel].png());
+}
+
+void Oled::add_verb(const char* name, const char* help, Json (Oled::*act)(std::size_t panel)) {
+    board_.verbs().add({name,
+                        {{"panel", Argument::Type::integer, true}},
+                        help,
+                        [this, act](const Json& arguments) -> Json {
+                            const auto panel = arguments.value("panel", std::int64_t{0});
+                            if (panel < 0 || static_cast<std::size_t>(panel) >= panels_.size()) {
+                                throw VerbError(fmt::format("there is no panel {}", panel));
+                            }
+                            return (this->*act)(static_cast<std::size_t>(panel));
+                        }});
+}
+
+void Oled::add_verbs() {
+    add_verb("oled.show", "whether a panel is on, and the text on it", &Oled::show);
+    add_verb("oled.picture", "what a panel shows, in braille, for a terminal", &Oled::picture);
+    add_verb("oled.png", "what a panel shows, as a PNG file in hex digits", &Oled::png);
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_oled(Board& board, Settings& settings) {
+    return std::make_unique<Oled>(board, settings);
+}
+
+} // namespace vb
