@@ -7,6 +7,7 @@
 #include "models/i2c_adapter.h"
 #include "models/idt6965.h"
 #include "models/sysfs_gpio.h"
+#include "models/video_timing.h"
 
 #include <algorithm>
 #include <array>
@@ -30,6 +31,8 @@ constexpr std::array kKinds = {
     Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
     Kind{"attributes", "numbers in files of /sys and /proc: files", make_attributes},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
+    Kind{"video_timing", "video-timing generator: node, raster, clock, reference, jitter",
+         make_video_timing},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {
