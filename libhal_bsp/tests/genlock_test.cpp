@@ -43,6 +43,20 @@ int ioctl(int, unsigned long request, ...) noexcept {
 
 namespace {
 
+// What the shell was given, and what it answers: one result for each command, the last for all
+// that follow.
+std::vector<std::string> commands;
+std::vector<int> shell_results;
+
+} // namespace
+
+extern "C" int system(const char* command) {
+    commands.emplace_back(command);
+    return shell_results[std::min(commands.size(), shell_results.size()) - 1];
+}
+
+namespace {
+
 class Genlock : public testing::Test {
   protected:
     void SetUp() override {
@@ -246,6 +260,73 @@ TEST_F(Genlock, TheFourthRepetitionOfARecordIsAnError) {
     EXPECT_THAT(lines(), ElementsAre(ContainsRegex(">:get outvs_timestamp fail!\n$"),
                                      ContainsRegex(">:gen_sys_param is NULL!\n$"),
                                      ContainsRegex(">:gen_sys_param is NULL!\n$")));
+}
+
+TEST(Ptp, TheDaemonsAreStartedAfreshInTheRoleAsked) {
+    log_set_quiet(true);
+    struct Run {
+        std::uint8_t is_master;
+        std::string name;
+        std::vector<int> shell; // its results
+        int result;
+        std::uint32_t state;
+        std::vector<std::string> daemons; // started, after the old ones were ended
+        std::string error;
+    };
+    const std::string longest(sizeof gen_sys_param::eth_name, 'n'); // not terminated
+    const std::array<Run, 7> all = {
+        Run{1, "eth0", {0}, 0, 3, {"phc2sys -a -rr &", "ptp4l -i eth0 &"}, ""},
+        {0, "eth1", {0}, 0, 3, {"phc2sys -a -r &", "ptp4l -i eth1 -s &"}, ""},
+        {7, longest, {-1, -1, 0}, 0, 3, {"phc2sys -a -rr &", "ptp4l -i " + longest + " &"}, ""},
+        {0, "eth1", {0, 0, 0, 256}, 256, 3, {"phc2sys -a -r &", "ptp4l -i eth1 -s &"}, ""},
+        {0, "eth1", {0, 0, -1}, -1, 1, {"phc2sys -a -r &"}, "slave phc2sys fail!\n"},
+        {0,
+         "e",
+         {0, 0, 0, -1},
+         -1,
+         1,
+         {"phc2sys -a -r &", "ptp4l -i e -s &"},
+         "slave ptp4l fail!\n"},
+        {1,
+         "e",
+         {0, 0, 0, -1},
+         -1,
+         1,
+         {"phc2sys -a -rr &", "ptp4l -i e &"},
+         "master ptp4l fail!\n"}};
+    for (const Run& run : all) {
+        SCOPED_TRACE(testing::PrintToString(run.daemons));
+        gen_sys_param p{};
+        p.is_master = run.is_master;
+        run.name.copy(p.eth_name, sizeof p.eth_name);
+        p.ptp_state = 9;
+        commands.clear();
+        shell_results = run.shell;
+        LogTap::instance().take();
+        EXPECT_EQ(ptp_switch_on(&p), run.result);
+        EXPECT_EQ(p.ptp_state, run.state);
+        EXPECT_EQ(p.ptp_enable, 1U);
+        std::vector<std::string> expected = {"killall -9 phc2sys", "killall -9 ptp4l"};
+        expected.insert(expected.end(), run.daemons.begin(), run.daemons.end());
+        EXPECT_EQ(commands, expected);
+        const auto messages = LogTap::instance().take();
+        ASSERT_EQ(messages.size(), run.error.empty() ? 2U : 3U);
+        EXPECT_EQ(messages[1].text, "[genlock]-DEBUG:<ptp_switch_on><" +
+                                        std::to_string(messages[1].line) +
+                                        ">:is_master=" + std::to_string(run.is_master) +
+                                        ", eth_name:" + run.name + "\n");
+        EXPECT_EQ(messages.back().level, run.error.empty() ? HAL_LOG_DEBUG : HAL_LOG_ERROR);
+        EXPECT_THAT(messages.back().text, testing::EndsWith(run.error));
+        commands.clear();
+        shell_results = {-1};
+        EXPECT_EQ(ptp_switch_off(&p), 0);
+        EXPECT_EQ(p.ptp_enable + p.ptp_state, 0U);
+        EXPECT_THAT(commands, ElementsAre("killall -9 phc2sys", "killall -9 ptp4l"));
+    }
+    commands.clear();
+    EXPECT_EQ(ptp_switch_on(nullptr), -1);
+    EXPECT_EQ(ptp_switch_off(nullptr), -1);
+    EXPECT_THAT(commands, IsEmpty());
 }
 
 } // namespace
