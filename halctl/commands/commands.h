@@ -12,5 +12,7 @@ void add_sysgpio(CLI::App& app, Tool& tool);
 void add_i2c(CLI::App& app, Tool& tool);
 void add_fpga(CLI::App& app, Tool& tool);
 void add_clock(CLI::App& app, Tool& tool);
+void add_genlock(CLI::App& app, Tool& tool);
+void add_ptp(CLI::App& app, Tool& tool);
 
 } // namespace halctl
