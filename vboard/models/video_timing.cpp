@@ -86,6 +86,8 @@ VideoTimingSetup setup_from(Settings& settings) {
     return setup;
 }
 
+constexpr unsigned kMostFrames = 100'000; // in one read
+
 class VideoTiming : public Model {
   public:
     VideoTiming(Board& board, Settings& settings);
@@ -142,7 +144,7 @@ VideoTiming::VideoTiming(Board& board, Settings& settings)
       clock_min_(settings.number("clock_min", 1, std::numeric_limits<unsigned>::max())),
       clock_max_(settings.number("clock_max", std::numeric_limits<unsigned>::max(),
                                  std::numeric_limits<unsigned>::max())),
-      frames_per_read_(settings.number("frames_per_read", 0, 100'000)),
+      frames_per_read_(settings.number("frames_per_read", 0, kMostFrames)),
       core_(setup_from(settings)) {
     board_.tree().put(node_, std::make_shared<VideoTimingNode>(*this));
     add_verbs();
@@ -273,6 +275,10 @@ void VideoTiming::add_verbs() {
     add("vgen.set", {{"name", Type::text}, {"value", Type::number}},
         "offset_ppm, drift_ppm_per_hour, reference_ppm, wander_ns or jitter_ns",
         [this](const Json& arguments) { set(arguments); });
+    add("vgen.pace", {{"frames"}}, "let so many frames pass by each read; 0: by board time",
+        [this](const Json& arguments) {
+            frames_per_read_ = static_cast<unsigned>(within(arguments["frames"], 0, kMostFrames));
+        });
     add("vgen.raster", {{"h_total"}, {"v_total"}}, "change the output raster",
         [this](const Json& arguments) {
             core_.set_raster(static_cast<std::uint16_t>(within(arguments["h_total"], 1, 65535)),

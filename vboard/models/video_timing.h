@@ -22,7 +22,7 @@
 //   the time scale; 0 is EINVAL.
 // - Time is board time. With "frames_per_read" N above 0 it stands still, and each read of the
 //   time stamps lets N frames pass before it: runs are then the same to the last bit, and as fast
-//   as the program.
+//   as the program. `vgen.pace` changes N.
 
 #include "core/board.h"
 #include "core/settings.h"
