@@ -11,7 +11,7 @@
 #include <pthread.h>
 
 // What the loop works with; it must last as long as the loop's thread.
-struct gen_loop_para {
+struct gen_loop_para { // NOLINT(readability-identifier-naming): as the C records are
     gen_sys_param* param;
     void* reserved;                   // not read
     void (*state_cb)(uint32_t state); // may be null; called on the loop's thread, without the lock

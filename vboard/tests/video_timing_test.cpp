@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <tuple>
 
 namespace vb {
 namespace {
@@ -85,29 +86,25 @@ TEST_F(VideoTiming, FramesFollowClockOffsetRasterAndReference) {
 }
 
 TEST_F(VideoTiming, StampsCanBeStaleMissingOffAndAligned) {
-    set_speed(1000);
-    pass(1);
+    board().ask("vgen.pace", {{"frames", 5}});
     std::uint16_t rate = 6000;
     EXPECT_EQ(ask(0x40024325, rate), 0);
-    const Words first = stamps();
-    board().ask("vgen.stale", {{"reads", 2}});
-    pass(1);
-    EXPECT_EQ(stamps(), first);
-    EXPECT_EQ(stamps(), first);
-    EXPECT_NE(stamps(), first);
-    board().ask("vgen.miss", {{"frames", 1000}});
-    const Words before = stamps();
-    pass(10);
-    EXPECT_EQ(stamps(), before);
-    pass(10);
-    EXPECT_NE(stamps(), before);
+    Words last = stamps();
+    for (const auto& [verb, key, count] :
+         {std::tuple("vgen.stale", "reads", 2), std::tuple("vgen.miss", "frames", 10)}) {
+        board().ask(verb, {{key, count}});
+        EXPECT_EQ(stamps(), last) << verb;
+        EXPECT_EQ(stamps(), last) << verb;
+        EXPECT_NE(stamps(), last) << verb;
+        last = stamps();
+    }
     std::uint32_t cycle = 16666666;
     EXPECT_EQ(ask(0x40044324, cycle), 0);
-    pass(1);
+    EXPECT_NEAR(static_cast<double>((stamps()[0] - 4 * 16666666) % cycle), 4 * 2.0 / 3, 2);
     const auto phase = [&] { return board().ask("vgen.show").at("phase_ns").get<double>(); };
     const double aligned = phase();
     board().ask("vgen.delay", {{"ns", 1'000'000}});
-    pass(1);
+    stamps();
     EXPECT_NEAR(phase() - aligned, 1e6, 2);
 }
 
