@@ -21,5 +21,7 @@ void add_hdmi(CLI::App& app, Tool& tool);
 void add_keys(CLI::App& app, Tool& tool);
 void add_led(CLI::App& app, Tool& tool);
 void add_tbar(CLI::App& app, Tool& tool);
+void add_genlock(CLI::App& app, Tool& tool);
+void add_ptp(CLI::App& app, Tool& tool);
 
 } // namespace halctl

@@ -55,6 +55,23 @@ TEST(Clocks, SayWhichChipIsMissing) {
     EXPECT_THAT(result.err, HasSubstr("idt6965 0 does not verify"));
 }
 
+TEST(GenlockExample, LocksOnBoardsOfItsOwnAndDrawsTheSameEachTime) {
+    const std::string script =
+        "cd $(mktemp -d) && genlock --rates 100 --steps 700 --out a && "
+        "genlock --rates 100 --steps 700 --out b >b.txt && cmp a/100_2640x1125.png "
+        "b/100_2640x1125.png && cmp a/100_1980x750.csv b/100_1980x750.csv && "
+        "head -c 4 a/100_5280x2250.png | tail -c 3 && tail -n 1 a/100_5280x2250.svg\n"
+        "genlock --rate 30 --steps 20 --out c; echo $?; rm -r \"$PWD\"";
+    const CommandResult result = run({"sh", "-c", script});
+    EXPECT_EQ(result.err, "");
+    for (const char* row :
+         {"\n100.00  2640x1125  +0.0      +25     +3998     132    260 ",
+          "\n100.00  1980x750   +0.0 ", "\n100.00  5280x2250  +0.0 ", "PNG</svg>\n"}) {
+        EXPECT_THAT(result.out, HasSubstr(row));
+    }
+    EXPECT_THAT(result.out, testing::EndsWith("NOT LOCKED\n1\n")) << "twenty steps are too few";
+}
+
 TEST(Demo, ShowsButtonEdgeLampTraceAndClocks) {
     const CommandResult result = run({SOURCE "/examples/demo", BUILD});
     ASSERT_EQ(result.status, 0) << result.err;

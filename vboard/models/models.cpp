@@ -13,6 +13,7 @@
 #include "models/oled.h"
 #include "models/sysfs_gpio.h"
 #include "models/tbar.h"
+#include "models/video_timing.h"
 
 #include <algorithm>
 #include <array>
@@ -44,6 +45,8 @@ constexpr std::array kKinds = {
     Kind{"led", "front-panel LEDs: node, leds", make_led},
     Kind{"tbar", "T-bar fader: number, position, step_ms", make_tbar},
     Kind{"oled", "front panel's OLED: node, panels, font_file, font", make_oled},
+    Kind{"video_timing", "video-timing generator: node, raster, clock, reference, jitter",
+         make_video_timing},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

@@ -36,11 +36,13 @@
 #include <hal_bsp/export.h>
 #include <hal_bsp/fans.h>
 #include <hal_bsp/fpga.h>
+#include <hal_bsp/genlock.h>
 #include <hal_bsp/gpio.h>
 #include <hal_bsp/i2c.h>
 #include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
 #include <hal_bsp/oled.h>
+#include <hal_bsp/ptp.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>

@@ -1,0 +1,72 @@
+// halctl genlock and ptp.
+
+#include "tools.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace halctl_tests {
+namespace {
+
+using nlohmann::json;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(GenlockCommands, ASimulationLocksWhereTheClockReachesFarEnough) {
+    const CommandResult good = run({"halctl", "genlock", "simulate", "--rate", "59.94", "--raster",
+                                    "1650x750", "--steps", "400", "--every", "400", "--json"});
+    ASSERT_EQ(good.status, 0) << good.err;
+    const json last = json::parse(good.out.substr(good.out.find('\n') + 1));
+    EXPECT_EQ(last.at("step"), 400);
+    EXPECT_EQ(last.at("state"), "lock");
+    EXPECT_NEAR(last.at("clock_hz").get<double>() / (59.94 * 1650 * 750), 1 - 20e-6, 2e-6);
+    const CommandResult beyond = run({"halctl", "genlock", "simulate", "--offset", "700"});
+    EXPECT_EQ(beyond.status, 1);
+    EXPECT_THAT(beyond.err, HasSubstr("not locked after 600 steps"));
+    EXPECT_EQ(run({"halctl", "genlock", "simulate", "--raster", "2200"}).status, 64);
+}
+
+TEST(GenlockCommands, StatusTellsClockAndFramesOrWhatIsMissing) {
+    const CommandResult result =
+        run({"vboard", "run", "--speed", "100", "--", "sh", "-c",
+             "sleep 1; halctl genlock status --json\n"
+             "vboard ctl fault add '/dev/vgen:ioctl=GEN_GET_CLKRATE:EIO:once' >/dev/null\n"
+             "halctl genlock status; echo $?; vboard ctl node vanish /dev/vgen >/dev/null\n"
+             "halctl genlock status; echo $?"});
+    const json status = json::parse(result.out.substr(0, result.out.find('\n')));
+    EXPECT_EQ(status.at("clock_hz"), 148500000);
+    EXPECT_NEAR(status.at("frame_hz").get<double>(), 60, 1e-4);
+    EXPECT_THAT(result.out, testing::EndsWith("\n1\n69\n"));
+    EXPECT_THAT(result.err, HasSubstr("cannot open /dev/vgen: No such file or directory"));
+}
+
+TEST(PtpCommands, TheDaemonsRunInTheirRoleAndAreGoneAfterwards) {
+    const std::string daemons = "ps -eo comm=,args= | grep -E '^(ptp4l|phc2sys) '; echo .\n";
+    const CommandResult result =
+        on_board("until_up() { until [ \"$(pgrep -xc 'ptp4l|phc2sys')\" = 2 ]; do :; done; }\n"
+                 "halctl ptp on --slave eth1 --json; until_up; " +
+                 daemons + "halctl ptp on --master eth0; until_up; " + daemons +
+                 "halctl ptp off; " + daemons);
+    EXPECT_THAT(result.out, ContainsRegex("^.\"role\":\"slave\",\"interface\":\"eth1\".\n"
+                                          "phc2sys +[^\n]*/phc2sys -a -r\n"
+                                          "ptp4l +[^\n]*/ptp4l -i eth1 -s\n\\.\n"
+                                          "phc2sys +[^\n]*/phc2sys -a -rr\n"
+                                          "ptp4l +[^\n]*/ptp4l -i eth0\n\\.\n\\.\n$"))
+        << result.err;
+}
+
+TEST(PtpCommands, NothingButANameReachesTheShell) {
+    for (const char* name : {"eth1;reboot", "-i", "", "a b", "$(id)", "sixteen-letters-"}) {
+        const CommandResult result =
+            run({"vboard", "run", "--", "halctl", "ptp", "on", "--master", name});
+        EXPECT_EQ(result.status, 64) << name;
+        EXPECT_THAT(result.err, Not(HasSubstr("killall")));
+    }
+    EXPECT_EQ(on_board("ptp4l -s 2>/dev/null").status, 255)
+        << "a stand-in is as strict as the real";
+}
+
+} // namespace
+} // namespace halctl_tests

@@ -1,0 +1,189 @@
+// The generator loop against the board's video-timing generator.
+
+#include "client/board_test.h"
+#include "hal/hal_sync.h"
+#include "support/thread.h"
+
+#include <hal_bsp/hal_bsp.h>
+
+#include <atomic>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <mutex>
+#include <unistd.h>
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr char kNode[] = "/dev/vgen";
+
+// The states that were reported, in order.
+std::mutex states_mutex;
+std::vector<std::uint32_t> states;
+std::atomic<std::size_t> reported{0};
+
+void report(std::uint32_t state) {
+    const std::lock_guard guard(states_mutex);
+    states.push_back(state);
+    ++reported;
+    reported.notify_all();
+}
+
+class GenlockLoop : public vb::BoardTest {
+  protected:
+    // The generator's time passes by the loop's reads, so nothing depends on the machine's load.
+    void SetUp() override {
+        BoardTest::SetUp();
+        log_set_quiet(true);
+        set_speed(1000);
+        board().ask("vgen.pace", {{"frames", 5}});
+        states.clear();
+        reported = 0;
+        pthread_mutex_init(&p_.mutex, nullptr);
+        p_.fd = open(kNode, O_RDWR | O_CLOEXEC);
+        p_.refvs_x100 = p_.outvs_x100 = 6000;
+        p_.h_total = 2200;
+        p_.v_total = 1125;
+        EXPECT_EQ(gen_set_enable(p_.fd, 6000), 0);
+        ASSERT_EQ(gen_loop_create(&thread_, &para_), 0);
+    }
+    void TearDown() override {
+        stop();
+        close(p_.fd);
+        pthread_mutex_destroy(&p_.mutex);
+        BoardTest::TearDown();
+    }
+    // After this all is said that the loop had to say.
+    void stop() {
+        if (running_) {
+            hal::stop_thread(thread_);
+        }
+        running_ = false;
+    }
+    void switch_to(int (*on_or_off)(gen_sys_param*)) {
+        pthread_mutex_lock(&p_.mutex);
+        EXPECT_EQ(on_or_off(&p_), 0);
+        pthread_mutex_unlock(&p_.mutex);
+    }
+    static std::uint32_t last_state() {
+        const std::lock_guard guard(states_mutex);
+        return states.empty() ? HAL_GENLOCK_IDLE : states.back();
+    }
+    static void wait_for(std::uint32_t state) {
+        for (std::size_t seen = reported; last_state() != state; seen = reported) {
+            reported.wait(seen);
+        }
+    }
+    // Waits until the loop has read the stamps so often.
+    void steps(int count) {
+        const auto frames = [&] { return board().ask("vgen.show").at("frames").get<int>(); };
+        for (const int start = frames(); frames() < start + 5 * count;) {
+        }
+    }
+    void set(const char* name, double value) {
+        board().ask("vgen.set", {{"name", name}, {"value", value}});
+    }
+    void set_stale(int reads) { board().ask("vgen.stale", {{"reads", reads}}); }
+
+    gen_sys_param p_{};
+    gen_loop_para para_{&p_, nullptr, report};
+    pthread_t thread_{};
+    bool running_ = true;
+};
+
+TEST_F(GenlockLoop, LocksAnOutputThatIsOffAndKeepsItLocked) {
+    set("offset_ppm", 40);
+    set("jitter_ns", 50);
+    board().ask("vgen.delay", {{"ns", 3'000'000}});
+    switch_to(genlock_switch_on);
+    wait_for(HAL_GENLOCK_LOCK);
+    steps(600);
+    EXPECT_EQ(last_state(), HAL_GENLOCK_LOCK);
+    const auto show = board().ask("vgen.show");
+    EXPECT_LT(std::abs(show.at("phase_ns").get<double>()), 6000);
+    EXPECT_NEAR(show.at("clock_hz").get<double>() / 148500000, 1 - 40e-6, 1e-6);
+    switch_to(genlock_switch_off);
+    wait_for(HAL_GENLOCK_IDLE);
+    stop();
+    const auto runs = logged("INFO");
+    EXPECT_THAT(runs, Contains(EndsWith(">:genlock state is adj!\n")));
+    EXPECT_THAT(runs, Contains(EndsWith(">:genlock state is lock!\n")));
+    EXPECT_THAT(runs.back(), StartsWith("[genlock]-RUN:<gen_loop_thread_task><"));
+    EXPECT_THAT(runs.back(), EndsWith(">:genlock state is idle!\n"));
+    EXPECT_THAT(logged("ERROR"), IsEmpty());
+}
+
+TEST_F(GenlockLoop, IrregularFramesAreSkippedAndStaleOnesEndInError) {
+    switch_to(genlock_switch_on);
+    wait_for(HAL_GENLOCK_ADJ);
+    set("jitter_ns", 100'000);
+    steps(2);
+    forget_trace();
+    steps(5);
+    expect_none({{"kind", "ioctl"}, {"request", "GEN_SET_CLK"}});
+    set("jitter_ns", 0);
+    set_stale(-1);
+    wait_for(HAL_GENLOCK_ERROR);
+    const auto errors = logged("ERROR");
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_THAT(errors[0], StartsWith("[genlock]-ERROR:<gen_get_timestamp><"));
+    EXPECT_THAT(errors[0], EndsWith(">:gen_state is error!\n"));
+    set_stale(0);
+    steps(5);
+    EXPECT_EQ(last_state(), HAL_GENLOCK_ERROR) << "until it is switched on again";
+    switch_to(genlock_switch_on);
+    wait_for(HAL_GENLOCK_LOCK);
+}
+
+TEST_F(GenlockLoop, AClockThatCannotBeSetIsAnErrorAtTheStartOnly) {
+    add_fault(std::string(kNode) + ":ioctl=GEN_SET_CLK:EIO:once");
+    switch_to(genlock_switch_on);
+    wait_for(HAL_GENLOCK_ERROR);
+    const auto errors = logged("ERROR");
+    ASSERT_GE(errors.size(), 2U);
+    EXPECT_THAT(errors[0], StartsWith("[genlock]-ERROR:<gen_set_clk><"));
+    EXPECT_THAT(errors[0], EndsWith(">:set clk[148500000] error!\n"));
+    EXPECT_THAT(errors[1], StartsWith("[genlock]-ERROR:<gen_loop_thread_task><"));
+    EXPECT_THAT(errors[1], EndsWith(">:genlock set clk  fail!\n"));
+    switch_to(genlock_switch_on);
+    wait_for(HAL_GENLOCK_LOCK);
+    forget_trace();
+    add_fault(std::string(kNode) + ":ioctl=GEN_SET_CLK:EIO");
+    set("offset_ppm", 500);
+    steps(20);
+    EXPECT_THAT(logged("ERROR"), Contains(EndsWith("] error!\n")));
+    EXPECT_EQ(last_state(), HAL_GENLOCK_ADJ);
+}
+
+TEST(GenlockRequests, EachOneThatFailsIsLoggedWithItsValue) {
+    log_set_quiet(true);
+    vb::Client board = vb::Client::of_this_board();
+    const auto last = board.ask("trace.last");
+    EXPECT_LT(gen_set_enable(-1, 5994), 0);
+    EXPECT_LT(gen_set_disable(-1), 0);
+    EXPECT_LT(gen_force_vsync_enable(-1, 7), 0);
+    std::uint32_t rate = 42;
+    EXPECT_LT(gen_get_clkrate(-1, &rate), 0);
+    EXPECT_EQ(gen_get_clkrate(-1, nullptr), -1);
+    gen_loop_para none{};
+    EXPECT_EQ(gen_loop_create(nullptr, &none), -1);
+    EXPECT_EQ(gen_loop_thread_task(&none), nullptr);
+    std::vector<std::string> texts;
+    for (const auto& event :
+         board.ask("trace.read", {{"since", last}, {"match", {{"kind", "log"}}}})) {
+        const auto text = event.at("text").get<std::string>();
+        texts.push_back(text.substr(text.rfind('>') + 1));
+    }
+    EXPECT_THAT(texts,
+                ElementsAre(":set frame_x100[5994] error!\n", ":set gen_set_disable error!\n",
+                            ":set force vsync error! refvs_sycle=7\n", ":get clk rate error!\n",
+                            EndsWith("get clk rate is [42]\n"), ":para is NULL!\n",
+                            ":para is NULL!\n\n"));
+}
+
+} // namespace

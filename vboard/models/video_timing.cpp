@@ -1,0 +1,306 @@
+#include "models/video_timing.h"
+
+#include "models/video_timing_core.h"
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <limits>
+
+namespace vb {
+
+namespace {
+
+using FieldType = RecordField::Type;
+using Direction = RequestRow::Direction;
+
+constexpr RecordField kStampFields[] = {{"sample", FieldType::u64, 0},
+                                        {"ring", FieldType::bytes, 8, 80},
+                                        {"newest", FieldType::u64, 88}};
+constexpr RecordField kClockFields[] = {{"hz", FieldType::u32, 0}};
+constexpr RecordField kCycleFields[] = {{"cycle", FieldType::u32, 0}};
+constexpr RecordField kRateFields[] = {{"rate_x100", FieldType::u16, 0}};
+constexpr RecordField kZeroFields[] = {{"zero", FieldType::u32, 0}};
+
+constexpr std::uint32_t kStamps = 0x80604321;
+constexpr std::uint32_t kSetClock = 0x40044322;
+constexpr std::uint32_t kGetClock = 0x80044323;
+constexpr std::uint32_t kForceVsync = 0x40044324;
+constexpr std::uint32_t kEnable = 0x40024325;
+constexpr std::uint32_t kDisable = 0x40044326;
+
+constexpr RequestRow kRequests[] = {
+    {kStamps, "GEN_GET_TIMESTAMP", Direction::out, 96, kStampFields},
+    {kSetClock, "GEN_SET_CLK", Direction::in, 4, kClockFields},
+    {kGetClock, "GEN_GET_CLKRATE", Direction::out, 4, kClockFields},
+    {kForceVsync, "GEN_FORCE_VSYNC", Direction::in, 4, kCycleFields},
+    {kEnable, "GEN_SET_ENABLE", Direction::in, 2, kRateFields},
+    {kDisable, "GEN_SET_DISABLE", Direction::in, 4, kZeroFields},
+};
+
+// What a board file and the world can change about clock and reference, by name.
+struct Knob {
+    const char* name;
+    double VideoTimingSetup::*field;
+    double highest; // and lowest, with a minus
+
+    bool takes(double value) const { return std::abs(value) <= highest; }
+};
+
+constexpr std::array kKnobs = {
+    Knob{"offset_ppm", &VideoTimingSetup::offset_ppm, 1e5},
+    Knob{"drift_ppm_per_hour", &VideoTimingSetup::drift_ppm_per_hour, 1e4},
+    Knob{"reference_ppm", &VideoTimingSetup::reference_ppm, 1e5},
+    Knob{"wander_ns", &VideoTimingSetup::wander_ns, 1e6},
+    Knob{"jitter_ns", &VideoTimingSetup::jitter_ns, 1e6},
+};
+
+VideoTimingSetup setup_from(Settings& settings) {
+    VideoTimingSetup setup;
+    const auto word = [&](const char* key, unsigned otherwise, unsigned lowest, unsigned highest) {
+        const unsigned value = settings.number(key, otherwise, highest);
+        if (value < lowest) {
+            settings.refuse(key, fmt::format("{} at least", lowest));
+        }
+        return value;
+    };
+    setup.h_total = static_cast<std::uint16_t>(word("h_total", setup.h_total, 1, 65535));
+    setup.v_total = static_cast<std::uint16_t>(word("v_total", setup.v_total, 1, 65535));
+    setup.clock_hz = word("clock_hz", setup.clock_hz, 1, std::numeric_limits<unsigned>::max());
+    for (const Knob& knob : kKnobs) {
+        setup.*knob.field = settings.get(knob.name, setup.*knob.field);
+        if (!knob.takes(setup.*knob.field)) {
+            settings.refuse(knob.name, fmt::format("at most {}", knob.highest));
+        }
+    }
+    setup.phase_ns = settings.get("phase_ns", setup.phase_ns);
+    setup.wander_seconds = settings.get("wander_seconds", setup.wander_seconds);
+    setup.stamp_start_ns = settings.get("stamp_start_ns", setup.stamp_start_ns);
+    setup.seed = settings.get("seed", setup.seed);
+    if (setup.wander_seconds <= 0) {
+        settings.refuse("wander_seconds", "more than 0");
+    }
+    if (setup.phase_ns < 0 || setup.phase_ns > 1'000'000'000) {
+        settings.refuse("phase_ns", "0 to 1000000000");
+    }
+    return setup;
+}
+
+constexpr unsigned kMostFrames = 100'000; // in one read
+
+class VideoTiming : public Model {
+  public:
+    VideoTiming(Board& board, Settings& settings);
+    Outcome request(RequestCall& call);
+
+  private:
+    void keep_up();
+    Outcome refuse(const std::string& why);
+    VideoTimingCore::Stamps read_stamps();
+    Outcome set_clock(std::uint32_t hz);
+    Json show();
+    void set(const Json& arguments);
+    void add_verbs();
+
+    Board& board_;
+    std::string node_;
+    std::uint32_t clock_min_;
+    std::uint32_t clock_max_;
+    unsigned frames_per_read_;
+    VideoTimingCore core_;
+    std::uint16_t rate_x100_ = 0; // of the reference; 0 while disabled
+    std::int64_t stale_reads_ = 0;
+    VideoTimingCore::Stamps last_read_;
+};
+
+class VideoTimingFile : public File {
+  public:
+    explicit VideoTimingFile(VideoTiming& generator) : generator_(generator) {}
+    std::span<const RequestRow> requests() const override { return kRequests; }
+    Outcome request(RequestCall& call) override { return generator_.request(call); }
+
+  private:
+    VideoTiming& generator_;
+};
+
+class VideoTimingNode : public Node {
+  public:
+    explicit VideoTimingNode(VideoTiming& generator)
+        : Node(S_IFREG | 0666), generator_(generator) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = std::make_unique<VideoTimingFile>(generator_);
+        return 0;
+    }
+
+  private:
+    VideoTiming& generator_;
+};
+
+// --- the driver ---
+
+VideoTiming::VideoTiming(Board& board, Settings& settings)
+    : board_(board),
+      node_(settings.get<std::string>("node", "/dev/vgen")),
+      clock_min_(settings.number("clock_min", 1, std::numeric_limits<unsigned>::max())),
+      clock_max_(settings.number("clock_max", std::numeric_limits<unsigned>::max(),
+                                 std::numeric_limits<unsigned>::max())),
+      frames_per_read_(settings.number("frames_per_read", 0, kMostFrames)),
+      core_(setup_from(settings)) {
+    board_.tree().put(node_, std::make_shared<VideoTimingNode>(*this));
+    add_verbs();
+}
+
+void VideoTiming::keep_up() {
+    if (frames_per_read_ == 0) {
+        core_.advance_to(board_.now());
+    }
+}
+
+Outcome VideoTiming::refuse(const std::string& why) {
+    board_.misuse(node_, why);
+    return Outcome::failed(EINVAL);
+}
+
+VideoTimingCore::Stamps VideoTiming::read_stamps() {
+    core_.advance_frames(frames_per_read_);
+    if (stale_reads_ == 0) {
+        last_read_ = core_.stamps();
+    } else if (stale_reads_ > 0) {
+        --stale_reads_;
+    }
+    return last_read_;
+}
+
+Outcome VideoTiming::set_clock(std::uint32_t hz) {
+    if (hz < std::max(clock_min_, 1U) || hz > clock_max_) {
+        return refuse(fmt::format("a pixel clock of {} Hz is out of range", hz));
+    }
+    core_.set_clock(hz);
+    return Outcome::done();
+}
+
+Outcome VideoTiming::request(RequestCall& call) {
+    keep_up();
+    const auto word = record_from<std::uint32_t>(call.record); // where it takes one
+    switch (call.row.code) {
+    case kStamps: {
+        const auto stamps = read_stamps();
+        std::memcpy(call.record.data(), &stamps, sizeof stamps);
+        return Outcome::done();
+    }
+    case kSetClock:
+        return set_clock(word);
+    case kGetClock:
+        std::memcpy(call.record.data(), &core_.setup().clock_hz, sizeof word);
+        return Outcome::done();
+    case kForceVsync:
+        if (word == 0) {
+            return refuse("a vsync cycle of 0");
+        }
+        core_.align_frame(word);
+        return Outcome::done();
+    case kEnable:
+        rate_x100_ = record_from<std::uint16_t>(call.record);
+        return rate_x100_ == 0 ? refuse("a frame rate of 0") : Outcome::done();
+    default: // kDisable
+        rate_x100_ = 0;
+        return word == 0 ? Outcome::done() : refuse("disabled with an argument that is not 0");
+    }
+}
+
+// --- the world outside ---
+
+Json VideoTiming::show() {
+    keep_up();
+    const VideoTimingSetup& setup = core_.setup();
+    Json state = {{"h_total", setup.h_total},
+                  {"v_total", setup.v_total},
+                  {"clock_hz", setup.clock_hz},
+                  {"true_clock_hz", core_.true_clock_hz()},
+                  {"frame_hz", 1e9 / core_.frame_ns()},
+                  {"frames", core_.frames()},
+                  {"stamp", core_.stamps().sample},
+                  {"rate_x100", rate_x100_},
+                  {"phase_ns", nullptr}};
+    if (rate_x100_ != 0) {
+        state["phase_ns"] = core_.phase_error_ns(rate_x100_);
+    }
+    for (const Knob& knob : kKnobs) {
+        state[knob.name] = setup.*knob.field;
+    }
+    return state;
+}
+
+void VideoTiming::set(const Json& arguments) {
+    keep_up();
+    const auto name = arguments["name"].get<std::string>();
+    const auto value = arguments["value"].get<double>();
+    for (const Knob& knob : kKnobs) {
+        if (name == knob.name) {
+            if (!knob.takes(value)) {
+                throw VerbError(fmt::format("{}: at most {}", name, knob.highest));
+            }
+            core_.world().*knob.field = value;
+            return;
+        }
+    }
+    throw VerbError(fmt::format("there is no \"{}\" to set", name));
+}
+
+std::int64_t within(const Json& value, std::int64_t lowest, std::int64_t highest) {
+    const auto number = value.get<std::int64_t>();
+    if (number < lowest || number > highest) {
+        throw VerbError(fmt::format("{} to {}", lowest, highest));
+    }
+    return number;
+}
+
+void VideoTiming::add_verbs() {
+    constexpr std::int64_t kSecond = 1'000'000'000;
+    using Type = Argument::Type;
+    // Each acts on the generator as it is by now.
+    const auto add = [this](const char* name, std::vector<Argument> arguments, const char* help,
+                            std::function<void(const Json&)> act) {
+        board_.verbs().add({name, std::move(arguments), help,
+                            [this, act = std::move(act)](const Json& given) -> Json {
+                                keep_up();
+                                act(given);
+                                return {};
+                            }});
+    };
+    board_.verbs().add({"vgen.show",
+                        {},
+                        "the generator: raster, clock as set and as it is, phase of the last frame",
+                        [this](const Json&) { return show(); }});
+    add("vgen.set", {{"name", Type::text}, {"value", Type::number}},
+        "offset_ppm, drift_ppm_per_hour, reference_ppm, wander_ns or jitter_ns",
+        [this](const Json& arguments) { set(arguments); });
+    add("vgen.pace", {{"frames"}}, "let so many frames pass by each read; 0: by board time",
+        [this](const Json& arguments) {
+            frames_per_read_ = static_cast<unsigned>(within(arguments["frames"], 0, kMostFrames));
+        });
+    add("vgen.raster", {{"h_total"}, {"v_total"}}, "change the output raster",
+        [this](const Json& arguments) {
+            core_.set_raster(static_cast<std::uint16_t>(within(arguments["h_total"], 1, 65535)),
+                             static_cast<std::uint16_t>(within(arguments["v_total"], 1, 65535)));
+        });
+    add("vgen.delay", {{"ns"}}, "let the frame under way end so much later",
+        [this](const Json& arguments) { core_.delay_frame(within(arguments["ns"], 0, kSecond)); });
+    add("vgen.stale", {{"reads"}}, "the next reads get the record of the last; -1: all",
+        [this](const Json& arguments) { stale_reads_ = within(arguments["reads"], -1, kSecond); });
+    add("vgen.miss", {{"frames"}}, "leave the next frames unstamped",
+        [this](const Json& arguments) {
+            core_.miss(static_cast<unsigned>(within(arguments["frames"], 0, kSecond)));
+        });
+    add("vgen.displace", {{"ns"}}, "the next stamp is so much off", [this](const Json& arguments) {
+        core_.displace_next(within(arguments["ns"], -kSecond, kSecond));
+    });
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_video_timing(Board& board, Settings& settings) {
+    return std::make_unique<VideoTiming>(board, settings);
+}
+
+} // namespace vb
