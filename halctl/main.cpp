@@ -14,11 +14,10 @@ namespace halctl {
 namespace {
 
 constexpr std::array kGroups = {
-    add_version, add_log,  add_gpio, add_sysgpio, add_i2c, add_fpga,      add_clock, add_keys,
-    add_led,     add_tbar, add_link, add_temp,    add_fan, add_backlight, add_hdmi,  add_oled,
+    add_version, add_log,       add_gpio, add_sysgpio, add_i2c,     add_fpga,
+    add_clock,   add_keys,      add_led,  add_tbar,    add_link,    add_temp,
+    add_fan,     add_backlight, add_hdmi, add_oled,    add_genlock, add_ptp,
 };
-constexpr std::array kGroups = {add_version, add_log,   add_gpio,    add_sysgpio, add_i2c,
-                                add_fpga,    add_clock, add_genlock, add_ptp};
 
 // The library's lines stay off the terminal: what matters of them is in our own messages.
 void set_library_log(bool verbose) {
