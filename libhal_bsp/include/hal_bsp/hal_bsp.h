@@ -28,12 +28,15 @@
 #ifndef HAL_BSP_HAL_BSP_H
 #define HAL_BSP_HAL_BSP_H
 
+#include <hal_bsp/absystem.h>
 #include <hal_bsp/clock.h>
 #include <hal_bsp/export.h>
 #include <hal_bsp/fpga.h>
 #include <hal_bsp/gpio.h>
 #include <hal_bsp/i2c.h>
 #include <hal_bsp/log.h>
+#include <hal_bsp/md5sum.h>
+#include <hal_bsp/partition.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/timing.h>
 
