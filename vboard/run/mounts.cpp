@@ -107,9 +107,12 @@ void settle_mounts() {
             place(folder, in_tree(folder), MS_REC);
         }
     }
+    mount_or_fail("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
+    if (access(in_tree("/proc/cmdline").c_str(), F_OK) == 0) {
+        place(in_tree("/proc/cmdline"), "/proc/cmdline");
+    }
     place(in_tree("/sys"), "/sys", MS_REC);
     place(in_tree("/dev"), "/dev", MS_REC);
-    mount_or_fail("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
     protect("/proc/sys");
     protect("/proc/sysrq-trigger");
 }
