@@ -10,7 +10,8 @@ Board::Board(BoardClock clock)
     : clock_(std::move(clock)),
       started_(clock_.now_ns()),
       trace_([this] { return now(); }),
-      transfers_(*this) {}
+      transfers_(*this),
+      power_(*this) {}
 
 Board::~Board() = default;
 

@@ -1,10 +1,12 @@
 #include "models/models.h"
 
+#include "models/bootloader.h"
 #include "models/cdcm6208.h"
 #include "models/fpga.h"
 #include "models/gpio.h"
 #include "models/i2c_adapter.h"
 #include "models/idt6965.h"
+#include "models/partition.h"
 #include "models/sysfs_gpio.h"
 
 #include <algorithm>
@@ -28,6 +30,8 @@ constexpr std::array kKinds = {
          make_cdcm6208},
     Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
     Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
+    Kind{"partition", "partitions that outlive restarts: folder, partitions", make_partition},
+    Kind{"bootloader", "choice of the slot at every start: partition, cmdline", make_bootloader},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {
