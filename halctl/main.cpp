@@ -13,8 +13,8 @@ namespace halctl {
 
 namespace {
 
-constexpr std::array kGroups = {add_version, add_log,  add_gpio, add_sysgpio,
-                                add_i2c,     add_fpga, add_clock};
+constexpr std::array kGroups = {add_version, add_log,   add_gpio, add_sysgpio, add_i2c,
+                                add_fpga,    add_clock, add_slot, add_image,   add_md5};
 
 // The library's lines stay off the terminal: what matters of them is in our own messages.
 void set_library_log(bool verbose) {

@@ -12,5 +12,8 @@ void add_sysgpio(CLI::App& app, Tool& tool);
 void add_i2c(CLI::App& app, Tool& tool);
 void add_fpga(CLI::App& app, Tool& tool);
 void add_clock(CLI::App& app, Tool& tool);
+void add_slot(CLI::App& app, Tool& tool);
+void add_image(CLI::App& app, Tool& tool);
+void add_md5(CLI::App& app, Tool& tool);
 
 } // namespace halctl
