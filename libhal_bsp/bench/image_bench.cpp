@@ -103,10 +103,12 @@ int main() {
     make_payload();
     const auto ours = [] { need(checkdata(kPlain, nullptr, 0, kPayload) == 1, "checkdata"); };
     const long before = peak_kilobytes();
-    bench::compare("checkdata / md5sum, 512 MiB", ours,
-                   [] { run(std::string("md5sum ") + kPlain); }, kPairs, 1);
-    bench::compare("checkdata / openssl dgst -md5, 512 MiB", ours,
-                   [] { run(std::string("openssl dgst -md5 ") + kPlain); }, kPairs, 1);
+    bench::compare(
+        "checkdata / md5sum, 512 MiB", ours, [] { run(std::string("md5sum ") + kPlain); }, kPairs,
+        1);
+    bench::compare(
+        "checkdata / openssl dgst -md5, 512 MiB", ours,
+        [] { run(std::string("openssl dgst -md5 ") + kPlain); }, kPairs, 1);
     const uint32_t length = make_image();
     bench::compare(
         "hal_partition_update / md5sum; dd bs=16k conv=fsync",

@@ -3,6 +3,7 @@
 
 #include <hal_bsp/md5sum.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -17,8 +18,6 @@ namespace fs = std::filesystem;
 using hal_test::LogTap;
 using testing::AllOf;
 using testing::Contains;
-using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
@@ -42,10 +41,7 @@ std::string hex(const Digest& digest) {
 
 std::string noise(std::size_t size) {
     std::string bytes(size, '\0');
-    std::mt19937 random(static_cast<unsigned>(size));
-    for (char& byte : bytes) {
-        byte = static_cast<char>(random());
-    }
+    std::generate(bytes.begin(), bytes.end(), std::mt19937(static_cast<unsigned>(size)));
     return bytes;
 }
 

@@ -1,14 +1,15 @@
 // Updates and backups on a board whose slot A runs.
 #include "client/board_test.h"
+#include "oem_image.h"
 
 #include <hal_bsp/hal_bsp.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <iomanip>
-#include <sstream>
+#include <random>
 
 namespace {
 
@@ -16,8 +17,6 @@ namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 const std::string kFolder = "/dev/block/by-name/";
 const std::string kOther = kFolder + "system_b";
@@ -35,27 +34,15 @@ std::string head(const std::string& path, std::size_t size) {
 
 std::string noise(std::size_t size) {
     std::string bytes(size, '\0');
-    unsigned value = static_cast<unsigned>(size);
-    for (char& byte : bytes) {
-        value = value * 1664525U + 1013904223U;
-        byte = static_cast<char>(value >> 24);
-    }
+    std::generate(bytes.begin(), bytes.end(), std::mt19937(static_cast<unsigned>(size)));
     return bytes;
 }
 
-// An image of a payload with a header made by hand.
 std::string image_of(const std::string& payload) {
     fill(kSource, payload);
-    std::uint8_t digest[HAL_MD5_BYTES] = {};
-    EXPECT_EQ(checkdata(kSource, digest, 0, payload.size()), 1);
-    std::ostringstream json;
-    json << R"({"md5":")" << std::hex << std::setfill('0');
-    for (const unsigned byte : digest) {
-        json << std::setw(2) << byte;
-    }
-    json << R"("})";
-    return std::string("Zeda") + static_cast<char>(json.str().size()) + std::string(3, '\0') +
-           json.str() + payload;
+    std::uint64_t length = 0;
+    EXPECT_EQ(oem_image_pack(kSource, "/dev/shm/image", &length), 0);
+    return head("/dev/shm/image", length);
 }
 
 class Partition : public vb::BoardTest {
@@ -88,13 +75,12 @@ TEST_F(Partition, WriterFillsTheLastBlockWithZerosAndFlushesOnce) {
     EXPECT_EQ(head(kOther, 49152), payload + std::string(12768, '\0') + std::string(16384, 'x'));
     EXPECT_EQ(count("write", kOther), 2U);
     EXPECT_EQ(count("fsync", kOther), 1U);
-    EXPECT_THAT(logged(),
-                ElementsAre("writeImageToCustomPart ==== part:system\n",
-                            "getPartitionType===== name:system\n", "boot from slot_a.\n",
-                            "getPartitionType===== tmp_name:system_b\n",
-                            "getPartitionType is /dev/block/by-name/system_b\n",
-                            "write image of system to /dev/block/by-name/system_b.\n",
-                            "filesize 20000\n"));
+    EXPECT_THAT(logged(), ElementsAre("writeImageToCustomPart ==== part:system\n",
+                                      "getPartitionType===== name:system\n", "boot from slot_a.\n",
+                                      "getPartitionType===== tmp_name:system_b\n",
+                                      "getPartitionType is /dev/block/by-name/system_b\n",
+                                      "write image of system to /dev/block/by-name/system_b.\n",
+                                      "filesize 20000\n"));
     forget_trace();
     EXPECT_EQ(writeImageToCustomPart_withdealy(kSource, "system", 0, 0, 1), 1);
     EXPECT_EQ(head(kOther, 20010), "header" + payload + "rest");

@@ -49,7 +49,8 @@ class Board {
                                   std::chrono::milliseconds limit);
     // Called at the start of every act(): for what must be seen before the deed.
     void before_each_act(std::function<void()> hook) { before_ = std::move(hook); }
-    // Where what outlives a start of the board is kept: gives the file of a name.
+    // Where what outlives a start of the board is kept: gives the file of a name. If not said,
+    // nothing is kept.
     using OpenState = std::function<UniqueFd(const std::string& name)>;
     void keep_state(OpenState open) { open_state_ = std::move(open); }
     // Starts the timers; until then board time passes but nothing happens by itself.
@@ -102,6 +103,7 @@ class Board {
   private:
     using Deeds = std::vector<std::function<void()>>;
 
+    static UniqueFd new_file(const std::string& name);
     Deeds act_locked(const std::function<void()>& deed);
     void run_timers(const std::stop_token& stop);
     void look_at_timers_again();
@@ -113,7 +115,7 @@ class Board {
     std::condition_variable_any timers_changed_;
     std::uint64_t timers_seen_ = 0; // moves on with every timer set and every change of speed
     std::function<void()> before_;
-    OpenState open_state_;
+    OpenState open_state_ = [](const std::string& name) { return new_file(name); };
     Deeds later_;
 
     Trace trace_;

@@ -76,19 +76,5 @@ TEST_F(BlockStoreTest, EachSectorIsWholeAndAnyOfItsVersionsCanSurvive) {
     EXPECT_EQ(survivors, (std::set<int>{0, 1, 2, 3, 4})) << "nothing, all, and torn";
 }
 
-TEST_F(BlockStoreTest, TheSameSeedDestroysTheSame) {
-    const auto after_loss = [this](unsigned seed) {
-        store_.write(0, filled(8 * kSector, 0));
-        store_.flush();
-        store_.write(0, filled(8 * kSector, 9));
-        std::mt19937_64 chance(seed);
-        store_.lose_power(chance);
-        return store_.read(0, 8 * kSector);
-    };
-    for (unsigned seed = 0; seed < 20; ++seed) {
-        EXPECT_EQ(after_loss(seed), after_loss(seed));
-    }
-}
-
 } // namespace
 } // namespace vb
