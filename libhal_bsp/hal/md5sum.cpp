@@ -64,7 +64,7 @@ class Reader {
     bool read(void* bytes, std::size_t size) { return std::fread(bytes, 1, size, file_) == size; }
 
   private:
-    std::array<char, 32768> buffer_;
+    std::array<char, 65536> buffer_;
     std::FILE* file_ = nullptr;
 };
 

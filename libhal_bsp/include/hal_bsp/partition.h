@@ -11,9 +11,9 @@
  * partitions cannot be found then.
  *
  * Data goes in blocks of 16 KiB through one buffer on the stack, and to storage with one flush at
- * the end. The last block is filled up with zeros. Nothing here checks whether an image fits: it
- * is the write at the partition's end that fails. A failed copy leaves its target partly written.
- * Every failure is logged at ERROR.
+ * the end. The last block is filled up with zeros. An update needs 80 KiB of stack. Nothing here
+ * checks whether an image fits: it is the write at the partition's end that fails. A failed copy
+ * leaves its target partly written. Every failure is logged at ERROR.
  *
  * Functions keep no state; one update or backup at a time. They are cancellation points while
  * they copy; a thread that is cancelled there leaves no descriptor open and has the dirty-page
