@@ -23,5 +23,8 @@ void add_led(CLI::App& app, Tool& tool);
 void add_tbar(CLI::App& app, Tool& tool);
 void add_genlock(CLI::App& app, Tool& tool);
 void add_ptp(CLI::App& app, Tool& tool);
+void add_slot(CLI::App& app, Tool& tool);
+void add_image(CLI::App& app, Tool& tool);
+void add_md5(CLI::App& app, Tool& tool);
 
 } // namespace halctl

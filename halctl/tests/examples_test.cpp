@@ -72,6 +72,19 @@ TEST(GenlockExample, LocksOnBoardsOfItsOwnAndDrawsTheSameEachTime) {
     EXPECT_THAT(result.out, testing::EndsWith("NOT LOCKED\n1\n")) << "twenty steps are too few";
 }
 
+TEST(AbUpdate, TellsTheWholeStoryAndSurvivesPowerCuts) {
+    const CommandResult story = run({"vboard", "run", "--", "ab_update", "--seed", "3"});
+    EXPECT_EQ(story.status, 0) << story.err;
+    EXPECT_THAT(story.out, HasSubstr("slot b runs system 2, confirmed\n"));
+    EXPECT_THAT(story.out, HasSubstr("refused, slot a is untouched\n"));
+    EXPECT_THAT(story.out, HasSubstr("slot b runs system 2 again, whole; slot a is torn\n"));
+    EXPECT_THAT(story.out, HasSubstr("its 3 tries are used up: slot b runs system 2 again"));
+    const CommandResult rounds = run({"vboard", "run", "--", "ab_update", "--rounds", "20"});
+    EXPECT_EQ(rounds.status, 0) << rounds.err;
+    EXPECT_THAT(rounds.out, HasSubstr("20 of 20 power cuts left a whole, verified system"));
+    EXPECT_THAT(run({"ab_update"}).err, HasSubstr("ab_update: "));
+}
+
 TEST(Demo, ShowsButtonEdgeLampTraceAndClocks) {
     const CommandResult result = run({SOURCE "/examples/demo", BUILD});
     ASSERT_EQ(result.status, 0) << result.err;

@@ -2,11 +2,10 @@
 #include <hal_bsp/ptp.h>
 
 #include "genlock/genlock_log.h"
-#include "support/cancel.h"
+#include "support/command.h"
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -42,15 +41,9 @@ InterfaceName name_in(const gen_sys_param& p) {
     return name;
 }
 
-// A cancellation meanwhile would leave one daemon running and the state behind.
-int run(const char* command) {
-    const hal::CancelOff no_cancel;
-    return std::system(command);
-}
-
 void end_daemons() {
-    run(kEndPhc2sys);
-    run(kEndPtp4l);
+    hal::run_command(kEndPhc2sys);
+    hal::run_command(kEndPtp4l);
 }
 
 int ptp_state_reset(gen_sys_param* p) {
@@ -65,7 +58,7 @@ int ptp_state_reset(gen_sys_param* p) {
 int start_ptp4l(const Role& role, const InterfaceName& name) {
     std::array<char, kPtp4lBuffer> command{};
     std::snprintf(command.data(), command.size(), role.ptp4l, name.data()); // cut if too long
-    return run(command.data());
+    return hal::run_command(command.data());
 }
 
 } // namespace
@@ -81,7 +74,7 @@ int ptp_switch_on(gen_sys_param* p) {
     p->ptp_state = HAL_PTP_STARTING;
     end_daemons();
     const Role& role = p->is_master != 0 ? kMaster : kSlave;
-    if (run(role.phc2sys) < 0) {
+    if (hal::run_command(role.phc2sys) < 0) {
         HAL_LOG(HAL_LOG_ERROR, "%s", role.phc2sys_error);
         return kFailed;
     }

@@ -1,10 +1,10 @@
 // The SoC's own HDMI output.
 #include <hal_bsp/armhdmi_out.h>
 
+#include "support/command.h"
 #include "support/log.h"
 
 #include <cstddef>
-#include <cstdlib>
 
 static_assert(offsetof(arm_video_out, out_index) == 4 && sizeof(arm_video_out) == 8);
 
@@ -21,10 +21,6 @@ int32_t check(const arm_video_out* out, int line = __builtin_LINE()) {
         return kRefused;
     }
     return kDone;
-}
-
-void run(const char* command) {
-    [[maybe_unused]] const int status = std::system(command);
 }
 
 } // namespace
@@ -50,10 +46,10 @@ int32_t hal_armhdmi_out_set_hdcp(int32_t out_index, int32_t enable) {
     }
     switch (enable) {
     case 1:
-        run("echo 1 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
+        hal::run_command("echo 1 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
         return kDone;
     case 0:
-        run("echo 0 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
+        hal::run_command("echo 0 > /sys/devices/virtual/misc/hdmi_hdcp1x/enable");
         return kDone;
     default:
         return kRefused;

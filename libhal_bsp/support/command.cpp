@@ -3,6 +3,7 @@
 #include "support/cancel.h"
 
 #include <cstdarg>
+#include <cstdlib>
 
 namespace hal {
 
@@ -14,6 +15,11 @@ CommandLine::CommandLine(const char* format, ...) {
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof text_) {
         text_[0] = '\0';
     }
+}
+
+int run_command(const char* command) {
+    const CancelOff no_cancel;
+    return std::system(command);
 }
 
 CommandOutput::CommandOutput(const char* command) {

@@ -1,4 +1,4 @@
-// Shell commands: built in a buffer of a fixed size, run through popen.
+// Shell commands: built in a buffer of a fixed size, run through system or popen.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +20,10 @@ class CommandLine {
   private:
     char text_[128];
 };
+
+// Runs a command to its end and returns what system(3) does. Not a cancellation point: a command
+// that was begun is waited for.
+int run_command(const char* command);
 
 // A running command whose standard output is read. When it goes out of scope it waits for the
 // command's end; the command's exit status is nobody's concern.

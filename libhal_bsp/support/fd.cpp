@@ -26,9 +26,9 @@ void close_shared(int& fd) {
     }
 }
 
-Fd open_fd(const char* path, int flags) {
+Fd open_fd(const char* path, int flags, mode_t mode) {
     const CancelOff no_cancel;
-    Fd fd(open(path, flags | O_CLOEXEC));
+    Fd fd(open(path, flags | O_CLOEXEC, mode));
     if (fd && fd.get() <= STDERR_FILENO) {
         fd.reset(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     }

@@ -1,6 +1,7 @@
 // Owned file descriptors.
 #pragma once
 
+#include <sys/types.h>
 #include <utility>
 
 namespace hal {
@@ -40,9 +41,9 @@ class Fd {
 };
 
 // open(2) with close-on-exec added to `flags`, for modules start children; empty with errno set
-// on failure. The number is always above 2, so that a process that runs without standard streams
-// does not print into a device. Not a cancellation point: a cancelled open could lose its
-// descriptor.
-[[nodiscard]] Fd open_fd(const char* path, int flags);
+// on failure. `mode` is for flags that may make the file. The number is always above 2, so that a
+// process that runs without standard streams does not print into a device. Not a cancellation
+// point: a cancelled open could lose its descriptor.
+[[nodiscard]] Fd open_fd(const char* path, int flags, mode_t mode = 0);
 
 } // namespace hal

@@ -1,8 +1,11 @@
 #include "core/board.h"
 
 #include <fmt/format.h>
+#include <sys/mman.h>
 
+#include <cerrno>
 #include <charconv>
+#include <system_error>
 
 namespace vb {
 
@@ -10,9 +13,18 @@ Board::Board(BoardClock clock)
     : clock_(std::move(clock)),
       started_(clock_.now_ns()),
       trace_([this] { return now(); }),
-      transfers_(*this) {}
+      transfers_(*this),
+      power_(*this) {}
 
 Board::~Board() = default;
+
+UniqueFd Board::new_file(const std::string& name) {
+    UniqueFd file(memfd_create("board", MFD_CLOEXEC));
+    if (!file) {
+        throw std::system_error(errno, std::generic_category(), name);
+    }
+    return file;
+}
 
 void Board::act(const std::function<void()>& deed) {
     Deeds later;

@@ -9,10 +9,12 @@
 #include "core/faults.h"
 #include "core/i2c_bus.h"
 #include "core/lines.h"
+#include "core/power.h"
 #include "core/timers.h"
 #include "core/trace.h"
 #include "core/transfers.h"
 #include "core/tree.h"
+#include "core/unique_fd.h"
 #include "core/verbs.h"
 
 #include <chrono>
@@ -47,6 +49,10 @@ class Board {
                                   std::chrono::milliseconds limit);
     // Called at the start of every act(): for what must be seen before the deed.
     void before_each_act(std::function<void()> hook) { before_ = std::move(hook); }
+    // Where what outlives a start of the board is kept: gives the file of a name. If not said,
+    // nothing is kept.
+    using OpenState = std::function<UniqueFd(const std::string& name)>;
+    void keep_state(OpenState open) { open_state_ = std::move(open); }
     // Starts the timers; until then board time passes but nothing happens by itself.
     void start();
 
@@ -57,6 +63,11 @@ class Board {
     Tree& tree() { return tree_; }
     Transfers& transfers() { return transfers_; }
     Verbs& verbs() { return verbs_; }
+    Power& power() { return power_; }
+
+    // A file that is there again at the next start of the board, by a name such as
+    // "partition.misc"; empty at first. std::system_error where it cannot be had.
+    UniqueFd open_state(const std::string& name) const { return open_state_(name); }
 
     // Board time in nanoseconds since the board started.
     std::int64_t now() const { return clock_.now_ns() - started_; }
@@ -92,6 +103,7 @@ class Board {
   private:
     using Deeds = std::vector<std::function<void()>>;
 
+    static UniqueFd new_file(const std::string& name);
     Deeds act_locked(const std::function<void()>& deed);
     void run_timers(const std::stop_token& stop);
     void look_at_timers_again();
@@ -103,6 +115,7 @@ class Board {
     std::condition_variable_any timers_changed_;
     std::uint64_t timers_seen_ = 0; // moves on with every timer set and every change of speed
     std::function<void()> before_;
+    OpenState open_state_ = [](const std::string& name) { return new_file(name); };
     Deeds later_;
 
     Trace trace_;
@@ -111,6 +124,7 @@ class Board {
     Timers timers_;
     Transfers transfers_;
     Verbs verbs_;
+    Power power_;
     std::map<std::string, std::unique_ptr<LineBank>> banks_;
     std::map<unsigned, std::unique_ptr<I2cBus>> i2c_buses_;
     std::map<std::string, std::shared_ptr<Entry>> vanished_;

@@ -138,6 +138,7 @@ void add_board_verbs(Board& board) {
     add_fault_verbs(board);
     add_node_verbs(board);
     add_trace_verbs(board);
+    board.power().add_verbs();
 }
 
 } // namespace vb

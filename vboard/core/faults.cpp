@@ -58,6 +58,8 @@ const char* name_of(Operation operation) {
         return "read";
     case Operation::write:
         return "write";
+    case Operation::sync:
+        return "fsync";
     }
     return "?";
 }
@@ -81,16 +83,16 @@ std::optional<int> error_number(std::string_view name) {
 void Faults::Rule::take_operation(const std::string& word) {
     const auto [key, value] = key_and_value(word);
     request = value;
-    for (const Operation known :
-         {Operation::open, Operation::request, Operation::read, Operation::write}) {
+    for (const Operation known : {Operation::open, Operation::request, Operation::read,
+                                  Operation::write, Operation::sync}) {
         if (key == name_of(known)) {
             operation = known;
             return;
         }
     }
     if (key != "any") {
-        refuse(fmt::format("unknown operation \"{}\": open, ioctl, ioctl=NAME, read, write or any",
-                           word));
+        refuse(fmt::format(
+            "unknown operation \"{}\": open, ioctl, ioctl=NAME, read, write, fsync or any", word));
     }
 }
 

@@ -6,7 +6,7 @@
 //   /dev/drvgpio:ioctl=CMD_GPIO_GETVAL:EIO:after=2:times=3
 //   /dev/*:read:garble:probability=0.1:seed=7
 // NODE       a path, or a pattern as the shell's
-// OPERATION  open, ioctl, ioctl=NAME (or its number), read, write, any
+// OPERATION  open, ioctl, ioctl=NAME (or its number), read, write, fsync, any
 // ACTION     an errno's name   the call fails with it
 //            delay=MS          it is answered so much board time later
 //            hold=TAG          it is answered after `faults release TAG`
@@ -30,7 +30,7 @@
 
 namespace vb {
 
-enum class Operation { open, request, read, write };
+enum class Operation { open, request, read, write, sync };
 
 const char* name_of(Operation operation);
 

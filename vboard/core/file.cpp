@@ -16,6 +16,10 @@ Outcome File::write(ByteView, std::uint64_t) {
     return Outcome::failed(EINVAL);
 }
 
+Outcome File::sync() {
+    return Outcome::done();
+}
+
 short File::answer_poll(short) {
     return readiness();
 }

@@ -39,7 +39,11 @@ class File {
     virtual Outcome request(RequestCall& call);
     virtual Outcome read(std::size_t size, std::uint64_t offset);
     virtual Outcome write(ByteView data, std::uint64_t offset);
+    // fsync(2): what was written is in storage when it is done.
+    virtual Outcome sync();
     virtual bool seekable() const { return false; }
+    // Too much goes through it for the trace to show every byte.
+    virtual bool bulky() const { return false; }
     // The poll(2) bits that hold now.
     virtual short readiness() const { return POLLIN | POLLOUT; }
     // Gives a poll its answer: the bits that hold. `asked` is what its caller waits for, and the

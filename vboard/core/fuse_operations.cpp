@@ -263,6 +263,16 @@ void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, o
     });
 }
 
+void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
+    begin(request, [&](FuseServer& server) {
+        auto transfer =
+            std::make_shared<SyncTransfer>(thread_of(request), server.find_open(info->fh));
+        transfer->on_answer(
+            [request](const Outcome& outcome) { fuse_reply_err(request, outcome.error); });
+        return transfer;
+    });
+}
+
 // The kernel copies what the size field in the code says, and that from our reply; the server has
 // copied the whole record already, so the two agree.
 void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_file_info* info,
@@ -322,6 +332,7 @@ fuse_lowlevel_ops fuse_operations() {
     operations.release = release;
     operations.read = read;
     operations.write = write;
+    operations.fsync = fsync;
     operations.ioctl = ioctl;
     operations.poll = poll;
     return operations;

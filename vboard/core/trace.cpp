@@ -11,8 +11,8 @@ bool matches(const Json& event, const Json& pattern) {
     });
 }
 
-bool Trace::write_to(const std::string& path) {
-    file_.reset(std::fopen(path.c_str(), "we"));
+bool Trace::write_to(const std::string& path, bool append) {
+    file_.reset(std::fopen(path.c_str(), append ? "ae" : "we"));
     return file_ != nullptr;
 }
 

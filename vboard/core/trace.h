@@ -28,7 +28,7 @@ class Trace {
     explicit Trace(std::function<std::int64_t()> now) : now_(std::move(now)) {}
 
     // Also writes every event to this file as a line of JSON. False with errno where it cannot.
-    bool write_to(const std::string& path);
+    bool write_to(const std::string& path, bool append = false);
 
     void add(const char* kind, const Json& details);
 

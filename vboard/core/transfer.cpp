@@ -54,7 +54,7 @@ void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
     if (offset_ != 0) {
         event["offset"] = offset_;
     }
-    if (outcome.kind == Outcome::Kind::done) {
+    if (outcome.kind == Outcome::Kind::done && !open()->file->bulky()) {
         event["bytes"] = to_hex(outcome.data);
     }
 }
@@ -70,7 +70,9 @@ void WriteTransfer::describe(const Outcome&, Json& event) const {
     if (offset_ != 0) {
         event["offset"] = offset_;
     }
-    event["bytes"] = to_hex(data_);
+    if (!open()->file->bulky()) {
+        event["bytes"] = to_hex(data_);
+    }
 }
 
 RequestTransfer::RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open,

@@ -122,6 +122,15 @@ class WriteTransfer : public Transfer {
     bool nonblocking_;
 };
 
+class SyncTransfer : public Transfer {
+  public:
+    SyncTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open)
+        : Transfer(thread, open->path, open) {}
+    Operation operation() const override { return Operation::sync; }
+    Outcome attempt(Board&) override { return open()->file->sync(); }
+    void describe(const Outcome&, Json&) const override {}
+};
+
 class RequestTransfer : public Transfer {
   public:
     RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::uint32_t code,

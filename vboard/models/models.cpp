@@ -1,6 +1,7 @@
 #include "models/models.h"
 
 #include "models/attributes.h"
+#include "models/bootloader.h"
 #include "models/cdcm6208.h"
 #include "models/cooling.h"
 #include "models/fpga.h"
@@ -11,6 +12,7 @@
 #include "models/led.h"
 #include "models/network.h"
 #include "models/oled.h"
+#include "models/partition.h"
 #include "models/sysfs_gpio.h"
 #include "models/tbar.h"
 #include "models/video_timing.h"
@@ -47,6 +49,8 @@ constexpr std::array kKinds = {
     Kind{"oled", "front panel's OLED: node, panels, font_file, font", make_oled},
     Kind{"video_timing", "video-timing generator: node, raster, clock, reference, jitter",
          make_video_timing},
+    Kind{"partition", "partitions that outlive restarts: folder, partitions", make_partition},
+    Kind{"bootloader", "choice of the slot at every start: partition, cmdline", make_bootloader},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

@@ -10,8 +10,10 @@
 #include "run/namespaces.h"
 #include "run/program.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -60,10 +62,32 @@ void add_info_verb(Board& board, const RunOptions& options) {
                        }});
 }
 
-void set_up(Board& board, const RunOptions& options) {
-    if (!options.trace_path.empty() && !board.trace().write_to(options.trace_path)) {
+// Kills all of the board but this process. Calls that end so are no concern of anybody's, but
+// libfuse tells standard error of them.
+void end_programs() {
+    const UniqueFd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(nowhere.get(), STDERR_FILENO);
+    if (getpid() == 1) {
+        kill(-1, SIGKILL);
+    }
+}
+
+void set_up_power(Board& board, const Start& start) {
+    board.keep_state([&start](const std::string& name) { return start.state.open(name); });
+    board.power().set_start(start.number);
+    board.power().on_end([&start](bool again) {
+        start.again = again;
+        end_programs();
+    });
+}
+
+void set_up(Board& board, const Start& start) {
+    const RunOptions& options = start.options;
+    if (!options.trace_path.empty() &&
+        !board.trace().write_to(options.trace_path, start.number > 1)) {
         throw std::system_error(errno, std::generic_category(), options.trace_path);
     }
+    set_up_power(board, start);
     add_board_verbs(board);
     add_info_verb(board, options);
     add_placeholders(board.tree());
@@ -73,14 +97,15 @@ void set_up(Board& board, const RunOptions& options) {
     }
 }
 
-int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_control) {
+int serve_and_run(const Start& start, UniqueFd fuse) {
+    const RunOptions& options = start.options;
     raise_scaffold(fuse.get());
     BoardClock clock = BoardClock::create(fmt::format("{}/clock", kHiddenFolder));
     clock.set_speed(options.speed.value_or(1.0));
 
     // These live until the process ends: their threads are never joined.
     auto& board = *new Board(std::move(clock)); // NOLINT
-    set_up(board, options);
+    set_up(board, start);
     auto& log = *new SyslogSocket(board, fmt::format("{}/log", kHiddenFolder)); // NOLINT
     board.before_each_act([&log] { log.drain(); });
 
@@ -90,8 +115,8 @@ int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_contr
     new FuseServer(board, fuse.release());     // NOLINT
     auto& control = *new ControlServer(board); // NOLINT
     control.serve(listen_at(kInnerControlName));
-    if (outer_control) {
-        control.serve(std::move(outer_control));
+    if (start.control) {
+        control.serve(UniqueFd(fcntl(start.control.get(), F_DUPFD_CLOEXEC, 0)));
     }
     log.serve();
     board.start();
@@ -99,21 +124,27 @@ int serve_and_run(const RunOptions& options, UniqueFd fuse, UniqueFd outer_contr
     board.act([&] { board.trace().add("program", {{"arguments", options.program}}); });
     program.go();
     const int status = watch_over(program.pid());
-    board.act([&] { board.trace().add("exit", {{"status", status}}); });
+    board.act([&] {
+        board.power().shut_down();
+        board.trace().add("exit", {{"status", status}});
+    });
     return status;
 }
 
 } // namespace
 
-void run_board_process(const RunOptions& options, UniqueFd fuse, UniqueFd outer_control) {
+void run_board_process(const Start& start, UniqueFd fuse) {
     // Blocked before the first thread starts, so that they all arrive at watch_over().
     const sigset_t signals = watched_signals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     int status = kExitUnavailable;
     try {
-        status = serve_and_run(options, std::move(fuse), std::move(outer_control));
+        status = serve_and_run(start, std::move(fuse));
     } catch (const std::system_error& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());
+    } catch (const BootFailure& failure) {
+        fmt::print(stderr, "vboard: {}\n", failure.what());
+        status = kExitNoBoot;
     } catch (const std::exception& error) { // the board file or a fault
         fmt::print(stderr, "vboard: {}\n", error.what());
         status = kExitUsage;

@@ -8,23 +8,29 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <functional>
+#include <new>
+#include <system_error>
 
 namespace vb {
 
 namespace {
 
-// The board's first process; signals are passed on to it.
-volatile sig_atomic_t g_board = 0; // NOLINT: a signal handler reaches nothing else
+// The child, to which signals are passed on, and whether one of them came.
+volatile sig_atomic_t g_child = 0;     // NOLINT: a signal handler reaches nothing else
+volatile sig_atomic_t g_signalled = 0; // NOLINT
 
 void pass_on(int signal) {
-    if (g_board > 0) {
-        kill(g_board, signal);
+    g_signalled = 1;
+    if (g_child > 0) {
+        kill(g_child, signal);
     }
 }
 
@@ -40,9 +46,9 @@ void set_signals() {
     sigaction(SIGHUP, &action, nullptr);
 }
 
-int exit_status_of(pid_t board) {
+int exit_status_of(pid_t child) {
     int status = 0;
-    while (waitpid(board, &status, 0) < 0) {
+    while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) {
             return kExitUnavailable;
         }
@@ -50,50 +56,98 @@ int exit_status_of(pid_t board) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Ties the board's life to the launcher's: the kernel kills it when the launcher goes, however it
-// goes. The pipe tells whether it went before the tie was made.
-void die_with_launcher(const UniqueFd& lifeline) {
+// Ties a child's life to its parent's: the kernel kills it when the parent goes, however it goes.
+// The pipe tells whether it went before the tie was made.
+void die_with_parent(const UniqueFd& lifeline) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    pollfd launcher{lifeline.get(), POLLIN, 0};
-    if (poll(&launcher, 1, 0) != 0) {
+    pollfd parent{lifeline.get(), POLLIN, 0};
+    if (poll(&parent, 1, 0) != 0) {
         _exit(kExitUnavailable);
     }
 }
 
-} // namespace
-
-int run_on_board(const RunOptions& options) {
-    // Made before the board has a network of its own, so that it can be reached from here.
-    UniqueFd outer_control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
+// Does something in a process of its own, tied to this one, and returns its exit status.
+int in_child(const std::function<int()>& deed) {
     int ends[2];
-    if (!enter_namespaces() || pipe2(ends, O_CLOEXEC) != 0) {
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         return kExitUnavailable;
     }
-    // Opened only now: the kernel wants it opened in the user namespace that mounts it.
+    UniqueFd lifeline(ends[0]);
+    UniqueFd held(ends[1]); // closed by the kernel when this process is gone
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) {
+        fmt::print(stderr, "vboard: cannot start a process: {}\n", std::strerror(errno));
+        return kExitUnavailable;
+    }
+    if (child == 0) {
+        held.reset();
+        die_with_parent(lifeline);
+        const int status = deed();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    g_child = child;
+    set_signals();
+    const int status = exit_status_of(child);
+    g_child = 0;
+    return status;
+}
+
+// The board's first process.
+int serve_board(const Start& start) {
+    // Opened only now: the kernel wants it opened in the user namespace that mounts it. And only
+    // here: calls that nobody answers any more end when the last copy is closed.
     UniqueFd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC));
     if (!fuse) {
         explain_missing_fuse(errno);
         return kExitUnavailable;
     }
-    UniqueFd lifeline(ends[0]);
-    UniqueFd held(ends[1]); // closed by the kernel when the launcher is gone
+    run_board_process(start, std::move(fuse));
+}
 
-    std::fflush(nullptr);
-    const pid_t board = fork();
-    if (board < 0) {
-        fmt::print(stderr, "vboard: cannot start a process: {}\n", std::strerror(errno));
-        return kExitUnavailable;
+// In a process that is there for this one start: it cannot leave the namespaces again.
+int start_board(const Start& start) {
+    return enter_namespaces() ? in_child([&] { return serve_board(start); }) : kExitUnavailable;
+}
+
+// A word that the launcher and its children see alike.
+class SharedFlag {
+  public:
+    SharedFlag()
+        : place_(mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
+                      MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
+        if (place_ == MAP_FAILED) {
+            throw std::system_error(errno, std::generic_category(), "mmap");
+        }
+        flag_ = new (place_) std::atomic<bool>(false);
     }
-    if (board == 0) {
-        held.reset();
-        die_with_launcher(lifeline);
-        run_board_process(options, std::move(fuse), std::move(outer_control));
-    }
-    fuse.reset();
-    outer_control.reset();
-    g_board = board;
-    set_signals();
-    return exit_status_of(board);
+    ~SharedFlag() { munmap(place_, sizeof(std::atomic<bool>)); }
+    SharedFlag(const SharedFlag&) = delete;
+    SharedFlag& operator=(const SharedFlag&) = delete;
+    std::atomic<bool>& get() { return *flag_; }
+
+  private:
+    void* place_;
+    std::atomic<bool>* flag_;
+};
+
+} // namespace
+
+int run_on_board(const RunOptions& options) {
+    // Made before a board has a network of its own, so that it can be reached from here.
+    const UniqueFd control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
+    KeptState state(options.state_folder);
+    SharedFlag again;
+    int status = 0;
+    unsigned number = 0;
+    do {
+        again.get() = false;
+        const Start start{options, state, ++number, again.get(), control};
+        status = in_child([&] { return start_board(start); });
+        state.collect();
+    } while (again.get() && g_signalled == 0);
+    return status;
 }
 
 } // namespace vb

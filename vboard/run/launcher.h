@@ -12,11 +12,13 @@ struct RunOptions {
     std::optional<double> speed; // board seconds a real second; unset: programs keep real time
     std::string trace_path;      // empty: the trace is kept in memory only
     std::vector<std::string> faults;
+    std::string state_folder; // what outlives the board; empty: nothing does
     std::vector<std::string> program;
     bool interactive = false; // the program takes the terminal over, as a shell does
 };
 
-// Returns the exit status to pass on. Says on standard error what is missing where it cannot.
+// Starts it again as often as it asks for that. Returns the exit status to pass on. Says on
+// standard error what is missing where it cannot.
 int run_on_board(const RunOptions& options);
 
 } // namespace vb

@@ -37,9 +37,11 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
                     "Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]; may be given "
                     "several times")
         ->allow_extra_args(false);
+    command.add_option("--state", arguments.options.state_folder,
+                       "Keep the board's partitions in this folder, for its next run");
 }
 
-[[noreturn]] void run(RunArguments& arguments) {
+int run(RunArguments& arguments) {
     if (arguments.board_path.empty()) {
         arguments.options.board_file = kDefaultBoard;
     } else {
@@ -48,11 +50,7 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
         text << file.rdbuf();
         arguments.options.board_file = text.str();
     }
-    const int status = run_on_board(arguments.options);
-    // The namespace that this process's children would be in is dead now, or never lived: nothing
-    // may start a task any more, which a sanitizer's checks at the end of a process want to.
-    std::fflush(nullptr);
-    _exit(status);
+    return run_on_board(arguments.options);
 }
 
 CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
@@ -89,7 +87,8 @@ CLI::App* add_ctl(CLI::App& app, ControlOptions& options) {
 int parse_and_run(int argc, char** argv) {
     CLI::App app("The virtual board: run programs of the board on an ordinary Linux machine.\n"
                  "Exit codes: the program's own (128 + n for signal n), 1 the board said no,\n"
-                 "64 wrong usage, 69 no board can run here or none is running.");
+                 "64 wrong usage, 69 no board can run here or none is running,\n"
+                 "75 the board cannot boot any of its slots.");
     app.name("vboard");
     app.require_subcommand(1);
     app.set_version_flag("--version", VBOARD_VERSION);
@@ -112,10 +111,10 @@ int parse_and_run(int argc, char** argv) {
         return kExitUsage;
     }
     if (run_command->parsed()) {
-        run(run_arguments);
+        return run(run_arguments);
     }
     if (shell_command->parsed()) {
-        run(shell_arguments);
+        return run(shell_arguments);
     }
     if (ctl_command->parsed()) {
         const std::vector<std::string> rest = ctl_command->remaining();

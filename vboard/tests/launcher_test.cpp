@@ -231,8 +231,8 @@ TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
         kinds.push_back(event.at("kind") == "log" ? event.at("text").get<std::string>()
                                                   : event.at("kind").get<std::string>());
     }
-    EXPECT_THAT(
-        kinds, testing::ElementsAre("program", "before", "open", "read", "close", "after", "exit"));
+    EXPECT_THAT(kinds, testing::ElementsAre("boot", "program", "before", "open", "read", "close",
+                                            "after", "exit"));
 }
 
 TEST(Launcher, CanBeReachedFromOutsideByItsNumber) {

@@ -28,6 +28,7 @@
 #ifndef HAL_BSP_HAL_BSP_H
 #define HAL_BSP_HAL_BSP_H
 
+#include <hal_bsp/absystem.h>
 #include <hal_bsp/armhdmi_out.h>
 #include <hal_bsp/backlight.h>
 #include <hal_bsp/boardtemp.h>
@@ -41,7 +42,9 @@
 #include <hal_bsp/i2c.h>
 #include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
+#include <hal_bsp/md5sum.h>
 #include <hal_bsp/oled.h>
+#include <hal_bsp/partition.h>
 #include <hal_bsp/ptp.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/tbar.h>

@@ -1,0 +1,28 @@
+// ab_update: the whole life of a system update on a virtual board, power cuts included.
+//
+// It is the board's program, so it is started anew at every start of the board and goes on where
+// its notes say. `vboard ctl power` is the hand that pulls the plug.
+
+#include "chapters.h"
+#include "device.h"
+
+#include <hal_bsp/hal_bsp.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+
+int main(int argc, char** argv) {
+    CLI::App app("The life of an A/B system update: vboard run -- ab_update");
+    std::uint64_t seed = 1;
+    std::uint32_t rounds = 0;
+    app.add_option("--seed", seed, "Chooses the moments of the power cuts, and what they destroy");
+    app.add_option("--rounds", rounds, "Not the story, but so many updates with a power cut each")
+        ->check(CLI::Range(1U, 1'000'000U));
+    CLI11_PARSE(app, argc, argv);
+    if (std::getenv("VBOARD_CONTROL") == nullptr) { // it overwrites partitions
+        ab::give_up("this works on a virtual board only: vboard run -- ab_update");
+    }
+    log_set_quiet(true); // the system log has everything
+    return rounds == 0 ? ab::tell_story(seed) : ab::cut_rounds(rounds, seed);
+}
