@@ -27,7 +27,8 @@ static void put_title(char* row, const struct panel* panel, const char* value) {
 
 static void put_bar(char* row, unsigned value, unsigned end) {
     char bar[PART_BYTES] = "[";
-    const unsigned filled = (value * BAR_CELLS + end / 2) / end;
+    const unsigned shown = value < end ? value : end; /* a driver may say more than we know of */
+    const unsigned filled = (shown * BAR_CELLS + end / 2) / end;
     memset(bar + 1, '#', filled);
     put(row, bar, "]");
 }
