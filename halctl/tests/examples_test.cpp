@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 namespace halctl_tests {
 namespace {
 
@@ -85,8 +87,73 @@ TEST(AbUpdate, TellsTheWholeStoryAndSurvivesPowerCuts) {
     EXPECT_THAT(run({"ab_update"}).err, HasSubstr("ab_update: "));
 }
 
-TEST(Demo, ShowsButtonEdgeLampTraceAndClocks) {
-    const CommandResult result = run({SOURCE "/examples/demo", BUILD});
+// Each step of the tour waits for what has to come; here is what it has to be, in its order.
+TEST(FrontPanel, ShowsOnItsTourWhatKeysFaderHeatAndCableDo) {
+    const std::string tour = SOURCE "/examples/front_panel/tour";
+    const CommandResult result = run({"vboard", "run", "--speed", "10", "--", tour, "--text"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    std::size_t at = 0;
+    for (const std::string step : {
+             "Main menu    1/6\n> Inputs\n  T-bar\n  Cooling\n",
+             "[enter] [down] [enter] \n"
+             "Inputs       2/4\n  HDMI input 1\n> HDMI input 2 *\n  SDI input 1\n",
+             R"({"led":1,"mode":"on",)",
+             "主菜单       6/6\n  网络\n  亮度\n> 语言 Language\n",
+             "输入         2/4\n  HDMI 输入 1\n> HDMI 输入 2  *\n  SDI 输入 1\n",
+             "tbar move 0 350 500\n"
+             "推杆         34%\n[#####         ]\n位置         350\n            静止\n",
+             "推杆        100%\n[##############]\n位置        1023\n            静止\n",
+             "散热         53%\n温度     45.0 度\n风扇 1   2544 转\n风扇 2   2544 转\n",
+             "thermal pin 62\n"
+             "散热         93%\n温度     62.0 度\n风扇 1   4464 转\n风扇 2   4464 转\n",
+             "net link eth1 0\n"
+             "网络           !\neth0      已连接\n\neth1      未连接\n",
+             R"({"led":1,"mode":"blink",)",
+             R"({"led":1,"mode":"on",)",
+             "亮度         70%\n[##########    ]\n\n上 +        下 -\n",
+             "brightness\n76\n",
+             "Main menu    6/6\n  Network\n  Brightness\n> Language 语言\n[power] \n",
+             "led list\n[]\n",
+         }) {
+        const std::size_t found = result.out.find(step, at);
+        ASSERT_NE(found, std::string::npos) << step << "is missing in\n" << result.out.substr(at);
+        at = found + step.size();
+    }
+}
+
+// A panel in the background, its menu on the OLED, all LEDs but the chosen input's dark.
+CommandResult with_front_panel(const std::string& script) {
+    return on_board("shows() { until halctl oled shot --text | grep -q \"$1\"; do :; done; }\n"
+                    "key() { vboard ctl keypad $1 $2 >/dev/null; }\n"
+                    "front_panel >/dev/shm/out & shows 'Main menu'\n" +
+                    script);
+}
+
+TEST(FrontPanel, MovesAlongWhileAKeyIsHeldAndChoosesOnce) {
+    const CommandResult result = with_front_panel(
+        "downs() { grep -c 'key down' /dev/shm/out; }\n"
+        "key down 1; shows 'menu    6/6'; key up 1; key down 2; shows 'Language'; before=$(downs)\n"
+        "key down 1; until [ $(downs) -ge $((before + 3)) ]; do :; done\n" // later than a repeat of
+                                                                           // 2
+        "kill -TERM $!; wait $!; echo $?; grep -c 'key enter' /dev/shm/out");
+    EXPECT_EQ(result.out, "0\n1\n") << result.err;
+}
+
+TEST(FrontPanel, TellsWhatIsWrongAndEndsInOrder) {
+    const CommandResult result = with_front_panel(
+        "vboard ctl fan stall 0 1; shows '^Main menu  ! 1/6'; shows 'Cooling *!$'\n"
+        "until vboard ctl led show 0 | grep -q blink; do :; done; vboard ctl fan stall 0 0\n"
+        "until vboard ctl led show 0 | grep -q '\"on\"'; do :; done\n"
+        "kill -INT $!; wait $!; echo $?; vboard ctl led list\n"
+        "front_panel --quit-after 1 >/dev/null; echo $?\n"
+        "vboard ctl node vanish /dev/keypad; front_panel >/dev/null; echo $?\n"
+        "front_panel --nonsense; echo $?");
+    EXPECT_THAT(result.out, testing::EndsWith("0\n[]\n0\n1\n64\n")) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("open keypad error"));
+}
+
+TEST(Demo, ShowsButtonClocksPanelGenlockAndUpdate) {
+    const CommandResult result = run({SOURCE "/examples/demo", BUILD, BUILD "/demo"});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("button pressed, lamp on\n"));
     EXPECT_THAT(result.out, HasSubstr("line=7 value=1 label=button"));
@@ -97,6 +164,13 @@ TEST(Demo, ShowsButtonEdgeLampTraceAndClocks) {
     EXPECT_THAT(result.out, HasSubstr("idt6965 frequency 0 1\n25000000.0\n"));
     EXPECT_THAT(result.out,
                 HasSubstr("up --steps 3\n$ vboard ctl idt6965 frequency 0 1\n25000000.0894"));
+    EXPECT_THAT(result.out, HasSubstr("thermal pin 62\n"));
+    EXPECT_THAT(result.out, HasSubstr("\n50.00   2640x1125  +0.0 "));
+    EXPECT_THAT(result.out, HasSubstr("slot b runs system 2, confirmed\n"));
+    EXPECT_THAT(result.out, HasSubstr("100 of 100 power cuts left a whole, verified system"));
+    for (const char* picture : {"01-menu.png", "11-english.png", "50_2640x1125.svg"}) {
+        EXPECT_TRUE(std::filesystem::exists(std::string(BUILD "/demo/") + picture)) << picture;
+    }
 }
 
 } // namespace
