@@ -1,10 +1,10 @@
 // halctl fpga: transfers to and from the FPGA, and its interrupts.
 #include "commands/commands.h"
 #include "hex.h"
+#include "output_aside.h"
 #include "watch_command.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -23,28 +23,6 @@ struct FpgaArguments {
     std::uint32_t length = 4;
     std::string data;
     WatchLimits limits;
-};
-
-// The library prints a refused transfer on standard output, which is for our data: it goes to
-// standard error meanwhile.
-class OutputAside {
-  public:
-    OutputAside() : kept_(dup(STDOUT_FILENO)) {
-        std::fflush(stdout);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    ~OutputAside() {
-        const int error = errno;
-        std::fflush(stdout);
-        dup2(kept_, STDOUT_FILENO);
-        close(kept_);
-        errno = error;
-    }
-    OutputAside(const OutputAside&) = delete;
-    OutputAside& operator=(const OutputAside&) = delete;
-
-  private:
-    int kept_;
 };
 
 int failed(const char* what, const FpgaArguments& arguments, int error) {

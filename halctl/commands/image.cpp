@@ -1,6 +1,7 @@
 // halctl image: OEM images, and the partitions they are written to.
 #include "commands/commands.h"
 #include "oem_image.h"
+#include "output_aside.h"
 #include "progress.h"
 
 #include <fmt/format.h>
@@ -129,6 +130,7 @@ int run_backup(Tool& tool, const ImageArguments& arguments) {
     std::int32_t result = 0;
     {
         const Progress progress(source, 0, get_kernel_partition_size(source.c_str()));
+        const OutputAside aside; // sysctl says what it has set
         const char* partition = arguments.other.c_str();
         result = arguments.delay == 0 ? zeda_partition_backup(partition)
                                       : zeda_partition_backup_withdelay(partition, arguments.delay);

@@ -6,6 +6,7 @@
 
 #include <hal_bsp/hal_bsp.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -74,10 +75,21 @@ class GenlockLoop : public vb::BoardTest {
         const std::lock_guard guard(states_mutex);
         return states.empty() ? HAL_GENLOCK_IDLE : states.back();
     }
-    static void wait_for(std::uint32_t state) {
-        for (std::size_t seen = reported; last_state() != state; seen = reported) {
+    // Waits until a state has been reported since the last one that was waited for. It need not
+    // last: the next may be there before this looks.
+    void wait_for(std::uint32_t state) {
+        for (std::size_t seen = reported; !find_report(state); seen = reported) {
             reported.wait(seen);
         }
+    }
+    bool find_report(std::uint32_t state) {
+        const std::lock_guard guard(states_mutex);
+        const auto found = std::find(states.begin() + looked_at_, states.end(), state);
+        if (found == states.end()) {
+            return false;
+        }
+        looked_at_ = found - states.begin() + 1;
+        return true;
     }
     // Waits until the loop has read the stamps so often.
     void steps(int count) {
@@ -94,6 +106,7 @@ class GenlockLoop : public vb::BoardTest {
     gen_loop_para para_{&p_, nullptr, report};
     pthread_t thread_{};
     bool running_ = true;
+    std::ptrdiff_t looked_at_ = 0;
 };
 
 TEST_F(GenlockLoop, LocksAnOutputThatIsOffAndKeepsItLocked) {
