@@ -9,7 +9,8 @@
 //   nothing and ends with 1.
 // - `sysconfig set KEY VALUE` stores, `sysconfig set KEY` removes; it is done when it ends. More
 //   words are refused, with 64.
-// - A key is not empty. Key and value are UTF-8 and have no control characters.
+// - A key is not empty. Key and value are UTF-8 and have no control characters; the program takes
+//   none that begins with "-".
 
 #include "core/board.h"
 #include "core/settings.h"
