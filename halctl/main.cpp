@@ -14,9 +14,9 @@ namespace halctl {
 namespace {
 
 constexpr std::array kGroups = {
-    add_version, add_log,  add_gpio,    add_sysgpio, add_i2c,  add_fpga,  add_clock,
-    add_keys,    add_led,  add_tbar,    add_link,    add_temp, add_fan,   add_backlight,
-    add_hdmi,    add_oled, add_genlock, add_ptp,     add_slot, add_image, add_md5,
+    add_version, add_log,  add_gpio, add_sysgpio, add_i2c, add_fpga,      add_clock,     add_keys,
+    add_led,     add_tbar, add_link, add_temp,    add_fan, add_backlight, add_hdmi,      add_oled,
+    add_genlock, add_ptp,  add_slot, add_image,   add_md5, add_env,       add_sysconfig, add_vendor,
 };
 
 // The library's lines stay off the terminal: what matters of them is in our own messages.

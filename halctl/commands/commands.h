@@ -26,5 +26,8 @@ void add_ptp(CLI::App& app, Tool& tool);
 void add_slot(CLI::App& app, Tool& tool);
 void add_image(CLI::App& app, Tool& tool);
 void add_md5(CLI::App& app, Tool& tool);
+void add_env(CLI::App& app, Tool& tool);
+void add_sysconfig(CLI::App& app, Tool& tool);
+void add_vendor(CLI::App& app, Tool& tool);
 
 } // namespace halctl

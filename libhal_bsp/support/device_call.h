@@ -33,6 +33,8 @@ class DeviceCall {
     // Whether the node could be opened; if not, errno is in open_errno().
     explicit operator bool() const { return static_cast<bool>(fd_); }
     [[nodiscard]] int open_errno() const { return open_errno_; }
+    // The node's descriptor, for the log.
+    [[nodiscard]] int descriptor() const { return fd_.get(); }
 
     // The ioctl's own result. The record is as the driver left it.
     template <typename Record>

@@ -1,6 +1,7 @@
 #include "models/models.h"
 
 #include "models/attributes.h"
+#include "models/boot_env.h"
 #include "models/bootloader.h"
 #include "models/cdcm6208.h"
 #include "models/cooling.h"
@@ -13,8 +14,10 @@
 #include "models/network.h"
 #include "models/oled.h"
 #include "models/partition.h"
+#include "models/settings_store.h"
 #include "models/sysfs_gpio.h"
 #include "models/tbar.h"
+#include "models/vendor_storage.h"
 #include "models/video_timing.h"
 
 #include <algorithm>
@@ -51,6 +54,10 @@ constexpr std::array kKinds = {
          make_video_timing},
     Kind{"partition", "partitions that outlive restarts: folder, partitions", make_partition},
     Kind{"bootloader", "choice of the slot at every start: partition, cmdline", make_bootloader},
+    Kind{"boot_env", "bootloader's environment: partition, size, variables", make_boot_env},
+    Kind{"settings_store", "system configuration and its program: values", make_settings_store},
+    Kind{"vendor_storage", "numbered items that outlive restarts: node, items",
+         make_vendor_storage},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

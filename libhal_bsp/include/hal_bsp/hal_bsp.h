@@ -37,6 +37,7 @@
 #include <hal_bsp/export.h>
 #include <hal_bsp/fans.h>
 #include <hal_bsp/fpga.h>
+#include <hal_bsp/fwenv.h>
 #include <hal_bsp/genlock.h>
 #include <hal_bsp/gpio.h>
 #include <hal_bsp/i2c.h>
@@ -46,8 +47,10 @@
 #include <hal_bsp/oled.h>
 #include <hal_bsp/partition.h>
 #include <hal_bsp/ptp.h>
+#include <hal_bsp/sysconf.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>
+#include <hal_bsp/vendor.h>
 
 #endif

@@ -1,0 +1,49 @@
+// The bootloader environment, through its command-line tools.
+#include <hal_bsp/fwenv.h>
+
+#include "hal/tool_store.h"
+#include "support/log.h"
+
+#include <cstring>
+
+static_assert(sizeof(hal::ToolLine) == HAL_FW_VALUE_SIZE);
+
+namespace {
+
+using hal::CommandLine;
+
+constexpr const char* kModule = "hal_fwenv";
+
+constexpr int32_t kNoName = -1;
+
+} // namespace
+
+int32_t hal_fw_printenv(const char* name, char* value) {
+    if (name == nullptr) {
+        return kNoName;
+    }
+    if (!hal::has_buffer(kModule, value)) {
+        return hal::kToolFailed;
+    }
+    const auto line = hal::ask_tool(kModule, CommandLine("/usr/bin/fw_printenv %s", name));
+    if (!line) {
+        return hal::kToolFailed;
+    }
+    const char* result = std::strchr(line->data(), '=');
+    HAL_LOG(HAL_LOG_INFO, "get env :%s result :%s", name,
+            result != nullptr ? result : line->data());
+    if (result == nullptr) {
+        return hal::kToolFailed;
+    }
+    std::memcpy(value, result + 1, std::strlen(result)); // its end included
+    return hal::kToolDone;
+}
+
+int32_t hal_fw_setenv(const char* name, const char* value) {
+    if (name == nullptr) {
+        return hal::kToolFailed;
+    }
+    return hal::tell_tool(kModule, value != nullptr
+                                       ? CommandLine("/usr/bin/fw_setenv %s %s &", name, value)
+                                       : CommandLine("/usr/bin/fw_setenv %s &", name));
+}

@@ -1,0 +1,30 @@
+// Settings that a command-line tool keeps: how modules ask such a tool and tell it. Messages carry
+// the module's name and the line of the module that made the call.
+#pragma once
+
+#include "support/command.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+namespace hal {
+
+inline constexpr int32_t kToolDone = 0;
+inline constexpr int32_t kToolFailed = -35;
+
+// The first line of a tool's output, terminated, without the characters that end it.
+using ToolLine = std::array<char, 127>;
+
+// Nothing where the command does not fit or cannot be started, which is logged, or where it prints
+// nothing.
+std::optional<ToolLine> ask_tool(const char* module, const CommandLine& command,
+                                 int line = __builtin_LINE());
+
+// Runs the command; kToolFailed where it does not fit or cannot be started, which is logged.
+int32_t tell_tool(const char* module, const CommandLine& command, int line = __builtin_LINE());
+
+// Whether there is a buffer for a value; logs where there is none.
+bool has_buffer(const char* module, const char* value, int line = __builtin_LINE());
+
+} // namespace hal

@@ -1,0 +1,92 @@
+#include "models/settings_store.h"
+
+#include "core/own_files.h"
+#include "models/kept_json.h"
+
+#include <algorithm>
+
+namespace vb {
+
+namespace {
+
+constexpr char kProgram[] = "/usr/bin/sysconfig";
+
+bool is_line(const std::string& text) {
+    return std::none_of(text.begin(), text.end(),
+                        [](unsigned char each) { return each < 0x20 || each == 0x7f; });
+}
+
+Json first_values(Settings& settings) {
+    Json values = settings.get<Json>("values", Json::object());
+    if (!values.is_object()) {
+        settings.refuse("values", "an object is wanted");
+    }
+    for (const auto& [key, value] : values.items()) {
+        if (key.empty() || !is_line(key) || !value.is_string() ||
+            !is_line(value.get<std::string>())) {
+            settings.refuse("values", fmt::format("\"{}\" is no line of text", key));
+        }
+    }
+    return values;
+}
+
+class SettingsStore : public Model {
+  public:
+    SettingsStore(Board& board, Settings& settings);
+
+  private:
+    Json get(const std::string& key) const;
+    void set(const std::string& key, const Json& value);
+
+    KeptJson values_;
+};
+
+SettingsStore::SettingsStore(Board& board, Settings& settings)
+    : values_(board, "sysconfig", first_values(settings)) {
+    board.tree().put(kProgram, std::make_shared<Symlink>(own_file("commands/sysconfig").string()));
+    const Argument key{"key", Argument::Type::text};
+    const Argument value{"value", Argument::Type::text, true};
+    board.verbs().add({"sysconfig.list", {}, "the system configuration", [this](const Json&) {
+                           return values_.value();
+                       }});
+    board.verbs().add(
+        {"sysconfig.get", {key}, "a value of the system configuration", [this](const Json& call) {
+             return get(call["key"].get<std::string>());
+         }});
+    board.verbs().add({"sysconfig.set",
+                       {key, value},
+                       "set it; without a value: remove it",
+                       [this](const Json& call) -> Json {
+                           set(call["key"].get<std::string>(), call.value("value", Json()));
+                           return nullptr;
+                       }});
+}
+
+Json SettingsStore::get(const std::string& key) const {
+    const auto found = values_.value().find(key);
+    if (found == values_.value().end()) {
+        throw VerbError(fmt::format("there is no setting \"{}\"", key));
+    }
+    return *found;
+}
+
+void SettingsStore::set(const std::string& key, const Json& value) {
+    if (key.empty() || !is_line(key) || (value.is_string() && !is_line(value.get<std::string>()))) {
+        throw VerbError("key and value are lines of text, and the key is not empty");
+    }
+    Json values = values_.value();
+    if (value.is_null()) {
+        values.erase(key);
+    } else {
+        values[key] = value;
+    }
+    values_.store(std::move(values));
+}
+
+} // namespace
+
+std::unique_ptr<Model> make_settings_store(Board& board, Settings& settings) {
+    return std::make_unique<SettingsStore>(board, settings);
+}
+
+} // namespace vb
