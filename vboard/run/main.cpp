@@ -38,7 +38,7 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
                     "several times")
         ->allow_extra_args(false);
     command.add_option("--state", arguments.options.state_folder,
-                       "Keep the board's partitions in this folder, for its next run");
+                       "Keep partitions and settings in this folder, for the board's next run");
 }
 
 int run(RunArguments& arguments) {

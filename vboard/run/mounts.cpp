@@ -33,6 +33,7 @@ constexpr char kKernelProcName[] = ".kernel";
 
 constexpr std::array kRealDevices = {"null", "zero", "full", "random", "urandom", "tty"};
 constexpr char kCpu[] = "/sys/devices/system/cpu";
+constexpr char kLocks[] = "/run/lock";
 constexpr char kCgroup[] = "/sys/fs/cgroup";
 
 [[noreturn]] void fail(const std::string& what) {
@@ -162,6 +163,9 @@ void settle_mounts(const std::vector<std::string>& files) {
     place(fmt::format("{}/clock", kHiddenFolder), in_tree("/dev/vboard-clock"));
     mount_or_fail("devpts", in_tree("/dev/pts"), "devpts", MS_NOSUID | MS_NOEXEC,
                   "newinstance,ptmxmode=0666,mode=0620");
+    if (is_folder(kLocks)) { // tools lock files there; no board waits for another
+        mount_or_fail("lock", kLocks, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=1777");
+    }
     mount_or_fail("shm", in_tree("/dev/shm"), "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
     for (const char* folder : {kCpu, kCgroup}) {
         if (access(folder, F_OK) == 0) {
