@@ -1,6 +1,7 @@
 #include "models/cooling.h"
 
 #include "core/attribute.h"
+#include "core/device_node.h"
 
 #include <cerrno>
 #include <cmath>
@@ -97,20 +98,6 @@ class FanFile : public File {
     unsigned channel_;
 };
 
-class FanNode : public Node {
-  public:
-    FanNode(Cooling& cooling, unsigned channel)
-        : Node(S_IFREG | 0666), cooling_(cooling), channel_(channel) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<FanFile>(cooling_, channel_);
-        return 0;
-    }
-
-  private:
-    Cooling& cooling_;
-    unsigned channel_;
-};
-
 std::string node_of(std::size_t channel) {
     return fmt::format("/dev/pwm-fan{}", channel);
 }
@@ -130,7 +117,7 @@ Cooling::Cooling(Board& board, Settings& settings)
     for (std::size_t channel = 0; channel < fans_.size(); ++channel) {
         fans_[channel].rpm = target_rpm(fans_[channel]);
         board.tree().put(node_of(channel),
-                         std::make_shared<FanNode>(*this, static_cast<unsigned>(channel)));
+                         device_node<FanFile>(*this, static_cast<unsigned>(channel)));
     }
     temperature_ = settled_temperature();
     constexpr char kZone[] = "/sys/class/thermal/thermal_zone0";

@@ -1,5 +1,7 @@
 #include "models/fpga.h"
 
+#include "core/device_node.h"
+
 #include <algorithm>
 #include <cerrno>
 
@@ -82,19 +84,6 @@ class Fpga : public Model {
     std::set<InterruptFile*> listeners_;
 };
 
-template <class Kind>
-class FpgaNode : public Node {
-  public:
-    explicit FpgaNode(Fpga& fpga) : Node(S_IFREG | 0666), fpga_(fpga) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<Kind>(fpga_);
-        return 0;
-    }
-
-  private:
-    Fpga& fpga_;
-};
-
 // --- opens ---
 
 Outcome AccessFile::request(RequestCall& call) {
@@ -129,8 +118,8 @@ Fpga::Fpga(Board& board, Settings& settings)
       node_(settings.get<std::string>("node", "/dev/fpga")),
       interrupt_node_(settings.get<std::string>("interrupt_node", "/dev/fpgavm")),
       bytes_(settings.number("size", 65536, 1U << 24)) {
-    board.tree().put(node_, std::make_shared<FpgaNode<AccessFile>>(*this));
-    board.tree().put(interrupt_node_, std::make_shared<FpgaNode<InterruptFile>>(*this));
+    board.tree().put(node_, device_node<AccessFile>(*this));
+    board.tree().put(interrupt_node_, device_node<InterruptFile>(*this));
     add_verbs();
 }
 

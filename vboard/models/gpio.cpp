@@ -1,5 +1,6 @@
 #include "models/gpio.h"
 
+#include "core/device_node.h"
 #include "models/line_world.h"
 
 #include <fmt/format.h>
@@ -123,18 +124,6 @@ class Gpio : public Model, private LineDriver {
     std::uint64_t overflows_ = 0;
 };
 
-class GpioNode : public Node {
-  public:
-    explicit GpioNode(Gpio& driver) : Node(S_IFREG | 0666), driver_(driver) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<GpioFile>(driver_);
-        return 0;
-    }
-
-  private:
-    Gpio& driver_;
-};
-
 // --- one open ---
 
 GpioFile::GpioFile(Gpio& driver) : driver_(driver) {
@@ -191,7 +180,7 @@ Gpio::Gpio(Board& board, Settings& settings)
       lines_(bank_.count()) {
     set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
-    board_.tree().put(node_, std::make_shared<GpioNode>(*this));
+    board_.tree().put(node_, device_node<GpioFile>(*this));
     add_line_verbs(board, bank_, *this);
 }
 

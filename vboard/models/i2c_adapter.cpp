@@ -1,6 +1,7 @@
 #include "models/i2c_adapter.h"
 
 #include "core/attribute.h"
+#include "core/device_node.h"
 #include "models/i2c_smbus.h"
 
 #include <linux/i2c-dev.h>
@@ -258,18 +259,6 @@ Outcome I2cFile::smbus_with(SmbusCall smbus, std::uint64_t data_at, const Caller
 
 // --- the adapter ---
 
-class I2cNode : public Node {
-  public:
-    explicit I2cNode(Adapter& adapter) : Node(S_IFREG | 0666), adapter_(adapter) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<I2cFile>(adapter_);
-        return 0;
-    }
-
-  private:
-    Adapter& adapter_;
-};
-
 class I2cAdapter : public Model {
   public:
     I2cAdapter(Board& board, Settings& settings);
@@ -310,7 +299,7 @@ void I2cAdapter::put_node(const std::string& name) {
     Tree& tree = adapter_.board.tree();
     const unsigned number = adapter_.bus.number();
     const std::string folder = fmt::format("/sys/class/i2c-dev/i2c-{}", number);
-    tree.put(adapter_.node, std::make_shared<I2cNode>(adapter_));
+    tree.put(adapter_.node, device_node<I2cFile>(adapter_));
     tree.put(folder + "/name", fixed_attribute(name));
     tree.put(folder + "/dev", fixed_attribute(fmt::format("{}:{}", kDeviceMajor, number)));
     tree.put(folder + "/device/name", fixed_attribute(name));

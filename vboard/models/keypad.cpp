@@ -1,5 +1,7 @@
 #include "models/keypad.h"
 
+#include "core/device_node.h"
+
 #include <array>
 #include <cerrno>
 #include <deque>
@@ -85,18 +87,6 @@ class Keypad : public Model {
     std::uint64_t overflows_ = 0;
 };
 
-class KeypadNode : public Node {
-  public:
-    explicit KeypadNode(Keypad& keypad) : Node(S_IFREG | 0666), keypad_(keypad) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<KeypadFile>(keypad_);
-        return 0;
-    }
-
-  private:
-    Keypad& keypad_;
-};
-
 // --- one open ---
 
 KeypadFile::KeypadFile(Keypad& keypad) : keypad_(keypad) {
@@ -138,7 +128,7 @@ Keypad::Keypad(Board& board, Settings& settings)
       depth_(settings.number("queue", 256, 65536)),
       repeat_delay_(settings.number("repeat_delay_ms", 500, 3'600'000) * kMillisecond),
       repeat_period_(settings.number("repeat_ms", 100, 3'600'000) * kMillisecond) {
-    board_.tree().put(node_, std::make_shared<KeypadNode>(*this));
+    board_.tree().put(node_, device_node<KeypadFile>(*this));
     add_verbs();
 }
 

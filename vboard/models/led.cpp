@@ -1,5 +1,7 @@
 #include "models/led.h"
 
+#include "core/device_node.h"
+
 #include <array>
 #include <cerrno>
 
@@ -70,23 +72,11 @@ class LedFile : public File {
     Led& driver_;
 };
 
-class LedNode : public Node {
-  public:
-    explicit LedNode(Led& driver) : Node(S_IFREG | 0666), driver_(driver) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<LedFile>(driver_);
-        return 0;
-    }
-
-  private:
-    Led& driver_;
-};
-
 Led::Led(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/led")),
       leds_(settings.number("leds", 64, 65536)) {
-    board_.tree().put(node_, std::make_shared<LedNode>(*this));
+    board_.tree().put(node_, device_node<LedFile>(*this));
     add_verbs();
 }
 

@@ -1,6 +1,7 @@
 #include "models/oled.h"
 
 #include "core/content_file.h"
+#include "core/device_node.h"
 #include "core/own_files.h"
 #include "models/oled_glyphs.h"
 #include "models/oled_panel.h"
@@ -80,18 +81,6 @@ class Oled : public Model {
     std::optional<OledGlyphs> glyphs_; // made when first something is read
 };
 
-class OledNode : public Node {
-  public:
-    explicit OledNode(Oled& driver) : Node(S_IFREG | 0666), driver_(driver) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<OledFile>(driver_);
-        return 0;
-    }
-
-  private:
-    Oled& driver_;
-};
-
 Outcome OledFile::request(RequestCall& call) {
     return driver_.request(record_from<OledRecord>(call.record));
 }
@@ -118,7 +107,7 @@ Oled::Oled(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/x9oled")),
       panels_(settings.number("panels", 2, 16)) {
-    board_.tree().put(node_, std::make_shared<OledNode>(*this));
+    board_.tree().put(node_, device_node<OledFile>(*this));
     add_font(settings);
     add_verbs();
 }

@@ -1,5 +1,7 @@
 #include "models/tbar.h"
 
+#include "core/device_node.h"
+
 #include <algorithm>
 #include <array>
 #include <set>
@@ -86,18 +88,6 @@ class Tbar : public Model {
     std::set<TbarFile*> files_;
 };
 
-class TbarNode : public Node {
-  public:
-    explicit TbarNode(Tbar& tbar) : Node(S_IFREG | 0666), tbar_(tbar) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<TbarFile>(tbar_);
-        return 0;
-    }
-
-  private:
-    Tbar& tbar_;
-};
-
 // --- one open ---
 
 TbarFile::TbarFile(Tbar& tbar) : tbar_(tbar) {
@@ -129,7 +119,7 @@ Tbar::Tbar(Board& board, Settings& settings)
     if (step_ == 0) {
         settings.refuse("step_ms", "has to be 1 or more");
     }
-    board_.tree().put(node_, std::make_shared<TbarNode>(*this));
+    board_.tree().put(node_, device_node<TbarFile>(*this));
     add_verbs(settings);
 }
 

@@ -1,5 +1,6 @@
 #include "models/vendor_storage.h"
 
+#include "core/device_node.h"
 #include "models/kept_json.h"
 
 #include <algorithm>
@@ -62,24 +63,12 @@ class VendorFile : public File {
     VendorStorage& driver_;
 };
 
-class VendorNode : public Node {
-  public:
-    explicit VendorNode(VendorStorage& driver) : Node(S_IFREG | 0660), driver_(driver) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<VendorFile>(driver_);
-        return 0;
-    }
-
-  private:
-    VendorStorage& driver_;
-};
-
 VendorStorage::VendorStorage(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/vendor_storage")),
       room_(settings.number("items", 64, 65536)),
       items_(board, "vendor", Json::object()) {
-    board_.tree().put(node_, std::make_shared<VendorNode>(*this));
+    board_.tree().put(node_, device_node<VendorFile>(*this));
     board_.verbs().add({"vendor.list",
                         {},
                         "the items of the vendor storage: numbers and bytes",

@@ -1,5 +1,6 @@
 #include "models/video_timing.h"
 
+#include "core/device_node.h"
 #include "models/video_timing_core.h"
 
 #include <array>
@@ -123,19 +124,6 @@ class VideoTimingFile : public File {
     VideoTiming& generator_;
 };
 
-class VideoTimingNode : public Node {
-  public:
-    explicit VideoTimingNode(VideoTiming& generator)
-        : Node(S_IFREG | 0666), generator_(generator) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
-        file = std::make_unique<VideoTimingFile>(generator_);
-        return 0;
-    }
-
-  private:
-    VideoTiming& generator_;
-};
-
 // --- the driver ---
 
 VideoTiming::VideoTiming(Board& board, Settings& settings)
@@ -146,7 +134,7 @@ VideoTiming::VideoTiming(Board& board, Settings& settings)
                                  std::numeric_limits<unsigned>::max())),
       frames_per_read_(settings.number("frames_per_read", 0, kMostFrames)),
       core_(setup_from(settings)) {
-    board_.tree().put(node_, std::make_shared<VideoTimingNode>(*this));
+    board_.tree().put(node_, device_node<VideoTimingFile>(*this));
     add_verbs();
 }
 
