@@ -45,6 +45,8 @@ void set_environment(const RunOptions& options) {
     }
     // In front of the machine's own programs of the same names.
     prepend("PATH", own_file(kCommands), ":");
+    // The board's daemons are scripts: a plain `ps` shows how they were started.
+    setenv("PS_FORMAT", "pid,tty,time,args", 0);
     // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the
     // program.
     prepend("ASAN_OPTIONS", "use_sigaltstack=0", ":");
