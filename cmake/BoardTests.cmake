@@ -7,6 +7,12 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# How long a test may take. Under a sanitizer the longest stories take half a minute.
+set(HAL_TEST_SECONDS 60)
+if(HAL_SANITIZE)
+  set(HAL_TEST_SECONDS 180)
+endif()
+
 # For every program of the tests in which threads are cancelled.
 set(HAL_ASAN_OPTIONS ${CMAKE_CURRENT_LIST_DIR}/asan_options.cpp)
 
@@ -20,7 +26,7 @@ function(hal_plain_test name)
   _hal_test_program(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE GTest::gtest_main)
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 60)
+    PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
 endfunction()
 
 # The launcher is the "emulator" of these programs: CMake puts it before every run.
@@ -31,5 +37,5 @@ function(hal_board_test name)
   set_target_properties(${name} PROPERTIES
     CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;--speed;1;--")
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 60)
+    PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
 endfunction()
