@@ -18,7 +18,7 @@ class CommandLine {
     [[nodiscard]] const char* text() const { return text_; }
 
   private:
-    char text_[128];
+    char text_[128] = {};
 };
 
 // Runs a command to its end and returns what system(3) does. Not a cancellation point: a command
