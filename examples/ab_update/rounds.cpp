@@ -11,15 +11,15 @@ namespace ab {
 
 namespace {
 
-constexpr std::size_t kSystemBytes = 150'000;
-constexpr unsigned kBlocks = (kSystemBytes + 16383) / 16384;
+constexpr std::size_t kRoundBytes = 150'000;
+constexpr unsigned kRoundBlocks = (kRoundBytes + 16383) / 16384;
 // The moments of a round: each write of the update, that of the switch, and when all is done.
-constexpr unsigned kMoments = kWritesBefore + kBlocks + 2;
+constexpr unsigned kMoments = kWritesBefore + kRoundBlocks + 2;
 constexpr std::uint32_t kReportEvery = 100;
 
 // The system that runs has to be whole, and the one before or the new one.
 void judge(Notes& notes) {
-    const auto version = whole_system(running_slot(), kSystemBytes);
+    const auto version = whole_system(running_slot(), kRoundBytes);
     const bool updated = version && *version == notes.new_version;
     if (updated || (version && *version == notes.running_version)) {
         ++notes.rounds_whole;
@@ -43,7 +43,7 @@ int report(const Notes& notes) {
     std::mt19937_64 random(seed * 1'000'003 + notes.rounds_begun);
     notes.cut_after = static_cast<std::uint32_t>(1 + random() % kMoments);
     notes.save();
-    const Image image = pack({notes.new_version, kSystemBytes});
+    const Image image = pack({notes.new_version, kRoundBytes});
     std::fflush(stdout);
     const std::uint64_t damage = random() >> 1; // to fit a signed number
     order_power_cut(notes.cut_after, damage);
@@ -58,7 +58,7 @@ int report(const Notes& notes) {
 int cut_rounds(std::uint32_t rounds, std::uint64_t seed) {
     std::optional<Notes> notes = Notes::load();
     if (!notes) {
-        set_up_factory(kSystemBytes);
+        set_up_factory(kRoundBytes);
         notes = Notes{};
         notes->running_version = 1;
     } else {

@@ -9,21 +9,19 @@ namespace vb {
 
 namespace {
 
-using Type = RecordField::Type;
-
 std::size_t size_of(const RecordField& field) {
     switch (field.type) {
-    case Type::u8:
+    case RecordField::Type::u8:
         return 1;
-    case Type::u16:
+    case RecordField::Type::u16:
         return 2;
-    case Type::u32:
-    case Type::i32:
+    case RecordField::Type::u32:
+    case RecordField::Type::i32:
         return 4;
-    case Type::u64:
+    case RecordField::Type::u64:
         return 8;
-    case Type::text:
-    case Type::bytes:
+    case RecordField::Type::text:
+    case RecordField::Type::bytes:
         break;
     }
     return field.size;
@@ -43,11 +41,11 @@ std::string printable(ByteView bytes) {
 
 Json value_of(const RecordField& field, ByteView bytes) {
     switch (field.type) {
-    case Type::text:
+    case RecordField::Type::text:
         return printable(bytes);
-    case Type::bytes:
+    case RecordField::Type::bytes:
         return to_hex(bytes);
-    case Type::i32:
+    case RecordField::Type::i32:
         return record_from<std::int32_t>(bytes);
     default:
         return record_from<std::uint64_t>(bytes);

@@ -8,6 +8,8 @@
 
 namespace vb {
 
+inline constexpr std::int64_t kMillisecond = 1'000'000; // of board time, in nanoseconds
+
 class Timers {
   public:
     using Action = std::function<void()>;

@@ -8,7 +8,7 @@ namespace vb {
 
 namespace {
 
-constexpr RegisterRow kRegisters[] = {
+constexpr RegisterRow kCdcm6208Registers[] = {
     {0, 3, "setup"},
     {3, 1, "control"},
     {4, 5, "input_and_integer_outputs"},
@@ -31,7 +31,7 @@ constexpr unsigned kControl = 3;
 constexpr unsigned kRunning = 0x0040; // in kControl
 constexpr unsigned kStatus = 21;
 constexpr unsigned kLocked = 0x0004; // in kStatus
-constexpr unsigned kOutputs = 8;
+constexpr unsigned kCdcm6208Outputs = 8;
 constexpr unsigned kFirstFractional = 4;
 constexpr unsigned kDividerOn = 0x0200; // in an output's control word
 constexpr double kDividedHz = 400e6;    // what prescaler and fractional divider divide
@@ -69,7 +69,7 @@ Cdcm6208::Cdcm6208(Board& board, Settings& settings)
     : board_(board),
       device_(settings.number("device", 0, 255)),
       lock_ns_(settings.number("lock_ms", 5, 1'000'000) * 1'000'000LL),
-      registers_(board, fmt::format("cdcm6208[{}]", device_), {2, 2}, kRegisters) {
+      registers_(board, fmt::format("cdcm6208[{}]", device_), {2, 2}, kCdcm6208Registers) {
     attach_to_i2c(board, settings, *this);
     follow_line(settings, "power_down", &Cdcm6208::powered_);
     follow_line(settings, "reset", &Cdcm6208::out_of_reset_);
@@ -139,7 +139,7 @@ void Cdcm6208::unlock() {
 // --- what comes out ---
 
 Json Cdcm6208::output_hz(unsigned output) const {
-    if (output < kFirstFractional || output >= kOutputs || !answers()) {
+    if (output < kFirstFractional || output >= kCdcm6208Outputs || !answers()) {
         return nullptr;
     }
     const unsigned first = 9 + 3 * (output - kFirstFractional);
@@ -157,7 +157,7 @@ Json Cdcm6208::output_hz(unsigned output) const {
 
 Json Cdcm6208::show() const {
     Json outputs = Json::array();
-    for (unsigned output = 0; output < kOutputs; ++output) {
+    for (unsigned output = 0; output < kCdcm6208Outputs; ++output) {
         outputs.push_back({{"output", output}, {"hz", output_hz(output)}});
     }
     return {{"device", device_},

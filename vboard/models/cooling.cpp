@@ -22,13 +22,13 @@ struct SpeedRecord {
 };
 static_assert(sizeof(SpeedRecord) == 12);
 
-struct ControlRecord {
+struct FanRecord {
     std::uint32_t channel;
     std::uint32_t value;
     std::uint32_t zero0;
     std::uint32_t zero1;
 };
-static_assert(sizeof(ControlRecord) == 16);
+static_assert(sizeof(FanRecord) == 16);
 
 using FieldType = RecordField::Type;
 
@@ -41,13 +41,12 @@ constexpr RecordField kControlFields[] = {
     {"value", FieldType::u32, 4},
 };
 
-constexpr RequestRow kRequests[] = {
+constexpr RequestRow kFanRequests[] = {
     {kGetSpeed, "PWM_LASER_GET_SPEED", RequestRow::Direction::inout, sizeof(SpeedRecord),
      kSpeedFields},
-    {kSetSpeed, "PWM_LASER_SET_SPEED", RequestRow::Direction::in, sizeof(ControlRecord),
+    {kSetSpeed, "PWM_LASER_SET_SPEED", RequestRow::Direction::in, sizeof(FanRecord),
      kControlFields},
-    {kPower, "PWM_LASER_POWER_CTL", RequestRow::Direction::in, sizeof(ControlRecord),
-     kControlFields},
+    {kPower, "PWM_LASER_POWER_CTL", RequestRow::Direction::in, sizeof(FanRecord), kControlFields},
 };
 
 struct Fan {
@@ -90,7 +89,7 @@ class Cooling : public Model {
 class FanFile : public File {
   public:
     FanFile(Cooling& cooling, unsigned channel) : cooling_(cooling), channel_(channel) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kFanRequests; }
     Outcome request(RequestCall& call) override { return cooling_.request(channel_, call); }
 
   private:
@@ -190,7 +189,7 @@ Outcome Cooling::get_speed(const Fan& fan, RequestCall& call) const {
 }
 
 Outcome Cooling::control(Fan& fan, const RequestCall& call) {
-    const auto record = record_from<ControlRecord>(call.record);
+    const auto record = record_from<FanRecord>(call.record);
     const bool power = call.row.code == kPower;
     if (record.value > (power ? 1U : 100U)) {
         board_.misuse(node_of(record.channel), power ? "power is 0 or 1" : "speed is 0 to 100");

@@ -22,19 +22,19 @@ static_assert(sizeof(TransferRecord) == 32);
 
 using FieldType = RecordField::Type;
 
-constexpr RecordField kFields[] = {
+constexpr RecordField kFpgaFields[] = {
     {"operation", FieldType::u32, 8},
     {"address", FieldType::u32, 12},
     {"length", FieldType::u32, 16},
     {"buffer", FieldType::u64, 24},
 };
 
-constexpr std::uint32_t kRead = 1;
-constexpr std::uint32_t kWrite = 3;
+constexpr std::uint32_t kOperationRead = 1;
+constexpr std::uint32_t kOperationWrite = 3;
 constexpr short kReadable = POLLIN | POLLRDNORM;
 
-constexpr RequestRow kRequests[] = {
-    {0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, sizeof(TransferRecord), kFields},
+constexpr RequestRow kFpgaRequests[] = {
+    {0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, sizeof(TransferRecord), kFpgaFields},
 };
 
 class Fpga;
@@ -42,7 +42,7 @@ class Fpga;
 class AccessFile : public File {
   public:
     explicit AccessFile(Fpga& fpga) : fpga_(fpga) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kFpgaRequests; }
     Outcome request(RequestCall& call) override;
 
   private:
@@ -132,7 +132,7 @@ Outcome Fpga::transfer(const TransferRecord& record, const CallerMemory& memory)
     if (record.reserved0 != 0 || record.reserved1 != 0 || record.reserved2 != 0) {
         return complain("a reserved word of the record is not 0");
     }
-    if (record.operation != kRead && record.operation != kWrite) {
+    if (record.operation != kOperationRead && record.operation != kOperationWrite) {
         return complain(fmt::format("there is no operation {}", record.operation));
     }
     if (record.address > bytes_.size() || record.length > bytes_.size() - record.address) {
@@ -141,16 +141,17 @@ Outcome Fpga::transfer(const TransferRecord& record, const CallerMemory& memory)
     }
     const auto bytes = std::span(bytes_).subspan(record.address, record.length);
     Bytes buffer(bytes.begin(), bytes.end());
-    const bool reached = record.operation == kRead ? memory.write(record.buffer, buffer)
-                                                   : memory.read(record.buffer, buffer);
+    const bool reached = record.operation == kOperationRead ? memory.write(record.buffer, buffer)
+                                                            : memory.read(record.buffer, buffer);
     if (!reached) {
         return Outcome::failed(EFAULT);
     }
     std::copy(buffer.begin(), buffer.end(), bytes.begin());
-    board_.trace().add("fpga", {{"node", node_},
-                                {"operation", record.operation == kRead ? "read" : "write"},
-                                {"address", record.address},
-                                {"bytes", to_hex(buffer)}});
+    board_.trace().add("fpga",
+                       {{"node", node_},
+                        {"operation", record.operation == kOperationRead ? "read" : "write"},
+                        {"address", record.address},
+                        {"bytes", to_hex(buffer)}});
     return Outcome::done();
 }
 

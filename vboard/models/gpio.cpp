@@ -14,7 +14,7 @@ namespace vb {
 
 namespace {
 
-constexpr char kBank[] = "gpio";
+constexpr char kGpioBank[] = "gpio";
 constexpr std::size_t kQueueDepth = 64;
 
 struct ConfigRecord {
@@ -52,16 +52,16 @@ constexpr std::uint32_t kRelease = 0x40086724;
 
 using Direction = RequestRow::Direction;
 
-constexpr RequestRow kRequests[] = {
+constexpr RequestRow kGpioRequests[] = {
     {kConfig, "CMD_GPIO_CONFIG", Direction::in, sizeof(ConfigRecord), kConfigFields},
     {kSetValue, "CMD_GPIO_SETVAL", Direction::in, sizeof(ValueRecord), kValueFields},
     {kGetValue, "CMD_GPIO_GETVAL", Direction::inout, sizeof(ValueRecord), kValueFields},
     {kRelease, "CMD_GPIO_DECONFIG", Direction::in, sizeof(ValueRecord), kValueFields},
 };
 
-enum Trigger : std::uint32_t { kRising = 1, kFalling = 2, kBoth = 3 };
+enum Trigger : std::uint32_t { kOnRising = 1, kOnFalling = 2, kOnBoth = 3 };
 
-struct Line {
+struct GpioLine {
     bool configured = false;
     std::string label;
     bool output = false;
@@ -70,8 +70,8 @@ struct Line {
     std::uint32_t param = 0;
 
     bool fires_on(bool level) const {
-        return interrupt && (trigger == kBoth || (trigger == kRising && level) ||
-                             (trigger == kFalling && !level));
+        return interrupt && (trigger == kOnBoth || (trigger == kOnRising && level) ||
+                             (trigger == kOnFalling && !level));
     }
 };
 
@@ -82,7 +82,7 @@ class GpioFile : public File {
     explicit GpioFile(Gpio& driver);
     ~GpioFile() override;
 
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kGpioRequests; }
     Outcome request(RequestCall& call) override;
     Outcome read(std::size_t size, std::uint64_t offset) override;
     short readiness() const override { return events_.empty() ? 0 : POLLIN | POLLRDNORM; }
@@ -119,7 +119,7 @@ class Gpio : public Model, private LineDriver {
     Board& board_;
     std::string node_;
     LineBank& bank_;
-    std::vector<Line> lines_;
+    std::vector<GpioLine> lines_;
     std::set<GpioFile*> files_;
     std::uint64_t overflows_ = 0;
 };
@@ -176,7 +176,7 @@ bool GpioFile::push(const ValueRecord& event) {
 Gpio::Gpio(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/drvgpio")),
-      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))),
+      bank_(board.add_lines(kGpioBank, settings.number("lines", 512, 65536))),
       lines_(bank_.count()) {
     set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
@@ -202,7 +202,7 @@ Outcome Gpio::configure(const ConfigRecord& record) {
                                          record.direction));
         return Outcome::failed(EINVAL);
     }
-    Line& line = lines_[record.line];
+    GpioLine& line = lines_[record.line];
     line.configured = true;
     line.label.assign(record.label, strnlen(record.label, sizeof record.label));
     line.output = record.direction == 1;
@@ -239,7 +239,7 @@ Outcome Gpio::release(const ValueRecord& record) {
     if (const int error = check(record.line); error != 0) {
         return Outcome::failed(error);
     }
-    lines_[record.line] = Line{};
+    lines_[record.line] = GpioLine{};
     return Outcome::done();
 }
 
@@ -263,7 +263,7 @@ void Gpio::on_level(unsigned number, bool level) {
 // --- the world outside ---
 
 Json Gpio::show_line(unsigned number) const {
-    const Line& line = lines_[number];
+    const GpioLine& line = lines_[number];
     return {{"line", number},          {"configured", line.configured},
             {"label", line.label},     {"direction", line.output ? "out" : "in"},
             {"trigger", line.trigger}, {"interrupt", line.interrupt},

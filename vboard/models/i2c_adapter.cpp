@@ -39,7 +39,7 @@ constexpr RecordField kSmbusFields[] = {
     {"data", FieldType::u64, 8},
 };
 
-constexpr RequestRow kRequests[] = {
+constexpr RequestRow kI2cRequests[] = {
     {I2C_RETRIES, "I2C_RETRIES", Direction::none, 0},
     {I2C_TIMEOUT, "I2C_TIMEOUT", Direction::none, 0},
     {I2C_SLAVE, "I2C_SLAVE", Direction::none, 0},
@@ -73,7 +73,7 @@ class I2cFile : public File {
   public:
     explicit I2cFile(Adapter& adapter) : adapter_(adapter) {}
 
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kI2cRequests; }
     Outcome request(RequestCall& call) override;
     Outcome read(std::size_t size, std::uint64_t offset) override;
     Outcome write(ByteView data, std::uint64_t offset) override;

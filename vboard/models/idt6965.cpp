@@ -8,7 +8,7 @@ namespace vb {
 
 namespace {
 
-constexpr RegisterRow kRegisters[] = {
+constexpr RegisterRow kIdt6965Registers[] = {
     {0x10, 12, "pll"},
     {0x1C, 1, "pll_control"},
     {0x21, 1, "output1_divider_control"},
@@ -31,7 +31,7 @@ constexpr RegisterRow kRegisters[] = {
     {0x69, 1, "enable_b"},
 };
 
-constexpr unsigned kOutputs = 4;
+constexpr unsigned kIdt6965Outputs = 4;
 constexpr double kReferenceHz = 12.5e6;
 constexpr unsigned kFeedback = 0x17;
 constexpr unsigned kEnableA = 0x68;
@@ -59,7 +59,7 @@ class Idt6965 : public Model, private I2cDevice {
 
 Idt6965::Idt6965(Board& board, Settings& settings)
     : device_(settings.number("device", 0, 255)),
-      registers_(board, fmt::format("idt6965[{}]", device_), {1, 1}, kRegisters) {
+      registers_(board, fmt::format("idt6965[{}]", device_), {1, 1}, kIdt6965Registers) {
     attach_to_i2c(board, settings, *this);
     const bool alone =
         board.verbs().add_for("device", device_,
@@ -71,7 +71,8 @@ Idt6965::Idt6965(Board& board, Settings& settings)
         settings.refuse("device", fmt::format("there is an idt6965 {} already", device_));
     }
     add_frequency_verb(board.verbs(), "idt6965", device_, [this](unsigned output) {
-        return output >= 1 && output <= kOutputs && output_on(output) ? output_hz(output) : Json();
+        return output >= 1 && output <= kIdt6965Outputs && output_on(output) ? output_hz(output)
+                                                                             : Json();
     });
 }
 
@@ -108,7 +109,7 @@ Json Idt6965::output_hz(unsigned output) const {
 
 Json Idt6965::show() const {
     Json outputs = Json::array();
-    for (unsigned output = 1; output <= kOutputs; ++output) {
+    for (unsigned output = 1; output <= kIdt6965Outputs; ++output) {
         outputs.push_back({{"output", output},
                            {"hz", output_hz(output)},
                            {"on", output_on(output)},

@@ -1,19 +1,15 @@
 #include "models/kept_json.h"
 
+#include "core/fail.h"
+
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 namespace vb {
 
 namespace {
-
-[[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 std::string text_of(const UniqueFd& file) {
     struct stat status {};

@@ -12,7 +12,6 @@ namespace vb {
 
 namespace {
 
-constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kBounceTime = kMillisecond;
 constexpr unsigned kColumns = 8;
 
@@ -223,7 +222,7 @@ Json Keypad::show() const {
             {"overflows", overflows_}};
 }
 
-std::int64_t within(const Json& arguments, const char* name, std::int64_t highest) {
+std::int64_t number_up_to(const Json& arguments, const char* name, std::int64_t highest) {
     const auto value = arguments.value(name, std::int64_t{0});
     if (value < 0 || value > highest) {
         throw VerbError(fmt::format("\"{}\" is from 0 to {}", name, highest));
@@ -239,8 +238,8 @@ void Keypad::add_verbs() {
                "press a key, hold it so long, release it; its contact bounces so often each way",
                [this](const Json& arguments) -> Json {
                    walk(key_of(arguments),
-                        press_of(within(arguments, "hold_ms", 3'600'000) * kMillisecond,
-                                 within(arguments, "bounces", 1000)));
+                        press_of(number_up_to(arguments, "hold_ms", 3'600'000) * kMillisecond,
+                                 number_up_to(arguments, "bounces", 1000)));
                    return {};
                }});
     verbs.add({"keypad.down",

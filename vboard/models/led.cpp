@@ -9,8 +9,6 @@ namespace vb {
 
 namespace {
 
-constexpr std::int64_t kMillisecond = 1'000'000;
-
 struct LedRecord {
     std::uint32_t led;
     std::uint32_t reserved;
@@ -24,15 +22,15 @@ static_assert(sizeof(LedRecord) == 28);
 
 using FieldType = RecordField::Type;
 
-constexpr RecordField kFields[] = {
+constexpr RecordField kLedFields[] = {
     {"led", FieldType::u32, 0},     {"reserved", FieldType::u32, 4},
     {"mode", FieldType::u32, 8},    {"on_ms", FieldType::u32, 12},
     {"off_ms", FieldType::u32, 16}, {"brightness", FieldType::u32, 20},
     {"colour", FieldType::u32, 24},
 };
 
-constexpr RequestRow kRequests[] = {
-    {0x40084C21, "LED_SET", RequestRow::Direction::in, sizeof(LedRecord), kFields},
+constexpr RequestRow kLedRequests[] = {
+    {0x40084C21, "LED_SET", RequestRow::Direction::in, sizeof(LedRecord), kLedFields},
 };
 
 enum Mode : std::uint32_t { kOff = 0, kOn = 1, kBlink = 2 };
@@ -63,7 +61,7 @@ class Led : public Model {
 class LedFile : public File {
   public:
     explicit LedFile(Led& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kLedRequests; }
     Outcome request(RequestCall& call) override {
         return driver_.set(record_from<LedRecord>(call.record));
     }

@@ -8,7 +8,7 @@ namespace vb {
 
 namespace {
 
-constexpr unsigned kRegisters = 32;
+constexpr unsigned kPhyRegisters = 32;
 constexpr unsigned kPageRegister = 0x1f;
 
 struct RegisterPlace {
@@ -98,7 +98,7 @@ void Network::add(Board& board, const Json& object, const std::string& where) {
     interface.speed = settings.number("speed", 1000, 100000);
     interface.link = settings.get<bool>("link", true);
     if (object.contains("phy")) {
-        interface.phy = settings.number("phy", 0, kRegisters - 1);
+        interface.phy = settings.number("phy", 0, kPhyRegisters - 1);
     }
     const auto device = settings.get<std::string>("device", "");
     const auto link_file = settings.get<std::string>("link_file", "");
@@ -176,7 +176,7 @@ Interface& Network::phy_at(const Json& arguments) {
         throw VerbError(fmt::format("{} has no PHY {}", interface.name, arguments["phy"].dump()));
     }
     const auto number = arguments["register"].get<std::int64_t>();
-    if (number < 0 || number >= kRegisters) {
+    if (number < 0 || number >= kPhyRegisters) {
         throw VerbError(fmt::format("a PHY has no register {}", number));
     }
     return interface;

@@ -31,14 +31,14 @@ static_assert(sizeof(OledRecord) == 276);
 
 using FieldType = RecordField::Type;
 
-constexpr RecordField kFields[] = {{"cmd", FieldType::u32, 0},
-                                   {"pos1", FieldType::u32, 4},
-                                   {"pos2", FieldType::u32, 8},
-                                   {"oled_index", FieldType::u32, 12},
-                                   {"cell_count", FieldType::u32, 272}};
+constexpr RecordField kOledFields[] = {{"cmd", FieldType::u32, 0},
+                                       {"pos1", FieldType::u32, 4},
+                                       {"pos2", FieldType::u32, 8},
+                                       {"oled_index", FieldType::u32, 12},
+                                       {"cell_count", FieldType::u32, 272}};
 
-constexpr RequestRow kRequests[] = {
-    {0xC0086FB3, "OLEDDEV_IOCTL", RequestRow::Direction::in, sizeof(OledRecord), kFields},
+constexpr RequestRow kOledRequests[] = {
+    {0xC0086FB3, "OLEDDEV_IOCTL", RequestRow::Direction::in, sizeof(OledRecord), kOledFields},
 };
 
 enum Command : std::uint32_t { kDraw = 0, kClear = 1, kDisplay = 4 };
@@ -48,7 +48,7 @@ class Oled;
 class OledFile : public File {
   public:
     explicit OledFile(Oled& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kOledRequests; }
     Outcome request(RequestCall& call) override;
 
   private:

@@ -10,12 +10,12 @@ namespace vb {
 
 namespace {
 
-constexpr char kBank[] = "sysgpio";
+constexpr char kSysfsBank[] = "sysgpio";
 constexpr char kClass[] = "/sys/class/gpio";
 constexpr std::array kEdges = {"none", "falling", "rising", "both"};
 enum Edge : std::size_t { kNone = 0, kFalling = 1, kRising = 2 }; // both: the two together
 
-struct Line {
+struct SysfsLine {
     bool output = false;
     bool outside = false; // the level that the outside gives an input
     std::size_t edge = kNone;
@@ -49,7 +49,7 @@ class SysfsGpio : public Model, private LineDriver {
 
     Board& board_;
     LineBank& bank_;
-    std::vector<Line> lines_;
+    std::vector<SysfsLine> lines_;
 };
 
 std::string folder_of(unsigned line) {
@@ -58,7 +58,7 @@ std::string folder_of(unsigned line) {
 
 SysfsGpio::SysfsGpio(Board& board, Settings& settings)
     : board_(board),
-      bank_(board.add_lines(kBank, settings.number("lines", 512, 65536))),
+      bank_(board.add_lines(kSysfsBank, settings.number("lines", 512, 65536))),
       lines_(bank_.count()) {
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     set_levels(bank_, settings);
@@ -74,7 +74,7 @@ SysfsGpio::SysfsGpio(Board& board, Settings& settings)
              std::make_shared<Attribute>(
                  nullptr, [this](std::string_view text) { return unexport_line(text); }));
     tree.put(path + "/gpiochip0/base", fixed_attribute("0"));
-    tree.put(path + "/gpiochip0/label", fixed_attribute(kBank));
+    tree.put(path + "/gpiochip0/label", fixed_attribute(kSysfsBank));
     tree.put(path + "/gpiochip0/ngpio", fixed_attribute(std::to_string(lines_.size())));
     add_line_verbs(board, bank_, *this);
 }
@@ -106,7 +106,7 @@ int SysfsGpio::export_line(std::string_view text) {
 }
 
 void SysfsGpio::put_attributes(unsigned number) {
-    Line& line = lines_[number];
+    SysfsLine& line = lines_[number];
     const auto put = [&](const char* name, Attribute::Show show,
                          int (SysfsGpio::*store)(unsigned, std::string_view),
                          Attribute::Reading reading = Attribute::Reading::kept) {
@@ -142,7 +142,7 @@ int SysfsGpio::unexport_line(std::string_view text) {
     for (const char* name : {"direction", "edge", "active_low", "value"}) {
         board_.transfers().vanish(fmt::format("{}/{}", folder, name));
     }
-    Line& line = lines_[number];
+    SysfsLine& line = lines_[number];
     line.edge = kNone;
     line.active_low = false;
     line.value = nullptr;
@@ -170,14 +170,14 @@ int SysfsGpio::set_direction(unsigned number, std::string_view text) {
     if (!is_word(text, "in")) {
         return EINVAL;
     }
-    Line& line = lines_[number];
+    SysfsLine& line = lines_[number];
     line.output = false;
     bank_.set(number, line.outside, "outside");
     return 0;
 }
 
 int SysfsGpio::set_value(unsigned number, std::string_view text) {
-    const Line& line = lines_[number];
+    const SysfsLine& line = lines_[number];
     long value = 0;
     const int error = parse_integer(text, value);
     if (!line.output) {
@@ -214,7 +214,7 @@ int SysfsGpio::set_active_low(unsigned number, std::string_view text) {
 // --- the electrical side ---
 
 void SysfsGpio::on_level(unsigned number, bool level) {
-    Line& line = lines_[number];
+    SysfsLine& line = lines_[number];
     if (!line.output) {
         line.outside = level;
     }
@@ -224,7 +224,7 @@ void SysfsGpio::on_level(unsigned number, bool level) {
 }
 
 Json SysfsGpio::show_line(unsigned number) const {
-    const Line& line = lines_[number];
+    const SysfsLine& line = lines_[number];
     return {{"line", number},
             {"exported", in_use(number)},
             {"direction", line.output ? "out" : "in"},

@@ -10,7 +10,6 @@ namespace vb {
 
 namespace {
 
-constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr unsigned kHighest = 1023;
 constexpr std::uint8_t kMovingBit = 1;
 constexpr std::uint8_t kLockedBit = 2;
@@ -24,11 +23,11 @@ constexpr RecordField kDataFields[] = {
 };
 constexpr RecordField kLockFields[] = {{"lock", FieldType::u8, 0}};
 
-constexpr std::uint32_t kRead = 0x80035400;
+constexpr std::uint32_t kTbarRead = 0x80035400;
 constexpr std::uint32_t kSetLock = 0x40015401;
 
-constexpr RequestRow kRequests[] = {
-    {kRead, "TBAR_READ", RequestRow::Direction::out, sizeof(Data), kDataFields},
+constexpr RequestRow kTbarRequests[] = {
+    {kTbarRead, "TBAR_READ", RequestRow::Direction::out, sizeof(Data), kDataFields},
     {kSetLock, "TBAR_SET_LOCK", RequestRow::Direction::in, 1, kLockFields},
 };
 
@@ -39,7 +38,7 @@ class TbarFile : public File {
     explicit TbarFile(Tbar& tbar);
     ~TbarFile() override;
 
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kTbarRequests; }
     Outcome request(RequestCall& call) override;
     short readiness() const override { return news_ ? POLLIN | POLLRDNORM : 0; }
     void tell() {

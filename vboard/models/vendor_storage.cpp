@@ -23,18 +23,18 @@ constexpr std::array<char, 4> kTag{'Q', 'E', 'R', 'V'};
 
 using FieldType = RecordField::Type;
 
-constexpr RecordField kFields[] = {
+constexpr RecordField kVendorFields[] = {
     {"tag", FieldType::text, 0, 4},
     {"id", FieldType::u16, 4},
     {"length", FieldType::u16, 6},
     {"data", FieldType::bytes, 8, 64},
 };
 
-enum Code : std::uint32_t { kRead = 0x40047601, kWrite = 0x40047602 };
+enum Code : std::uint32_t { kVendorRead = 0x40047601, kVendorWrite = 0x40047602 };
 
-constexpr RequestRow kRequests[] = {
-    {kRead, "VENDOR_READ", RequestRow::Direction::inout, sizeof(VendorRecord), kFields},
-    {kWrite, "VENDOR_WRITE", RequestRow::Direction::in, sizeof(VendorRecord), kFields},
+constexpr RequestRow kVendorRequests[] = {
+    {kVendorRead, "VENDOR_READ", RequestRow::Direction::inout, sizeof(VendorRecord), kVendorFields},
+    {kVendorWrite, "VENDOR_WRITE", RequestRow::Direction::in, sizeof(VendorRecord), kVendorFields},
 };
 
 class VendorStorage : public Model {
@@ -56,7 +56,7 @@ class VendorStorage : public Model {
 class VendorFile : public File {
   public:
     explicit VendorFile(VendorStorage& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kVendorRequests; }
     Outcome request(RequestCall& call) override { return driver_.request(call); }
 
   private:
@@ -85,7 +85,7 @@ Outcome VendorStorage::request(RequestCall& call) {
         return Outcome::failed(EINVAL);
     }
     const std::string key = std::to_string(record.id);
-    if (call.row.code == kWrite) {
+    if (call.row.code == kVendorWrite) {
         return write(key, record);
     }
     const auto found = items_.value().find(key);

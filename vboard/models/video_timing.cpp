@@ -30,7 +30,7 @@ constexpr std::uint32_t kForceVsync = 0x40044324;
 constexpr std::uint32_t kEnable = 0x40024325;
 constexpr std::uint32_t kDisable = 0x40044326;
 
-constexpr RequestRow kRequests[] = {
+constexpr RequestRow kTimingRequests[] = {
     {kStamps, "GEN_GET_TIMESTAMP", Direction::out, 96, kStampFields},
     {kSetClock, "GEN_SET_CLK", Direction::in, 4, kClockFields},
     {kGetClock, "GEN_GET_CLKRATE", Direction::out, 4, kClockFields},
@@ -117,7 +117,7 @@ class VideoTiming : public Model {
 class VideoTimingFile : public File {
   public:
     explicit VideoTimingFile(VideoTiming& generator) : generator_(generator) {}
-    std::span<const RequestRow> requests() const override { return kRequests; }
+    std::span<const RequestRow> requests() const override { return kTimingRequests; }
     Outcome request(RequestCall& call) override { return generator_.request(call); }
 
   private:

@@ -1,5 +1,7 @@
 #include "run/kept_state.h"
 
+#include "core/fail.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -14,10 +16,6 @@
 namespace vb {
 
 namespace {
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 constexpr std::size_t kLongestName = 200;
 

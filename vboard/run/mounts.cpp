@@ -1,5 +1,6 @@
 #include "run/mounts.h"
 
+#include "core/fail.h"
 #include "core/mirror_directory.h"
 
 #include <fcntl.h>
@@ -35,10 +36,6 @@ constexpr std::array kRealDevices = {"null", "zero", "full", "random", "urandom"
 constexpr char kCpu[] = "/sys/devices/system/cpu";
 constexpr char kLocks[] = "/run/lock";
 constexpr char kCgroup[] = "/sys/fs/cgroup";
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
 
 void mount_or_fail(const std::string& source, const std::string& target, const char* type,
                    unsigned long flags, const std::string& data = "") {
