@@ -6,6 +6,6 @@ namespace halctl {
 inline constexpr int kExitDone = 0;
 inline constexpr int kExitFailure = 1;      // a call failed, or what was waited for did not come
 inline constexpr int kExitUsage = 64;       // the command line is wrong
-inline constexpr int kExitUnavailable = 69; // a node is missing or cannot be opened
+inline constexpr int kExitUnavailable = 69; // a device or program is missing or cannot be opened
 
 } // namespace halctl

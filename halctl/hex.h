@@ -1,11 +1,11 @@
 #pragma once
 // Bytes as people write them: "deadbeef".
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halctl {
@@ -14,10 +14,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 std::string to_hex(std::span<const std::uint8_t> bytes);
 
-// The bytes of a text that is_hex has let pass.
-Bytes from_hex(const std::string& text);
-
-// Lets pass pairs of hexadecimal digits, as many as `least` to `most` bytes.
-CLI::Validator is_hex(std::size_t least, std::size_t most);
+// None where the text is anything but pairs of hexadecimal digits.
+std::optional<Bytes> from_hex(std::string_view text);
 
 } // namespace halctl

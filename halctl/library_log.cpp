@@ -1,7 +1,5 @@
 #include "library_log.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -10,7 +8,7 @@
 
 namespace halctl {
 
-LibraryLog::LibraryLog() {
+LibraryLog::LibraryLog(const Output& output) : output_(output) {
     log_add_callback(&LibraryLog::take, this, HAL_LOG_WARN);
 }
 
@@ -42,11 +40,11 @@ void LibraryLog::take(log_event* event) {
 void LibraryLog::take(int level, std::string text, int error) {
     const std::lock_guard lock(mutex_);
     if (level < HAL_LOG_ERROR) {
-        fmt::print(stderr, "halctl: warning: {}\n", text);
+        output_.warn(text);
         return;
     }
     if (show_errors_ && text != last_.text) {
-        fmt::print(stderr, "halctl: {}\n", text);
+        output_.warn(text);
     }
     last_ = {std::move(text), error};
 }

@@ -1,8 +1,10 @@
 #pragma once
 // What the library logs while a command runs. Its C interface answers many failures with a plain
-// -1; its log tells them apart, and errno is still the failed call's when a sink is called.
+// -1; the errno that is still the failed call's when a sink is called tells them apart.
 
-#include <hal_bsp/hal_bsp.h>
+#include "output.h"
+
+#include <hal_bsp/log.h>
 
 #include <mutex>
 #include <string>
@@ -15,15 +17,12 @@ inline constexpr char kOurLogName[] = "halctl";
 struct LibraryError {
     std::string text; // without the newline; empty: nothing was logged
     int error = 0;    // errno at that moment
-
-    // Every module's message about a node it cannot open says so.
-    bool is_failed_open() const { return text.find("open ") != std::string::npos; }
 };
 
 // Made once: sinks cannot be taken away again, so it has to last as long as the process.
 class LibraryLog {
   public:
-    LibraryLog();
+    explicit LibraryLog(const Output& output);
     ~LibraryLog() = default;
     LibraryLog(const LibraryLog&) = delete;
     LibraryLog& operator=(const LibraryLog&) = delete;
@@ -38,6 +37,7 @@ class LibraryLog {
     static void take(log_event* event);
     void take(int level, std::string text, int error);
 
+    const Output& output_;
     mutable std::mutex mutex_;
     LibraryError last_;
     bool show_errors_ = false;

@@ -1,10 +1,10 @@
 // The `halctl` command: the library's functions, from the command line.
 
+#include "command_line.h"
 #include "commands/commands.h"
 
-#include <fmt/format.h>
-
 #include <array>
+#include <csignal>
 #include <exception>
 #include <string>
 #include <vector>
@@ -19,50 +19,34 @@ constexpr std::array kGroups = {
     add_genlock, add_ptp,  add_slot, add_image,   add_md5, add_env,       add_sysconfig, add_vendor,
 };
 
-// The library's lines stay off the terminal: what matters of them is in our own messages.
-void set_library_log(bool verbose) {
-    log_set_level(verbose ? HAL_LOG_TRACE : HAL_LOG_INFO);
-    log_set_quiet(!verbose);
-}
+constexpr int kSignals = 128; // an exit code above stands for dying of a signal
 
-// A word that is no command is a clearer complaint than the command that is missing instead.
-std::string what_is_wrong(const CLI::App& app, const CLI::ParseError& error) {
-    const std::vector<std::string> unknown = app.remaining(true);
-    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty()) {
-        return fmt::format("unknown command or option \"{}\"", unknown.front());
-    }
-    return error.what();
-}
-
-int parse_and_run(int argc, char** argv) {
+int run(std::vector<std::string> words) {
     static Tool tool; // the library keeps a sink of it to the end of the process
-    bool verbose = false;
-    CLI::App app("The board's devices from the command line.\n"
+    Command root("", "halctl",
+                 "The board's devices from the command line.\n"
                  "Exit codes: 0 done, 1 a call failed, 64 wrong usage,\n"
-                 "69 a device node is missing or cannot be opened.");
-    app.name("halctl");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "halctl " HALCTL_VERSION);
-    app.fallthrough(); // --verbose may stand behind the command, too
-    app.add_flag("--verbose", verbose, "Show on standard error what the library logs");
+                 "69 a device or program is missing or cannot be opened.\n"
+                 "`halctl help COMMAND` explains a command, -V prints the versions.\n"
+                 "No board at hand? vboard run -- halctl version");
     for (const auto add : kGroups) {
-        add(app, tool);
+        add(root, tool);
     }
-    // Only now: a group that is added takes over the footer that is there.
-    app.footer("Example:\n  halctl gpio get 7\n\nNo board at hand? vboard run -- halctl version");
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            app.exit(error);
-            return Output::complete() ? kExitDone : kExitFailure;
-        }
-        fmt::print(stderr, "halctl: {}\nTry `halctl --help`\n", what_is_wrong(app, error));
-        return kExitUsage;
+        return run_command_line(root, tool, std::move(words));
+    } catch (const std::exception& error) {
+        return tool.failed("this should not happen", error.what());
     }
-    set_library_log(verbose);
-    const int status = tool.run();
-    return Output::complete() ? status : kExitFailure;
+}
+
+// So that whoever started us sees what ended us: a shell's loop ends with Ctrl-C.
+void die_of(int signal) {
+    std::signal(signal, SIG_DFL);
+    sigset_t mine;
+    sigemptyset(&mine);
+    sigaddset(&mine, signal);
+    sigprocmask(SIG_UNBLOCK, &mine, nullptr);
+    std::raise(signal);
 }
 
 } // namespace
@@ -70,10 +54,9 @@ int parse_and_run(int argc, char** argv) {
 } // namespace halctl
 
 int main(int argc, char** argv) {
-    try {
-        return halctl::parse_and_run(argc, argv);
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "halctl: {}\n", error.what());
-        return halctl::kExitFailure;
+    const int status = halctl::run({argv + (argc > 0 ? 1 : 0), argv + argc});
+    if (status > halctl::kSignals) {
+        halctl::die_of(status - halctl::kSignals);
     }
+    return status;
 }

@@ -1,30 +1,61 @@
 #include "output.h"
 
+#include "exit_codes.h"
+#include "terminal.h"
+
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
 namespace halctl {
 
-void Output::print(const Json& object, std::string_view text) const {
-    if (!json_ && text.empty()) {
-        return;
+namespace {
+
+void print_line(std::FILE* file, const std::string& line) {
+    if (file != nullptr) {
+        std::fprintf(file, "%s\n", line.c_str());
+        std::fflush(file);
     }
-    // A name from the command line need not be UTF-8, which JSON has to be.
-    const std::string line =
-        json_ ? object.dump(-1, ' ', false, Json::error_handler_t::replace) : std::string(text);
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
 }
 
-bool Output::complete() {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+// A name from the command line need not be UTF-8, which JSON has to be.
+std::string line_of(const Json& object) {
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace
+
+void Output::print(const Json& object, std::string_view text) const {
+    if (json_ || !text.empty()) {
+        print_line(terminal_out(), json_ ? line_of(object) : std::string(text));
+    }
+}
+
+int Output::complain(int code, std::string_view what, std::string_view why) const {
+    const std::string text = fmt::format("{}: {}", what, why);
+    print_line(terminal_err(),
+               json_ ? line_of({{"error", text}, {"code", code}}) : "halctl: " + text);
+    return code;
+}
+
+int Output::complain_of_usage(std::string_view what, std::string_view help) const {
+    print_line(terminal_err(), json_ ? line_of({{"error", what}, {"code", kExitUsage}})
+                                     : fmt::format("halctl: {}\nTry `{}`", what, help));
+    return kExitUsage;
+}
+
+void Output::warn(std::string_view text) const {
+    print_line(terminal_err(),
+               json_ ? line_of({{"warning", text}}) : fmt::format("halctl: warning: {}", text));
+}
+
+bool Output::complete() const {
+    if (all_has_arrived()) {
         return true;
     }
-    fmt::print(stderr, "halctl: cannot write: {}\n", std::strerror(errno));
+    complain(kExitFailure, "cannot write", std::strerror(errno));
     return false;
 }
 

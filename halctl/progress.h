@@ -1,34 +1,23 @@
 #pragma once
-// A bar for long calls of the library, which say nothing of how far they are: it is read off the
-// position in the file that the call goes through.
+// Long calls of the library. They say nothing of how far they are: a bar is read off the position
+// in the file that the call goes through. A signal ends them in good order.
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+#include <functional>
 #include <string>
-#include <thread>
 
 namespace halctl {
 
-// Shows a bar on standard error for as long as it lives; none where that is no terminal.
-class Progress {
-  public:
-    // The call reads `length` bytes of the file from `offset` on.
-    Progress(std::string path, std::uint64_t offset, std::uint64_t length);
-    ~Progress();
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-
-  private:
-    void run(const std::stop_token& stop);
-    void draw() const;
-
-    std::string path_;
-    std::uint64_t offset_;
-    std::uint64_t length_;
-    std::mutex mutex_;
-    std::condition_variable_any ended_;
-    std::jthread thread_;
+// What the call reads.
+struct Extent {
+    std::string path;
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
 };
+
+// Runs the call on a thread of its own; where standard error is a terminal, with a bar. SIGINT and
+// SIGTERM cancel it: the library closes its files and puts back what it has changed. Returns the
+// signal's number, or 0; errno is then as the call left it.
+int run_with_progress(const Extent& extent, const std::function<void()>& call);
 
 } // namespace halctl

@@ -3,10 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace halctl {
 
 namespace {
+
+constexpr std::size_t kLongestInterface = 15;
 
 bool is_letter_or_digit(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
@@ -16,6 +19,10 @@ bool has_only(const std::string& text, std::string_view others) {
     return std::all_of(text.begin(), text.end(), [&](char c) {
         return is_letter_or_digit(c) || others.find(c) != std::string_view::npos;
     });
+}
+
+bool is_name(const std::string& text, std::string_view others) {
+    return !text.empty() && text.front() != '-' && has_only(text, others);
 }
 
 } // namespace
@@ -31,29 +38,21 @@ std::string shell_word(const std::string& text) {
     return word + "'";
 }
 
-CLI::Validator is_setting_name() {
-    const auto check = [](const std::string& name) -> std::string {
-        const bool good = !name.empty() && name.front() != '-' && has_only(name, "_.:-");
-        return good ? ""
-                    : fmt::format("\"{}\" is no name of a setting: letters, digits, '_', '.', ':' "
-                                  "and, not first, '-' are",
-                                  name);
-    };
-    return {check, "NAME"};
+Complaint check_interface_name(const std::string& name) {
+    const bool good = name.size() <= kLongestInterface && is_name(name, "_.-");
+    return good ? "" : fmt::format("{} is not {}", quoted(name), kInterfaceName);
 }
 
-CLI::Validator is_setting_value() {
-    const auto check = [](const std::string& value) -> std::string {
-        if (!value.empty() && value.front() == '-') {
-            return fmt::format("the value \"{}\" begins with '-': the tool would take it for an "
-                               "option",
-                               value);
-        }
-        const bool line = std::none_of(value.begin(), value.end(),
-                                       [](unsigned char c) { return c < 0x20 || c == 0x7f; });
-        return line ? "" : "a value is one line, without control characters";
-    };
-    return {check, "VALUE"};
+Complaint check_setting_name(const std::string& name) {
+    return is_name(name, "_.:-")
+               ? ""
+               : fmt::format("{} is not {}, which is not first", quoted(name), kSettingName);
+}
+
+Complaint check_setting_value(const std::string& value) {
+    const bool line = std::none_of(value.begin(), value.end(),
+                                   [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+    return line ? "" : fmt::format("{} has control characters in it", quoted(value));
 }
 
 } // namespace halctl

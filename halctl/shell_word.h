@@ -1,7 +1,7 @@
 #pragma once
 // Texts that the library hands to a shell as they stand.
 
-#include <CLI/CLI.hpp>
+#include "command.h"
 
 #include <string>
 
@@ -11,10 +11,15 @@ namespace halctl {
 // needed.
 std::string shell_word(const std::string& text);
 
-// Lets pass names of which a shell and a tool make nothing else.
-CLI::Validator is_setting_name();
+// Each says what is wrong with a word, if anything is, and has its kind in words.
+inline constexpr char kInterfaceName[] = "a network interface's name, such as eth0";
+Complaint check_interface_name(const std::string& name);
 
-// Lets pass what a setting can have as its value: a line of text that no tool takes for an option.
-CLI::Validator is_setting_value();
+// Names of which a shell and a tool make nothing else.
+inline constexpr char kSettingName[] = "a name of letters, digits, '_', '.', ':' and '-'";
+Complaint check_setting_name(const std::string& name);
+
+inline constexpr char kSettingValue[] = "a line of text";
+Complaint check_setting_value(const std::string& value);
 
 } // namespace halctl

@@ -6,54 +6,58 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace halctl {
 
-CLI::App& Tool::add_command(CLI::App& parent, const std::string& name, const std::string& about,
-                            const std::string& example) {
-    CLI::App* command = parent.add_subcommand(name, about);
-    command->add_flag("--json", output_.json(), "Print JSON, one object a line");
-    command->footer("Example:\n  " + example);
-    return *command;
-}
+namespace {
 
-void Tool::on_run(CLI::App& command, std::function<int()> run) {
-    command.callback([this, run = std::move(run)] { run_ = run; });
-}
+constexpr int kSignals = 128; // what a shell adds to a signal's number
 
-int Tool::failed(std::string_view what, std::string_view node, std::span<const Hint> hints) const {
-    const LibraryError last = library_log_.last_error();
-    const char* reason = last.text.empty() ? "failed" : std::strerror(last.error);
-    if (last.is_failed_open()) {
-        fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, node, reason);
-        return kExitUnavailable;
+// The errno of access(2) where none of the nodes is there, else 0.
+int why_all_are_missing(std::span<const std::string> nodes) {
+    int why = 0;
+    for (const std::string& node : nodes) {
+        if (access(node.c_str(), R_OK) == 0) {
+            return 0;
+        }
+        why = errno;
     }
-    const auto hint = std::find_if(hints.begin(), hints.end(),
-                                   [&](const Hint& each) { return each.error == last.error; });
-    fmt::print(stderr, "halctl: {}: {}{}\n", what, reason,
-               hint == hints.end() ? "" : fmt::format(" ({})", hint->text));
-    return kExitFailure;
+    return why;
 }
 
-int Tool::refused(std::string_view what, std::span<const std::string> nodes, int error) {
-    int missing = 0; // errno, where none of the nodes is there
-    const bool none_there = std::none_of(nodes.begin(), nodes.end(), [&](const std::string& node) {
-        const bool there = access(node.c_str(), R_OK) == 0;
-        missing = there ? 0 : errno;
-        return there;
-    });
-    // No driver of the board answers a request with these: it was the open that failed.
-    const bool unopened = none_there || error == ENOENT || error == EACCES;
-    error = none_there ? missing : error;
-    const char* reason = error == 0 ? "failed" : std::strerror(error);
-    if (unopened) {
-        fmt::print(stderr, "halctl: {}: cannot open {}: {}\n", what, fmt::join(nodes, " or "),
-                   reason);
-        return kExitUnavailable;
+// No driver of the board answers a request with these, unless a hint says so: it was the open.
+bool is_of_an_open(int error) {
+    return error == ENOENT || error == EACCES || error == ENODEV;
+}
+
+} // namespace
+
+int Tool::failed(const Call& call) const {
+    const int left_behind = errno;
+    const LibraryError logged = library_log_.last_error();
+    const int error = call.error.value_or(logged.text.empty() ? left_behind : logged.error);
+    const std::string nodes = fmt::format("{}", fmt::join(call.nodes, " or "));
+    if (const int missing = why_all_are_missing(call.nodes); missing != 0) {
+        return cannot_open(call.what, nodes, missing);
     }
-    fmt::print(stderr, "halctl: {}: {}\n", what, reason);
-    return kExitFailure;
+    const auto hint = std::find_if(call.hints.begin(), call.hints.end(),
+                                   [&](const Hint& each) { return each.error == error; });
+    if (hint != call.hints.end()) {
+        return failed(call.what, fmt::format("{} ({})", std::strerror(error), hint->text));
+    }
+    if (is_of_an_open(error) && !call.nodes.empty()) {
+        return cannot_open(call.what, nodes, error);
+    }
+    return failed(call.what, error == 0 ? call.otherwise : std::strerror(error));
+}
+
+int Tool::cannot_open(std::string_view what, std::string_view node, int error) const {
+    return output_.complain(kExitUnavailable, what,
+                            fmt::format("cannot open {}: {}", node, std::strerror(error)));
+}
+
+int Tool::interrupted(std::string_view what, int signal) const {
+    return output_.complain(kSignals + signal, what, "interrupted");
 }
 
 } // namespace halctl

@@ -1,5 +1,7 @@
 #include "watch.h"
 
+#include "terminal.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -33,7 +35,7 @@ int wait_time(std::optional<EventPipe::Nanoseconds> limit) {
 
 } // namespace
 
-EventPipe::EventPipe() {
+EventPipe::EventPipe(bool minds_reader) : minds_reader_(minds_reader) {
     sigset_t stop;
     sigemptyset(&stop);
     sigaddset(&stop, SIGINT);
@@ -60,20 +62,31 @@ void EventPipe::send(const void* event, std::size_t size) {
     }
 }
 
+void EventPipe::take_signal() {
+    signalfd_siginfo info{};
+    if (read(signals_, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        signal_ = static_cast<int>(info.ssi_signo);
+    }
+}
+
 std::optional<WatchEnd> EventPipe::receive(void* event, std::size_t size,
-                                           std::optional<Nanoseconds> limit) const {
+                                           std::optional<Nanoseconds> limit) {
+    const bool minds_reader = minds_reader_ && terminal_out() != nullptr;
+    const int out = minds_reader ? fileno(terminal_out()) : -1;
     while (true) {
         // Events that are there come before the signal: it asks for an end, not for a loss.
         if (read(ends_[0], event, size) == static_cast<ssize_t>(size)) {
             return std::nullopt;
         }
-        std::array<pollfd, 2> wanted{{{ends_[0], POLLIN, 0}, {signals_, POLLIN, 0}}};
+        // Of a pipe that nobody reads any more the kernel tells without being asked.
+        std::array<pollfd, 3> wanted{{{ends_[0], POLLIN, 0}, {signals_, POLLIN, 0}, {out, 0, 0}}};
         const int ready = poll(wanted.data(), wanted.size(), wait_time(limit));
         if (ready < 0 && errno != EINTR) {
             fail("poll");
         }
         if (ready > 0 && wanted[0].revents == 0) {
-            return WatchEnd::signal;
+            take_signal();
+            return signal_ != 0 ? WatchEnd::signal : WatchEnd::reader_gone;
         }
         if (ready == 0 && limit && now() >= *limit) {
             return WatchEnd::timeout;

@@ -5,15 +5,15 @@
 
 #include <fmt/format.h>
 
-#include <array>
-#include <cerrno>
 #include <memory>
+#include <string>
 
 namespace halctl {
 
+namespace clocks {
 namespace {
 
-struct ClockArguments {
+struct Arguments {
     unsigned chip = 0;
     unsigned output = 0;
     double frequency = 0;
@@ -53,17 +53,19 @@ Chip chip_at(unsigned place) {
 }
 
 // The drivers say only that a chip did not do as it was told; a bus that is missing is told apart
-// by trying it.
-int failed(const char* what, const Chip& chip) {
-    const std::array nodes = {fmt::format("/dev/i2c-{}", chip.bus),
-                              fmt::format("/dev/i2c/{}", chip.bus)};
-    return Tool::refused(fmt::format("clock {} {}", what, chip.title()), nodes, 0);
+// by looking for it.
+int failed(const Tool& tool, const char* what, const Chip& chip) {
+    return tool.failed(
+        {fmt::format("clock {} {}", what, chip.title()),
+         {fmt::format("/dev/i2c-{}", chip.bus), fmt::format("/dev/i2c/{}", chip.bus)},
+         {},
+         "the chip does not do as it is told",
+         0});
 }
 
-int cannot(const char* what, const Chip& chip) {
-    fmt::print(stderr, "halctl: clock {} {}: this kind of chip cannot do that\n", what,
-               chip.title());
-    return kExitFailure;
+int cannot(const Tool& tool, const char* what, const Chip& chip) {
+    return tool.failed(fmt::format("clock {} {}", what, chip.title()),
+                       "this kind of chip cannot do that");
 }
 
 int run_list(Tool& tool) {
@@ -80,22 +82,21 @@ int run_list(Tool& tool) {
     return kExitDone;
 }
 
-int run_init(Tool& tool, const ClockArguments& arguments) {
+int run_init(Tool& tool, const Arguments& arguments) {
     const Chip chip = chip_at(arguments.chip);
     const bool done = chip.is_cdcm ? cdcm6208_out_config(chip.dev, cdcm6208_reg_list[chip.dev]) == 1
                                    : idt6965_init(chip.dev) == 1;
     if (!done) {
-        return failed("init", chip);
+        return failed(tool, "init", chip);
     }
     tool.output().print({{"chip", chip.place}, {"kind", chip.name}}, "");
     return kExitDone;
 }
 
-int run_set(Tool& tool, const ClockArguments& arguments) {
+int run_set(Tool& tool, const Arguments& arguments) {
     const Chip chip = chip_at(arguments.chip);
     if (chip.is_cdcm && (arguments.output < 4 || arguments.output > 7)) {
-        fmt::print(stderr, "halctl: clock set {}: only outputs 4 to 7 can be set\n", chip.title());
-        return kExitFailure;
+        return tool.failed("clock set " + chip.title(), "only outputs 4 to 7 can be set");
     }
     const bool done =
         chip.is_cdcm
@@ -104,9 +105,9 @@ int run_set(Tool& tool, const ClockArguments& arguments) {
             : idt6965_out_freq_config(chip.dev, arguments.output,
                                       static_cast<std::uint32_t>(arguments.frequency)) == 1;
     if (!done) {
-        fmt::print(stderr, "halctl: clock set {}: output {} cannot give {} Hz\n", chip.title(),
-                   arguments.output, arguments.frequency);
-        return kExitFailure;
+        return tool.failed(
+            "clock set " + chip.title(),
+            fmt::format("output {} cannot give {} Hz", arguments.output, arguments.frequency));
     }
     tool.output().print(
         {{"chip", chip.place}, {"output", arguments.output}, {"frequency", arguments.frequency}},
@@ -114,16 +115,16 @@ int run_set(Tool& tool, const ClockArguments& arguments) {
     return kExitDone;
 }
 
-int run_trim(Tool& tool, const ClockArguments& arguments) {
+int run_trim(Tool& tool, const Arguments& arguments) {
     const Chip chip = chip_at(arguments.chip);
     if (chip.is_cdcm) {
-        return cannot("trim", chip);
+        return cannot(tool, "trim", chip);
     }
     // A larger divider is a lower frequency.
     const std::uint8_t direction = arguments.word == "down" ? 1 : 0;
     for (unsigned step = 0; step < arguments.steps; ++step) {
         if (idt6965_change_out_freq(chip.dev, arguments.output, direction) != 1) {
-            return failed("trim", chip);
+            return failed(tool, "trim", chip);
         }
     }
     tool.output().print({{"chip", chip.place},
@@ -134,13 +135,13 @@ int run_trim(Tool& tool, const ClockArguments& arguments) {
     return kExitDone;
 }
 
-int run_enable(Tool& tool, const ClockArguments& arguments) {
+int run_enable(Tool& tool, const Arguments& arguments) {
     const Chip chip = chip_at(arguments.chip);
     if (chip.is_cdcm) {
-        return cannot("enable", chip);
+        return cannot(tool, "enable", chip);
     }
     if (idt6965_port_ctrl(chip.dev, arguments.output, arguments.word == "on" ? 1 : 0) != 1) {
-        return failed("enable", chip);
+        return failed(tool, "enable", chip);
     }
     tool.output().print(
         {{"chip", chip.place}, {"output", arguments.output}, {"enabled", arguments.word == "on"}},
@@ -148,71 +149,52 @@ int run_enable(Tool& tool, const ClockArguments& arguments) {
     return kExitDone;
 }
 
-using Arguments = std::shared_ptr<ClockArguments>;
-
-Arguments add_chip(CLI::App& command, Tool& tool, int (*run)(Tool&, const ClockArguments&)) {
-    auto arguments = std::make_shared<ClockArguments>();
-    command.add_option("CHIP", arguments->chip, "Number of the chip in `halctl clock list`")
-        ->required()
-        ->check(CLI::Range(0, HAL_CLOCK_CHIPS - 1));
-    tool.on_run(command, [&tool, arguments, run] {
+std::shared_ptr<Arguments> add_chip(Command& command, Tool& tool,
+                                    int (*run)(Tool&, const Arguments&)) {
+    auto arguments = std::make_shared<Arguments>();
+    command.number("CHIP", arguments->chip, "Its number in `halctl clock list`", 0U,
+                   HAL_CLOCK_CHIPS - 1U);
+    command.on_run([&tool, arguments, run] {
         clock_glue_install();
         return run(tool, *arguments);
     });
     return arguments;
 }
 
-void add_output(CLI::App& command, ClockArguments& arguments, int highest) {
-    command.add_option("OUTPUT", arguments.output, "Number of the output")
-        ->required()
-        ->check(CLI::Range(0, highest));
-}
-
-void add_word(CLI::App& command, ClockArguments& arguments, const char* about,
-              std::vector<std::string> words) {
-    command.add_option("HOW", arguments.word, about)
-        ->required()
-        ->check(CLI::IsMember(std::move(words)));
-}
-
 } // namespace
+} // namespace clocks
 
-void add_clock(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("clock", "The board's clock chips");
-    group->require_subcommand(1);
-
-    CLI::App& list =
-        tool.add_command(*group, "list", "List the chips of the registry", "halctl clock list");
-    tool.on_run(list, [&tool] {
+void add_clock(Command& root, Tool& tool) {
+    constexpr char kOutputHelp[] = "Number of the output";
+    Command& group = root.group("clock", "The board's clock chips");
+    Command& list = group.verb("list", "List the chips of the registry", "halctl clock list");
+    list.on_run([&tool] {
         clock_glue_install();
-        return run_list(tool);
+        return clocks::run_list(tool);
     });
 
-    add_chip(tool.add_command(*group, "init", "Bring a chip up with the board's settings",
-                              "halctl clock init 0"),
-             tool, run_init);
+    clocks::add_chip(
+        group.verb("init", "Bring a chip up with the board's settings", "halctl clock init 0"),
+        tool, clocks::run_init);
 
-    CLI::App& set = tool.add_command(*group, "set", "Set the frequency of an output",
-                                     "halctl clock set 2 1 148500000");
-    const Arguments set_arguments = add_chip(set, tool, run_set);
-    add_output(set, *set_arguments, 7);
-    set.add_option("HERTZ", set_arguments->frequency, "The frequency in Hz")
-        ->required()
-        ->check(CLI::Range(1.0, 4e9));
+    Command& set =
+        group.verb("set", "Set the frequency of an output", "halctl clock set 2 1 148500000");
+    const auto set_arguments = clocks::add_chip(set, tool, clocks::run_set);
+    set.number("OUTPUT", set_arguments->output, kOutputHelp, 0U, 7U);
+    set.real("HERTZ", set_arguments->frequency, "The frequency in Hz", 1, 4e9);
 
-    CLI::App& trim =
-        tool.add_command(*group, "trim", "Move an output's frequency by the finest step",
-                         "halctl clock trim 2 1 up --steps 3");
-    const Arguments trim_arguments = add_chip(trim, tool, run_trim);
-    add_output(trim, *trim_arguments, 4);
-    add_word(trim, *trim_arguments, "up or down", {"up", "down"});
-    trim.add_option("--steps", trim_arguments->steps, "How many steps")->check(CLI::Range(1, 1000));
+    Command& trim = group.verb("trim", "Move an output's frequency by the finest step",
+                               "halctl clock trim 2 1 up --steps 3");
+    const auto trim_arguments = clocks::add_chip(trim, tool, clocks::run_trim);
+    trim.number("OUTPUT", trim_arguments->output, kOutputHelp, 0U, 4U);
+    trim.word("HOW", trim_arguments->word, "", {"up", "down"});
+    trim.number("--steps NUMBER", trim_arguments->steps, "How many steps", 1U, 1000U);
 
-    CLI::App& enable = tool.add_command(*group, "enable", "Switch an output on or off",
-                                        "halctl clock enable 2 1 off");
-    const Arguments enable_arguments = add_chip(enable, tool, run_enable);
-    add_output(enable, *enable_arguments, 4);
-    add_word(enable, *enable_arguments, "on or off", {"on", "off"});
+    Command& enable =
+        group.verb("enable", "Switch an output on or off", "halctl clock enable 2 1 off");
+    const auto enable_arguments = clocks::add_chip(enable, tool, clocks::run_enable);
+    enable.number("OUTPUT", enable_arguments->output, kOutputHelp, 0U, 4U);
+    enable.word("STATE", enable_arguments->word, "", {"on", "off"});
 }
 
 } // namespace halctl

@@ -1,6 +1,8 @@
 // halctl genlock: the controller on a simulated output, and what the generator tells.
 #include "commands/commands.h"
 
+#include <hal_bsp/genlock.h>
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/ioctl.h>
@@ -14,6 +16,7 @@
 
 namespace halctl {
 
+namespace genlock {
 namespace {
 
 constexpr double kPeriodTimesRate = 1e11; // ns times 1/100 Hz
@@ -24,7 +27,7 @@ struct Raster {
     std::uint16_t v_total = 1125;
 };
 
-struct GenlockArguments {
+struct Arguments {
     double rate = 60;
     std::string raster = "2200x1125";
     double offset_ppm = 20;
@@ -46,21 +49,20 @@ Raster raster_of(const std::string& text) {
     return second_error == std::errc{} && last == end ? raster : Raster{0, 0};
 }
 
-CLI::Validator is_raster() {
-    return {[](const std::string& text) {
-                const Raster raster = raster_of(text);
-                const bool good = raster.h_total != 0 && raster.v_total != 0;
-                return good ? "" : "\"" + text + "\" is no raster: PIXELSxLINES, each 1 to 65535";
-            },
-            "PIXELSxLINES"};
+constexpr char kRaster[] = "PIXELSxLINES, each from 1 to 65535";
+
+Complaint check_raster(const std::string& text) {
+    const Raster raster = raster_of(text);
+    const bool good = raster.h_total != 0 && raster.v_total != 0;
+    return good ? "" : fmt::format("{} is not {}", quoted(text), kRaster);
 }
 
 // --- simulate ---
 
 // An output whose oscillator is off by so much; its frames are late by what they are started late.
-class Output {
+class VideoOutput {
   public:
-    explicit Output(const GenlockArguments& arguments)
+    explicit VideoOutput(const Arguments& arguments)
         : pixels_(static_cast<double>(raster_of(arguments.raster).h_total) *
                   raster_of(arguments.raster).v_total),
           factor_(1 + arguments.offset_ppm * 1e-6),
@@ -94,18 +96,17 @@ void print_step(Tool& tool, unsigned step, double now_ns, const gen_sys_param& p
                                     p.clk_next));
 }
 
-int run_simulate(Tool& tool, const GenlockArguments& arguments) {
+int run_simulate(Tool& tool, const Arguments& arguments) {
     gen_sys_param p{};
     p.refvs_x100 = p.outvs_x100 = static_cast<std::uint16_t>(std::lround(arguments.rate * 100));
     p.h_total = raster_of(arguments.raster).h_total;
     p.v_total = raster_of(arguments.raster).v_total;
     genlock_switch_on(&p);
     if (p.clk_next == 0) {
-        fmt::print(stderr, "halctl: genlock simulate: a pixel clock below 1 Hz\n");
-        return kExitFailure;
+        return tool.failed("genlock simulate", "a pixel clock below 1 Hz");
     }
     p.gen_state = HAL_GENLOCK_ADJ;
-    Output output(arguments);
+    VideoOutput output(arguments);
     for (unsigned step = 1; step <= arguments.steps; ++step) {
         output.run(p.clk_cur);
         const auto stamp = static_cast<std::uint64_t>(std::llround(output.now_ns()));
@@ -116,9 +117,8 @@ int run_simulate(Tool& tool, const GenlockArguments& arguments) {
         }
     }
     if (p.gen_state != HAL_GENLOCK_LOCK) {
-        fmt::print(stderr, "halctl: genlock simulate: not locked after {} steps\n",
-                   arguments.steps);
-        return kExitFailure;
+        return tool.failed("genlock simulate",
+                           fmt::format("not locked after {} steps", arguments.steps));
     }
     return kExitDone;
 }
@@ -177,16 +177,13 @@ class Generator {
     int fd_;
 };
 
-int run_status(Tool& tool, const GenlockArguments& arguments) {
-    errno = 0;
+int run_status(Tool& tool, const Arguments& arguments) {
     const Generator generator(arguments.node);
     std::uint32_t clock_hz = 0;
     gen_timestamp stamps{};
     if (!generator.ask(HAL_GEN_GET_CLKRATE, clock_hz) ||
         !generator.ask(HAL_GEN_GET_TIMESTAMP, stamps)) {
-        const int error = errno;
-        const std::array nodes = {arguments.node};
-        return Tool::refused("genlock status", nodes, error);
+        return tool.failed({"genlock status", {arguments.node}});
     }
     const Frames frames = frames_of(stamps);
     if (frames.intervals == 0) {
@@ -207,40 +204,31 @@ int run_status(Tool& tool, const GenlockArguments& arguments) {
 }
 
 } // namespace
+} // namespace genlock
 
-void add_genlock(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("genlock", "Genlock of the video output");
-    group->require_subcommand(1);
-    auto arguments = std::make_shared<GenlockArguments>();
+void add_genlock(Command& root, Tool& tool) {
+    Command& group = root.group("genlock", "Genlock of the video output");
+    auto arguments = std::make_shared<genlock::Arguments>();
 
-    CLI::App& simulate =
-        tool.add_command(*group, "simulate", "Run the controller on a simulated output",
-                         "halctl genlock simulate --rate 59.94 --raster 2200x1125 --steps 400");
-    simulate.add_option("--rate", arguments->rate, "Reference frame rate, Hz")
-        ->check(CLI::Range(0.01, 655.35))
-        ->capture_default_str();
-    simulate.add_option("--raster", arguments->raster, "The output's raster, blanking included")
-        ->check(is_raster())
-        ->capture_default_str();
-    simulate.add_option("--offset", arguments->offset_ppm, "Error of the output's clock, ppm")
-        ->check(CLI::Range(-10000.0, 10000.0))
-        ->capture_default_str();
-    simulate.add_option("--phase", arguments->phase_us, "How late the output starts, us")
-        ->check(CLI::Range(0.0, 1e6))
-        ->capture_default_str();
-    simulate.add_option("--steps", arguments->steps, "How many steps of five frames")
-        ->check(CLI::Range(1, 10'000'000))
-        ->capture_default_str();
-    simulate.add_option("--every", arguments->every, "Print each so many steps")
-        ->check(CLI::Range(1, 10'000'000))
-        ->capture_default_str();
-    tool.on_run(simulate, [&tool, arguments] { return run_simulate(tool, *arguments); });
+    Command& simulate =
+        group.verb("simulate", "Run the controller on a simulated output",
+                   "halctl genlock simulate --rate 59.94 --raster 2200x1125 --steps 400");
+    simulate.real("--rate HERTZ", arguments->rate, "Reference frame rate", 0.01, 655.35);
+    simulate.text("--raster RASTER", arguments->raster, "The output's, blanking included",
+                  genlock::kRaster, genlock::check_raster);
+    simulate.real("--offset PPM", arguments->offset_ppm, "Error of the output's clock", -10000,
+                  10000);
+    simulate.real("--phase US", arguments->phase_us, "How many microseconds late it starts", 0,
+                  1e6);
+    simulate.number("--steps STEPS", arguments->steps, "How many steps of five frames", 1U,
+                    10'000'000U);
+    simulate.number("--every STEPS", arguments->every, "Print each so many", 1U, 10'000'000U);
+    simulate.on_run([&tool, arguments] { return genlock::run_simulate(tool, *arguments); });
 
-    CLI::App& status = tool.add_command(*group, "status", "Print the generator's clock and frames",
-                                        "halctl genlock status");
-    status.add_option("--node", arguments->node, "The video-timing generator")
-        ->capture_default_str();
-    tool.on_run(status, [&tool, arguments] { return run_status(tool, *arguments); });
+    Command& status =
+        group.verb("status", "Print the generator's clock and frames", "halctl genlock status");
+    status.text("--node NODE", arguments->node, "The video-timing generator");
+    status.on_run([&tool, arguments] { return genlock::run_status(tool, *arguments); });
 }
 
 } // namespace halctl

@@ -2,6 +2,8 @@
 #include "commands/gpio.h"
 #include "commands/commands.h"
 
+#include <hal_bsp/gpio.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 
 namespace halctl {
 
+namespace gpio {
 namespace {
 
 // The driver's kinds of trigger, by their numbers.
@@ -32,8 +35,12 @@ struct ConfigArguments {
 
 struct LineArguments {
     std::uint32_t line = 0;
-    std::uint32_t value = 0;
+    std::uint32_t level = 0;
 };
+
+int failed(const Tool& tool, const char* what, std::uint32_t line) {
+    return tool.failed({fmt::format("gpio {} {}", what, line), {kNode}, kHints});
+}
 
 int run_config(Tool& tool, const ConfigArguments& arguments) {
     const auto* trigger = std::find(kTriggers.begin(), kTriggers.end(), arguments.trigger);
@@ -44,7 +51,7 @@ int run_config(Tool& tool, const ConfigArguments& arguments) {
     cfg.trig = static_cast<std::uint32_t>(trigger - kTriggers.begin());
     cfg.param = arguments.param;
     if (hal_gpio_config(&cfg) < 0) {
-        return tool.failed(fmt::format("gpio config {}", arguments.line), kGpioNode, kHints);
+        return failed(tool, "config", arguments.line);
     }
     tool.output().print({{"line", arguments.line},
                          {"direction", arguments.output ? "out" : "in"},
@@ -56,17 +63,17 @@ int run_config(Tool& tool, const ConfigArguments& arguments) {
 }
 
 int run_set(Tool& tool, const LineArguments& arguments) {
-    if (hal_gpio_set_value(arguments.line, arguments.value) < 0) {
-        return tool.failed(fmt::format("gpio set {}", arguments.line), kGpioNode, kHints);
+    if (hal_gpio_set_value(arguments.line, arguments.level) < 0) {
+        return failed(tool, "set", arguments.line);
     }
-    tool.output().print({{"line", arguments.line}, {"value", arguments.value}}, "");
+    tool.output().print({{"line", arguments.line}, {"value", arguments.level}}, "");
     return kExitDone;
 }
 
 int run_get(Tool& tool, const LineArguments& arguments) {
     const std::int32_t value = hal_gpio_get_value(arguments.line);
     if (value != 0 && value != 1) { // -1 and 2 are failures; a level is nothing else
-        return tool.failed(fmt::format("gpio get {}", arguments.line), kGpioNode, kHints);
+        return failed(tool, "get", arguments.line);
     }
     tool.output().print({{"line", arguments.line}, {"value", value}}, std::to_string(value));
     return kExitDone;
@@ -74,51 +81,52 @@ int run_get(Tool& tool, const LineArguments& arguments) {
 
 int run_release(Tool& tool, const LineArguments& arguments) {
     if (hal_gpio_deconfig(arguments.line) < 0) {
-        return tool.failed(fmt::format("gpio release {}", arguments.line), kGpioNode, kHints);
+        return failed(tool, "release", arguments.line);
     }
     tool.output().print({{"line", arguments.line}}, "");
     return kExitDone;
 }
 
-void add_config(CLI::App& group, Tool& tool) {
+void add_config(Command& group, Tool& tool) {
     auto arguments = std::make_shared<ConfigArguments>();
-    CLI::App& command =
-        tool.add_command(group, "config", "Configure a line: direction, edges, label",
-                         "halctl gpio config 7 --in --trigger both --name button");
-    command.add_option("LINE", arguments->line, kLineHelp)->required();
-    CLI::Option* in = command.add_flag("--in", arguments->input, "An input, as if nothing is said");
-    command.add_flag("--out", arguments->output, "An output")->excludes(in);
-    command.add_option("--trigger", arguments->trigger, "The edges of an input that are reported")
-        ->check(CLI::IsMember(std::vector<std::string>(kTriggers.begin(), kTriggers.end())));
-    command.add_option("--name", arguments->name, "Label of up to 30 characters");
-    command.add_option("--param", arguments->param, "Given to the driver as it is");
-    tool.on_run(command, [&tool, arguments] { return run_config(tool, *arguments); });
+    Command& command = group.verb("config", "Configure a line: direction, edges, label",
+                                  "halctl gpio config 7 --in --trigger both --name button");
+    command.number("LINE", arguments->line, kLineHelp);
+    command.flag("--in", arguments->input, "An input, as if nothing is said");
+    command.flag("--out", arguments->output, "An output");
+    command.word("--trigger EDGES", arguments->trigger, "The edges of an input that are reported",
+                 std::vector<std::string>(kTriggers.begin(), kTriggers.end()));
+    command.text("--name LABEL", arguments->name, "Label of up to 30 characters")
+        .otherwise("the driver's own");
+    command.number("--param NUMBER", arguments->param, "Given to the driver as it is");
+    command.check([arguments]() -> Complaint {
+        return arguments->input && arguments->output ? "a line is --in or --out, not both" : "";
+    });
+    command.on_run([&tool, arguments] { return run_config(tool, *arguments); });
 }
 
-using RunLine = int (*)(Tool&, const LineArguments&);
-
-std::shared_ptr<LineArguments> add_line(CLI::App& command, Tool& tool, RunLine run) {
+std::shared_ptr<LineArguments> add_line(Command& command, Tool& tool,
+                                        int (*run)(Tool&, const LineArguments&)) {
     auto arguments = std::make_shared<LineArguments>();
-    command.add_option("LINE", arguments->line, kLineHelp)->required();
-    tool.on_run(command, [&tool, arguments, run] { return run(tool, *arguments); });
+    command.number("LINE", arguments->line, kLineHelp);
+    command.on_run([&tool, arguments, run] { return run(tool, *arguments); });
     return arguments;
 }
 
 } // namespace
+} // namespace gpio
 
-void add_gpio(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("gpio", "Lines of the GPIO driver, /dev/drvgpio");
-    group->require_subcommand(1);
-    add_config(*group, tool);
-    CLI::App& set =
-        tool.add_command(*group, "set", "Drive an output to a level", "halctl gpio set 8 1");
-    const auto set_arguments = add_line(set, tool, run_set);
-    set.add_option("LEVEL", set_arguments->value, "0 or 1")->required()->check(CLI::Range(0, 1));
-    add_line(tool.add_command(*group, "get", "Print a line's level", "halctl gpio get 7"), tool,
-             run_get);
-    add_line(tool.add_command(*group, "release", "Give a line back", "halctl gpio release 7"), tool,
-             run_release);
-    add_gpio_watch(*group, tool);
+void add_gpio(Command& root, Tool& tool) {
+    Command& group = root.group("gpio", "Lines of the GPIO driver, /dev/drvgpio");
+    gpio::add_config(group, tool);
+    Command& set = group.verb("set", "Drive an output to a level", "halctl gpio set 8 1");
+    const auto arguments = gpio::add_line(set, tool, gpio::run_set);
+    set.number("LEVEL", arguments->level, "", 0U, 1U);
+    gpio::add_line(group.verb("get", "Print a line's level", "halctl gpio get 7"), tool,
+                   gpio::run_get);
+    gpio::add_line(group.verb("release", "Give a line back", "halctl gpio release 7"), tool,
+                   gpio::run_release);
+    gpio::add_watch(group, tool);
 }
 
 } // namespace halctl

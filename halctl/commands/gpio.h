@@ -5,11 +5,11 @@
 
 #include <cstdint>
 
-namespace halctl {
+namespace halctl::gpio {
 
-inline constexpr char kGpioNode[] = "/dev/drvgpio";
+inline constexpr char kNode[] = "/dev/drvgpio";
 inline constexpr char kLineHelp[] = "Number of the line, as the driver counts";
 
-void add_gpio_watch(CLI::App& group, Tool& tool);
+void add_watch(Command& group, Tool& tool);
 
-} // namespace halctl
+} // namespace halctl::gpio

@@ -2,6 +2,8 @@
 #include "commands/gpio.h"
 #include "watch_command.h"
 
+#include <hal_bsp/gpio.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,11 +12,9 @@
 #include <memory>
 #include <vector>
 
-namespace halctl {
+namespace halctl::gpio {
 
 namespace {
-
-using std::chrono::system_clock;
 
 struct Edge {
     EventTime time;
@@ -28,17 +28,17 @@ struct WatchArguments {
 };
 
 // The library's callback carries no data of ours.
-constinit std::atomic<Watch<Edge>*> current{nullptr};
+constinit std::atomic<Watch<Edge>*> edges{nullptr};
 
 void on_edge(hal_gpio_event* event) {
-    current.load()->post({system_clock::now(), event->gpio, event->value});
+    edges.load()->post({std::chrono::system_clock::now(), event->gpio, event->value});
 }
 
 // The library's listener, from here until the end of the scope.
 class Listening {
   public:
     explicit Listening(Watch<Edge>& watch) {
-        current = &watch;
+        edges = &watch;
         result_ = hal_gpio_init(on_edge);
     }
     ~Listening() { hal_gpio_deinit(); }
@@ -58,32 +58,32 @@ int run_watch(Tool& tool, const WatchArguments& arguments) {
     Watch<Edge> watch;
     const Listening listening(watch);
     if (!listening) {
-        return tool.failed("gpio watch", kGpioNode);
+        return tool.failed({"gpio watch", {kNode}});
     }
     tool.library_log().show_errors();
-    unsigned seen = 0;
-    const WatchEnd end = watch.run(arguments.limits, [&](const Edge& edge) {
+    WatchReport report;
+    report.end = watch.run(arguments.limits, [&](const Edge& edge) {
         if (!is_wanted(arguments.lines, edge.line)) {
             return false;
         }
         print_event(tool.output(), edge.time, {{"line", edge.line}, {"value", edge.value}},
                     fmt::format("line {}  {}", edge.line, edge.value));
-        ++seen;
+        ++report.seen;
         return true;
     });
-    return end_of_watch("gpio watch", arguments.limits, end, seen, watch.lost());
+    report.lost = watch.lost();
+    return end_of_watch(tool, "gpio watch", arguments.limits, report);
 }
 
 } // namespace
 
-void add_gpio_watch(CLI::App& group, Tool& tool) {
+void add_watch(Command& group, Tool& tool) {
     auto arguments = std::make_shared<WatchArguments>();
-    CLI::App& command =
-        tool.add_command(group, "watch", "Print each edge as it comes: time, line, value",
-                         "halctl gpio watch 7 --count 2 --timeout 10");
-    command.add_option("LINE", arguments->lines, "Only these lines; all if none is said");
+    Command& command = group.verb("watch", "Print each edge as it comes: time, line, value",
+                                  "halctl gpio watch 7 --count 2 --timeout 10");
+    command.numbers("[LINE...]", arguments->lines, "Only these lines").otherwise("all lines");
     add_limits(command, arguments->limits);
-    tool.on_run(command, [&tool, arguments] { return run_watch(tool, *arguments); });
+    command.on_run([&tool, arguments] { return run_watch(tool, *arguments); });
 }
 
-} // namespace halctl
+} // namespace halctl::gpio

@@ -2,21 +2,25 @@
 #include "commands/commands.h"
 #include "hex.h"
 
-#include <fmt/format.h>
+#include <hal_bsp/i2c.h>
 
-#include <array>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 
 namespace halctl {
 
+namespace i2c {
 namespace {
 
-struct I2cArguments {
+struct Arguments {
     std::uint8_t bus = 0;
     std::uint8_t address = 0;
-    std::string reg;
-    std::string data;
+    Bytes reg;
+    Bytes data;
     std::uint16_t length = 1;
 };
 
@@ -28,53 +32,52 @@ std::uint8_t on_bus(unsigned address) {
     return static_cast<std::uint8_t>(address << 1);
 }
 
-int failed(const std::string& what, unsigned bus, int error) {
-    const std::array nodes = {fmt::format("/dev/i2c-{}", bus), fmt::format("/dev/i2c/{}", bus)};
-    return Tool::refused(what, nodes, error);
+// The two patterns that the library tries.
+std::vector<std::string> nodes_of(unsigned bus) {
+    return {fmt::format("/dev/i2c-{}", bus), fmt::format("/dev/i2c/{}", bus)};
 }
 
-int failed(const char* what, const I2cArguments& arguments, int error) {
-    return failed(fmt::format("i2c {} {} {:#04x}", what, arguments.bus, arguments.address),
-                  arguments.bus, error);
+int failed(const Tool& tool, const char* what, const Arguments& arguments) {
+    return tool.failed({fmt::format("i2c {} {} {:#04x}", what, arguments.bus, arguments.address),
+                        nodes_of(arguments.bus)});
 }
 
-int run_read(Tool& tool, const I2cArguments& arguments) {
-    const Bytes reg = from_hex(arguments.reg);
+Json json_of(const Arguments& arguments, const Bytes& data) {
+    return {{"bus", arguments.bus},
+            {"address", arguments.address},
+            {"register", to_hex(arguments.reg)},
+            {"data", to_hex(data)}};
+}
+
+int run_read(Tool& tool, const Arguments& arguments) {
     Bytes data(arguments.length);
-    errno = 0;
-    if (i2c_readnumbytes(arguments.bus, on_bus(arguments.address), reg.data(),
-                         static_cast<std::uint16_t>(reg.size()), data.data(),
+    if (i2c_readnumbytes(arguments.bus, on_bus(arguments.address), arguments.reg.data(),
+                         static_cast<std::uint16_t>(arguments.reg.size()), data.data(),
                          arguments.length) != 0) {
-        return failed("read", arguments, errno);
+        return failed(tool, "read", arguments);
     }
-    tool.output().print({{"bus", arguments.bus},
-                         {"address", arguments.address},
-                         {"register", arguments.reg},
-                         {"data", to_hex(data)}},
-                        to_hex(data));
+    tool.output().print(json_of(arguments, data), to_hex(data));
     return kExitDone;
 }
 
-int run_write(Tool& tool, const I2cArguments& arguments) {
-    const Bytes reg = from_hex(arguments.reg);
-    const Bytes data = from_hex(arguments.data);
-    errno = 0;
-    if (i2c_writenumbytes(arguments.bus, on_bus(arguments.address), reg.data(),
-                          static_cast<std::uint16_t>(reg.size()), data.data(),
-                          static_cast<std::uint16_t>(data.size())) != 0) {
-        return failed("write", arguments, errno);
+int run_write(Tool& tool, const Arguments& arguments) {
+    if (i2c_writenumbytes(arguments.bus, on_bus(arguments.address), arguments.reg.data(),
+                          static_cast<std::uint16_t>(arguments.reg.size()), arguments.data.data(),
+                          static_cast<std::uint16_t>(arguments.data.size())) != 0) {
+        return failed(tool, "write", arguments);
     }
-    tool.output().print({{"bus", arguments.bus},
-                         {"address", arguments.address},
-                         {"register", arguments.reg},
-                         {"data", to_hex(data)}},
-                        "");
+    tool.output().print(json_of(arguments, arguments.data), "");
     return kExitDone;
 }
 
-// Every address is asked for one byte. An answer of any kind counts; a bus that does not exist
-// shows at the first.
-int run_scan(Tool& tool, const I2cArguments& arguments) {
+// What a failed transfer says of the bus and not of the address: its node cannot be opened.
+bool is_of_the_bus(int error) {
+    return error == ENOENT || error == EACCES || error == ENODEV;
+}
+
+// Every address is asked for one byte. Adapters have several words for silence (ENXIO, EREMOTEIO,
+// ETIMEDOUT, EIO): none of them ends the scan.
+int run_scan(Tool& tool, const Arguments& arguments) {
     Json found = Json::array();
     std::string text;
     for (unsigned address = kFirstAddress; address <= kLastAddress; ++address) {
@@ -84,8 +87,9 @@ int run_scan(Tool& tool, const I2cArguments& arguments) {
         if (i2c_readnumbytes(arguments.bus, on_bus(address), &reg, 1, &data, 1) == 0) {
             found.push_back(address);
             text += fmt::format("{}0x{:02x}", text.empty() ? "" : " ", address);
-        } else if (errno != ENXIO && errno != EREMOTEIO) {
-            return failed(fmt::format("i2c scan {}", arguments.bus), arguments.bus, errno);
+        } else if (is_of_the_bus(errno)) {
+            return tool.failed(
+                {fmt::format("i2c scan {}", arguments.bus), nodes_of(arguments.bus)});
         }
     }
     tool.output().print({{"bus", arguments.bus}, {"addresses", found}},
@@ -93,44 +97,37 @@ int run_scan(Tool& tool, const I2cArguments& arguments) {
     return kExitDone;
 }
 
-void add_chip(CLI::App& command, I2cArguments& arguments) {
-    command.add_option("BUS", arguments.bus, "Number of the bus")->required();
-    command.add_option("ADDRESS", arguments.address, "The chip's 7-bit address, as 0x54")
-        ->required()
-        ->check(CLI::Range(0, 0x7F));
-    command
-        .add_option("REGISTER", arguments.reg,
-                    "Register, one or two bytes in the order they are sent")
-        ->required()
-        ->check(is_hex(1, 2));
+void add_chip(Command& command, Arguments& arguments) {
+    command.number("BUS", arguments.bus, "Number of the bus");
+    command.number<std::uint8_t>("ADDRESS", arguments.address, "The chip's 7-bit address, as 0x54",
+                                 0, 0x7F);
+    command.hex("REGISTER", arguments.reg, "The register, in the order its bytes are sent", 1, 2);
 }
 
 } // namespace
+} // namespace i2c
 
-void add_i2c(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("i2c", "Chips on the I2C buses, /dev/i2c-N");
-    group->require_subcommand(1);
-    auto arguments = std::make_shared<I2cArguments>();
+void add_i2c(Command& root, Tool& tool) {
+    Command& group = root.group("i2c", "Chips on the I2C buses, /dev/i2c-N");
+    auto arguments = std::make_shared<i2c::Arguments>();
 
-    CLI::App& read = tool.add_command(*group, "read", "Print registers of a chip as hex digits",
-                                      "halctl i2c read 2 0x54 0000 2");
-    add_chip(read, *arguments);
-    read.add_option("LENGTH", arguments->length, "How many bytes")->check(CLI::Range(1, 8192));
-    tool.on_run(read, [&tool, arguments] { return run_read(tool, *arguments); });
+    Command& read = group.verb("read", "Print registers of a chip as hex digits",
+                               "halctl i2c read 2 0x54 0000 2");
+    i2c::add_chip(read, *arguments);
+    read.number<std::uint16_t>("[LENGTH]", arguments->length, "How many bytes", 1, 8192);
+    read.on_run([&tool, arguments] { return i2c::run_read(tool, *arguments); });
 
-    CLI::App& write = tool.add_command(*group, "write", "Write registers of a chip",
-                                       "halctl i2c write 2 0x54 0004 20ef");
-    add_chip(write, *arguments);
-    write.add_option("DATA", arguments->data, "The bytes, as hex digits")
-        ->required()
-        ->check(is_hex(1, 1024));
-    tool.on_run(write, [&tool, arguments] { return run_write(tool, *arguments); });
+    Command& write =
+        group.verb("write", "Write registers of a chip", "halctl i2c write 2 0x54 0004 20ef");
+    i2c::add_chip(write, *arguments);
+    write.hex("DATA", arguments->data, "What is written", 1, 1024);
+    write.on_run([&tool, arguments] { return i2c::run_write(tool, *arguments); });
 
-    CLI::App& scan = tool.add_command(
-        *group, "scan", "List the addresses that answer (reads register 0 of every chip)",
-        "halctl i2c scan 2");
-    scan.add_option("BUS", arguments->bus, "Number of the bus")->required();
-    tool.on_run(scan, [&tool, arguments] { return run_scan(tool, *arguments); });
+    Command& scan =
+        group.verb("scan", "List the addresses that answer (reads register 0 of every chip)",
+                   "halctl i2c scan 2");
+    scan.number("BUS", arguments->bus, "Number of the bus");
+    scan.on_run([&tool, arguments] { return i2c::run_scan(tool, *arguments); });
 }
 
 } // namespace halctl

@@ -2,18 +2,17 @@
 #include "commands/commands.h"
 #include "watch_command.h"
 
+#include <hal_bsp/keypad.h>
+
 #include <fmt/format.h>
 
-#include <array>
 #include <atomic>
-#include <cerrno>
 #include <memory>
 
 namespace halctl {
 
+namespace keys {
 namespace {
-
-constexpr char kNode[] = "/dev/keypad";
 
 struct KeyEvent {
     EventTime time;
@@ -21,23 +20,21 @@ struct KeyEvent {
 };
 
 // The library's callback carries no data of ours.
-constinit std::atomic<Watch<KeyEvent>*> current{nullptr};
+constinit std::atomic<Watch<KeyEvent>*> presses{nullptr};
 
 void on_key(keypad_event* event) {
-    current.load()->post({std::chrono::system_clock::now(), *event});
+    presses.load()->post({std::chrono::system_clock::now(), *event});
 }
 
 int run_watch(Tool& tool, const WatchLimits& limits) {
     // It is there to the end: the library's thread may be about to call when listening has ended.
     static auto& watch = *new Watch<KeyEvent>;
-    current = &watch;
-    errno = 0;
+    presses = &watch;
     if (hal_keypad_init_v2(on_key) != 0) {
-        const std::array nodes = {std::string(kNode)};
-        return Tool::refused("keys watch", nodes, errno);
+        return tool.failed({"keys watch", {"/dev/keypad"}});
     }
-    unsigned seen = 0;
-    const WatchEnd end = watch.run(limits, [&](const KeyEvent& event) {
+    WatchReport report;
+    report.end = watch.run(limits, [&](const KeyEvent& event) {
         const keypad_event& key = event.key;
         print_event(tool.output(), event.time,
                     {{"key", key.value0},
@@ -45,23 +42,24 @@ int run_watch(Tool& tool, const WatchLimits& limits) {
                      {"number", key.value8},
                      {"stamp", key.value12}},
                     fmt::format("key {}  {}", key.value0, key.value4));
-        ++seen;
+        ++report.seen;
         return true;
     });
     hal_keypad_deinit_v2();
-    return end_of_watch("keys watch", limits, end, seen, watch.lost());
+    report.lost = watch.lost();
+    return end_of_watch(tool, "keys watch", limits, report);
 }
 
 } // namespace
+} // namespace keys
 
-void add_keys(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("keys", "Keys of the front panel, /dev/keypad");
-    group->require_subcommand(1);
+void add_keys(Command& root, Tool& tool) {
+    Command& group = root.group("keys", "Keys of the front panel, /dev/keypad");
     auto limits = std::make_shared<WatchLimits>();
-    CLI::App& watch = tool.add_command(*group, "watch", "Print each key event as it comes",
-                                       "halctl keys watch --count 2 --timeout 10");
+    Command& watch = group.verb("watch", "Print each key event as it comes",
+                                "halctl keys watch --count 2 --timeout 10");
     add_limits(watch, *limits);
-    tool.on_run(watch, [&tool, limits] { return run_watch(tool, *limits); });
+    watch.on_run([&tool, limits] { return keys::run_watch(tool, *limits); });
 }
 
 } // namespace halctl

@@ -1,6 +1,7 @@
 // halctl link: whether an Ethernet adapter has a link, as each source of it says.
 #include "commands/commands.h"
-#include "repeat.h"
+#include "shell_word.h"
+#include "watch_command.h"
 
 #include <hal_bsp/ethlink.h>
 
@@ -12,11 +13,12 @@
 
 namespace halctl {
 
+namespace link {
 namespace {
 
-struct LinkArguments {
+struct Arguments {
     std::string interface;
-    RepeatOptions repeat;
+    SampleOptions sampling;
 };
 
 struct Source {
@@ -30,15 +32,6 @@ constexpr std::array kSources = {
     Source{HAL_ETHLINK_FILE, "file", "link-status file"},
     Source{HAL_ETHLINK_PHY, "phy", "PHY register"},
 };
-
-// What the kernel takes as a name, less what a shell would take for itself.
-std::string check_interface(const std::string& name) {
-    static constexpr char kPlain[] =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.";
-    const bool plain = !name.empty() && name.size() < 16 &&
-                       name.find_first_not_of(kPlain) == std::string::npos && name[0] != '-';
-    return plain ? "" : "a network interface's name is up to 15 letters, digits, '_', '-' and '.'";
-}
 
 // The table is the application's to change while nothing reads it.
 class EverySource {
@@ -73,12 +66,14 @@ const char* reason_of(std::int32_t result) {
     }
 }
 
-std::optional<Reading> take(const std::string& interface) {
+std::variant<Reading, int> take(const Tool& tool, const std::string& interface) {
     std::uint16_t status = 0;
     if (const std::int32_t result = hal_get_ethlink_status_byname(interface.c_str(), &status);
         result != 0) {
-        fmt::print(stderr, "halctl: link {}: {}\n", interface, reason_of(result));
-        return std::nullopt;
+        return tool.failed({.what = fmt::format("link {}", interface),
+                            .nodes = {"/sys/class/net/" + interface},
+                            .otherwise = reason_of(result),
+                            .error = 0});
     }
     Reading reading{{{"interface", interface}, {"status", status}},
                     fmt::format("{}: {}", interface, text_of(status))};
@@ -93,20 +88,31 @@ std::optional<Reading> take(const std::string& interface) {
     return reading;
 }
 
-} // namespace
+void add_interface(Command& command, std::string& interface) {
+    command.text("INTERFACE", interface, "Which", kInterfaceName, check_interface_name);
+}
 
-void add_link(CLI::App& app, Tool& tool) {
-    CLI::App& link = tool.add_command(
-        app, "link", "Print an Ethernet adapter's link: as the board reads it, then by each source",
-        "halctl link eth0");
-    auto arguments = std::make_shared<LinkArguments>();
-    link.add_option("INTERFACE", arguments->interface, "Its name, such as eth0")
-        ->required()
-        ->check(CLI::Validator(check_interface, "NAME"));
-    add_repeat(link, arguments->repeat);
-    tool.on_run(link, [&tool, arguments] {
-        return repeat(tool.output(), arguments->repeat,
-                      [arguments] { return take(arguments->interface); });
+} // namespace
+} // namespace link
+
+void add_link(Command& root, Tool& tool) {
+    Command& group = root.group("link", "Ethernet links: as the board reads them, then by each "
+                                        "source");
+    group.short_for("get");
+    auto arguments = std::make_shared<link::Arguments>();
+
+    Command& get = group.verb("get", "Print an adapter's link", "halctl link get eth0");
+    link::add_interface(get, arguments->interface);
+    get.on_run(
+        [&tool, arguments] { return print_reading(tool, link::take(tool, arguments->interface)); });
+
+    Command& watch = group.verb("watch", "Print an adapter's link as it changes",
+                                "halctl link watch eth0 --timeout 1");
+    link::add_interface(watch, arguments->interface);
+    add_sampling(watch, arguments->sampling);
+    watch.on_run([&tool, arguments] {
+        return watch_readings(tool, "link watch", arguments->sampling,
+                              [&] { return link::take(tool, arguments->interface); });
     });
 }
 

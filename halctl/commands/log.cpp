@@ -1,6 +1,8 @@
 // halctl log: one message to every sink of the library's log, and what became of it.
 #include "commands/commands.h"
 
+#include <hal_bsp/log.h>
+
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -13,12 +15,13 @@
 
 namespace halctl {
 
+namespace logging {
 namespace {
 
 constexpr std::array kLevels = {"trace", "debug", "info", "warn", "error", "fatal"};
 constexpr std::array kPriorities = {"debug", "debug", "info", "warning", "err", "emerg"};
 
-struct LogArguments {
+struct Arguments {
     std::string text;
     std::string level = "info";
     std::string path;
@@ -84,15 +87,14 @@ std::FILE* add_file(const std::string& path) {
     return file;
 }
 
-int run_log(Tool& tool, const LogArguments& arguments) {
+int run_log(Tool& tool, const Arguments& arguments) {
     static Probe own; // as the stream
     std::FILE* file = nullptr;
     if (!arguments.path.empty()) {
         file = add_file(arguments.path);
         if (file == nullptr) {
-            fmt::print(stderr, "halctl: log: cannot open {}: {}\n", arguments.path,
-                       std::strerror(errno));
-            return kExitFailure;
+            return tool.failed(
+                "log", fmt::format("cannot open {}: {}", arguments.path, std::strerror(errno)));
         }
     }
     const int level = number_of(arguments.level);
@@ -119,18 +121,19 @@ int run_log(Tool& tool, const LogArguments& arguments) {
 }
 
 } // namespace
+} // namespace logging
 
-void add_log(CLI::App& app, Tool& tool) {
-    auto arguments = std::make_shared<LogArguments>();
-    CLI::App& command = tool.add_command(
-        app, "log", "Send a message to every sink of the log, and say where it went",
-        "halctl log --level warn --file /tmp/board.log \"fan is slow\"");
-    command.add_option("MESSAGE", arguments->text, "What to log")->required();
-    command.add_option("--level", arguments->level, "How grave it is; info if not said")
-        ->check(CLI::IsMember(std::vector<std::string>(kLevels.begin(), kLevels.end()),
-                              CLI::ignore_case));
-    command.add_option("--file", arguments->path, "Add this file to the sinks");
-    tool.on_run(command, [&tool, arguments] { return run_log(tool, *arguments); });
+void add_log(Command& root, Tool& tool) {
+    auto arguments = std::make_shared<logging::Arguments>();
+    Command& command =
+        root.verb("log", "Send a message to every sink of the log, and say where it went",
+                  "halctl log --level warn --file /tmp/board.log \"fan is slow\"");
+    command.text("MESSAGE", arguments->text, "What to log");
+    command.word("--level LEVEL", arguments->level, "How grave it is",
+                 std::vector<std::string>(logging::kLevels.begin(), logging::kLevels.end()));
+    command.text("--file FILE", arguments->path, "Add this file to the sinks").otherwise("none");
+    command.on_run([&tool, arguments] { return logging::run_log(tool, *arguments); },
+                   LibraryPrints::shown);
 }
 
 } // namespace halctl

@@ -2,6 +2,9 @@
 #include "commands/commands.h"
 #include "shell_word.h"
 
+#include <hal_bsp/fwenv.h>
+#include <hal_bsp/sysconf.h>
+
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -15,6 +18,7 @@
 
 namespace halctl {
 
+namespace settings {
 namespace {
 
 using std::chrono::steady_clock;
@@ -25,6 +29,8 @@ struct Store {
     const char* about;
     const char* reader;
     const char* writer;
+    const char* needs;          // beside the programs, to find the store
+    const char* before_a_minus; // tells the writer that a value is no option; null: it knows no way
     std::int32_t (*get)(const char*, char*);
     std::int32_t (*set)(const char*, const char*);
     bool empty_is_unset;
@@ -35,6 +41,8 @@ constexpr Store kEnv{"env",
                      "The bootloader environment",
                      "/usr/bin/fw_printenv",
                      "/usr/bin/fw_setenv",
+                     "/etc/fw_env.config",
+                     "-- ",
                      hal_fw_printenv,
                      hal_fw_setenv,
                      true,
@@ -43,26 +51,27 @@ constexpr Store kConfig{"config",
                         "The system configuration",
                         "/usr/bin/sysconfig",
                         "/usr/bin/sysconfig",
+                        "/usr/bin/sysconfig",
+                        nullptr,
                         hal_sysconfig_get,
                         hal_sysconfig_set,
                         false,
                         0};
 
-struct SettingArguments {
+struct Arguments {
     std::string name;
     std::optional<std::string> value;
     double seconds = 0;
 };
 
-int failed(Tool& tool, const std::string& what, const char* program) {
-    if (access(program, X_OK) != 0) {
-        fmt::print(stderr, "halctl: {}: cannot run {}: {}\n", what, program, std::strerror(errno));
-        return kExitUnavailable;
+int failed(const Tool& tool, const Store& store, const std::string& what, const char* program) {
+    for (const char* needed : {program, store.needs}) {
+        if (access(needed, R_OK) != 0) {
+            return tool.cannot_open(what, needed, errno);
+        }
     }
     const std::string logged = tool.library_log().last_error().text;
-    fmt::print(stderr, "halctl: {}: {}\n", what,
-               logged.empty() ? fmt::format("{} prints no value", program) : logged);
-    return kExitFailure;
+    return tool.failed(what, logged.empty() ? fmt::format("{} prints no value", program) : logged);
 }
 
 // Nothing where it cannot be had.
@@ -72,22 +81,21 @@ std::optional<std::string> value_of(const Store& store, const std::string& name)
     return store.get(name.c_str(), value.data()) == 0 ? std::optional(value.data()) : std::nullopt;
 }
 
-int run_get(Tool& tool, const Store& store, const SettingArguments& arguments) {
+int run_get(Tool& tool, const Store& store, const Arguments& arguments) {
     const std::string what = fmt::format("{} get {}", store.group, arguments.name);
     const auto value = value_of(store, arguments.name);
     if (!value) {
-        return failed(tool, what, store.reader);
+        return failed(tool, store, what, store.reader);
     }
     if (value->empty() && store.empty_is_unset) {
-        fmt::print(stderr, "halctl: {}: it is not set\n", what);
-        return kExitFailure;
+        return tool.failed(what, "it is not set");
     }
     tool.output().print({{"name", arguments.name}, {"value", *value}}, *value);
     return kExitDone;
 }
 
 // The library cannot tell whether the tool did its work, but the store can.
-bool comes_to_be(const Store& store, const SettingArguments& arguments) {
+bool comes_to_be(const Store& store, const Arguments& arguments) {
     const auto end = steady_clock::now() + std::chrono::duration<double>(arguments.seconds);
     const std::string wanted = arguments.value.value_or("");
     while (value_of(store, arguments.name).value_or("") != wanted) {
@@ -99,17 +107,22 @@ bool comes_to_be(const Store& store, const SettingArguments& arguments) {
     return true;
 }
 
-int run_set(Tool& tool, const Store& store, const SettingArguments& arguments) {
+int run_set(Tool& tool, const Store& store, const Arguments& arguments) {
     const std::string what = fmt::format("{} set {}", store.group, arguments.name);
-    const std::string word = shell_word(arguments.value.value_or(""));
+    const std::string value = arguments.value.value_or("");
+    const bool minus = value.starts_with('-');
+    if (minus && store.before_a_minus == nullptr) {
+        return tool.failed(
+            what, fmt::format("{} would take {} for an option", store.writer, quoted(value)));
+    }
+    const std::string word = (minus ? store.before_a_minus : "") + shell_word(value);
     if (access(store.writer, X_OK) != 0 ||
         store.set(arguments.name.c_str(), arguments.value ? word.c_str() : nullptr) != 0) {
-        return failed(tool, what, store.writer);
+        return failed(tool, store, what, store.writer);
     }
     if (!comes_to_be(store, arguments)) {
-        fmt::print(stderr, "halctl: {}: {} was started, but {} seconds later it is not done\n",
-                   what, store.writer, arguments.seconds);
-        return kExitFailure;
+        return tool.failed(what, fmt::format("{} was started, but {} seconds later it is not done",
+                                             store.writer, arguments.seconds));
     }
     tool.output().print(
         {{"name", arguments.name}, {"value", arguments.value ? Json(*arguments.value) : Json()}},
@@ -117,43 +130,43 @@ int run_set(Tool& tool, const Store& store, const SettingArguments& arguments) {
     return kExitDone;
 }
 
-void add_store(CLI::App& app, Tool& tool, const Store& store, const std::string& example) {
-    CLI::App* group = app.add_subcommand(store.group, store.about);
-    group->require_subcommand(1);
-    auto arguments = std::make_shared<SettingArguments>();
-    const auto add_name = [&](CLI::App& command) {
-        command.add_option("NAME", arguments->name, "Which")->required()->check(is_setting_name());
+void add_store(Command& root, Tool& tool, const Store& store, const std::string& example) {
+    Command& group = root.group(store.group, store.about);
+    auto arguments = std::make_shared<Arguments>();
+    const auto add_name = [&](Command& command) {
+        command.text("NAME", arguments->name, "Which", kSettingName, check_setting_name);
     };
 
-    CLI::App& get = tool.add_command(*group, "get", "Print a value",
-                                     fmt::format("halctl {} get {}", store.group, example));
+    Command& get =
+        group.verb("get", "Print a value", fmt::format("halctl {} get {}", store.group, example));
     add_name(get);
-    tool.on_run(get, [&tool, &store, arguments] { return run_get(tool, store, *arguments); });
+    get.on_run([&tool, &store, arguments] { return run_get(tool, store, *arguments); });
 
     // The example is for a board: tried on a desk it would change that machine's own settings.
-    CLI::App& set = tool.add_command(
-        *group, "set", "Set a value; without one, remove the setting",
+    Command& set = group.verb(
+        "set", "Set a value; without one, remove the setting",
         fmt::format("vboard run -- halctl {} set {} 'a new value'", store.group, example));
     add_name(set);
-    set.add_option("VALUE", arguments->value, "A line of text, of any characters")
-        ->check(is_setting_value());
+    set.text("[VALUE]", arguments->value, "Of any characters", kSettingValue, check_setting_value)
+        .otherwise("the setting is removed");
     arguments->seconds = store.patience;
     if (store.patience > 0) {
-        set.add_option("--timeout", arguments->seconds,
-                       "Fail if it cannot be read back after so many seconds (10)")
-            ->check(CLI::NonNegativeNumber);
+        set.real("--timeout SECONDS", arguments->seconds,
+                 "Fail if it cannot be read back after so long", 0, 3600);
     }
-    tool.on_run(set, [&tool, &store, arguments] { return run_set(tool, store, *arguments); });
+    set.on_run([&tool, &store, arguments] { return run_set(tool, store, *arguments); },
+               LibraryPrints::nowhere);
 }
 
 } // namespace
+} // namespace settings
 
-void add_env(CLI::App& app, Tool& tool) {
-    add_store(app, tool, kEnv, "bootcmd");
+void add_env(Command& root, Tool& tool) {
+    settings::add_store(root, tool, settings::kEnv, "bootcmd");
 }
 
-void add_sysconfig(CLI::App& app, Tool& tool) {
-    add_store(app, tool, kConfig, "hostname");
+void add_sysconfig(Command& root, Tool& tool) {
+    settings::add_store(root, tool, settings::kConfig, "hostname");
 }
 
 } // namespace halctl

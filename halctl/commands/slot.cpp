@@ -1,6 +1,10 @@
 // halctl slot: which of the two systems is booted.
 #include "commands/commands.h"
 
+#include <hal_bsp/absystem.h>
+#include <hal_bsp/log.h>
+#include <hal_bsp/partition.h>
+
 #include <fmt/format.h>
 
 #include <array>
@@ -11,12 +15,12 @@
 
 namespace halctl {
 
+namespace slot {
 namespace {
 
-constexpr char kNode[] = "/dev/block/by-name/misc";
 constexpr std::array kNames = {"a", "b"};
 
-struct SlotArguments {
+struct Arguments {
     std::string slot;
     std::uint8_t tries = 0;
 
@@ -65,22 +69,25 @@ std::optional<Slots> read_slots() {
 
 // --- commands ---
 
-int failed(const char* what) {
-    const std::array nodes = {std::string(kNode)};
-    return Tool::refused(fmt::format("slot {}", what), nodes, errno);
+int failed(const Tool& tool, const char* what) {
+    return tool.failed({fmt::format("slot {}", what),
+                        {"/dev/block/by-name/misc"},
+                        {},
+                        "failed",
+                        errno}); // the log is full of what the library shows
 }
 
 // The library replaces a record that it cannot trust, and goes on.
-void tell_of_new_record(const LibraryLog& log) {
-    if (!log.last_error().text.empty()) {
-        fmt::print(stderr, "halctl: the record was not valid; it has been set to the defaults\n");
+void tell_of_new_record(const Tool& tool) {
+    if (!tool.library_log().last_error().text.empty()) {
+        tool.output().warn("the record was not valid; it has been set to the defaults");
     }
 }
 
-int run_show(Tool& tool, const SlotArguments&) {
+int run_show(Tool& tool, const Arguments&) {
     const std::optional<Slots> slots = read_slots();
     if (!slots) {
-        return failed("show");
+        return failed(tool, "show");
     }
     const std::int32_t running = getNowSlot();
     Json list = Json::array();
@@ -102,17 +109,17 @@ int run_show(Tool& tool, const SlotArguments&) {
     return kExitDone;
 }
 
-int run_set(Tool& tool, const SlotArguments& arguments) {
+int run_set(Tool& tool, const Arguments& arguments) {
     if (hal_avb_set_bootslot(arguments.number()) < 0) {
-        return failed("set");
+        return failed(tool, "set");
     }
     tool.output().print({{"slot", arguments.slot}}, "");
     return kExitDone;
 }
 
-int run_retry(Tool& tool, const SlotArguments& arguments) {
+int run_retry(Tool& tool, const Arguments& arguments) {
     if (hal_avb_set_retry(arguments.number(), arguments.tries) < 0) {
-        return failed("retry");
+        return failed(tool, "retry");
     }
     tool.output().print({{"slot", arguments.slot}, {"tries", arguments.tries}}, "");
     return kExitDone;
@@ -122,73 +129,64 @@ int run_retry(Tool& tool, const SlotArguments& arguments) {
 int print_current(Tool& tool, const char* what) {
     const std::optional<Slots> slots = read_slots();
     if (!slots) {
-        return failed(what);
+        return failed(tool, what);
     }
     const unsigned current = slots->current();
     tool.output().print({{"slot", kNames[current]}, {"tries", slots->tries[current]}}, "");
     return kExitDone;
 }
 
-int run_now(Tool& tool, const SlotArguments&) {
-    return hal_avb_set_now() < 0 ? failed("now") : print_current(tool, "now");
+int run_now(Tool& tool, const Arguments&) {
+    return hal_avb_set_now() < 0 ? failed(tool, "now") : print_current(tool, "now");
 }
 
-int run_switch(Tool& tool, const SlotArguments&) {
-    return hal_absystem_switch() < 0 ? failed("switch") : print_current(tool, "switch");
+int run_switch(Tool& tool, const Arguments&) {
+    return hal_absystem_switch() < 0 ? failed(tool, "switch") : print_current(tool, "switch");
 }
 
-int run_init(Tool& tool, const SlotArguments&) {
-    return hal_avb_init() < 0 ? failed("init") : print_current(tool, "init");
+int run_init(Tool& tool, const Arguments&) {
+    return hal_avb_init() < 0 ? failed(tool, "init") : print_current(tool, "init");
 }
 
-using Arguments = std::shared_ptr<SlotArguments>;
-
-Arguments add(CLI::App& command, Tool& tool, int (*run)(Tool&, const SlotArguments&)) {
-    auto arguments = std::make_shared<SlotArguments>();
-    tool.on_run(command, [&tool, arguments, run] {
-        errno = 0;
+std::shared_ptr<Arguments> add(Command& command, Tool& tool, int (*run)(Tool&, const Arguments&)) {
+    auto arguments = std::make_shared<Arguments>();
+    command.on_run([&tool, arguments, run] {
         const int status = run(tool, *arguments);
         if (status == kExitDone) {
-            tell_of_new_record(tool.library_log());
+            tell_of_new_record(tool);
         }
         return status;
     });
     return arguments;
 }
 
-void add_slot_option(CLI::App& command, SlotArguments& arguments) {
-    command.add_option("SLOT", arguments.slot, "a or b")
-        ->required()
-        ->check(CLI::IsMember(std::vector<std::string>(kNames.begin(), kNames.end())));
+void add_slot_word(Command& command, Arguments& arguments) {
+    command.word("SLOT", arguments.slot, "",
+                 std::vector<std::string>(kNames.begin(), kNames.end()));
 }
 
 } // namespace
+} // namespace slot
 
-void add_slot(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("slot", "Boot slots, in the record on the misc partition");
-    group->require_subcommand(1);
-    add(tool.add_command(*group, "show", "Print the record", "halctl slot show"), tool, run_show);
+void add_slot(Command& root, Tool& tool) {
+    Command& group = root.group("slot", "Boot slots, in the record on the misc partition");
+    slot::add(group.verb("show", "Print the record", "halctl slot show"), tool, slot::run_show);
 
-    CLI::App& set =
-        tool.add_command(*group, "set", "Make a slot the one to boot", "halctl slot set b");
-    add_slot_option(set, *add(set, tool, run_set));
+    Command& set = group.verb("set", "Make a slot the one to boot", "halctl slot set b");
+    slot::add_slot_word(set, *slot::add(set, tool, slot::run_set));
 
-    CLI::App& retry = tool.add_command(*group, "retry", "Set the boot attempts left of a slot",
-                                       "halctl slot retry b 3");
-    const Arguments retry_arguments = add(retry, tool, run_retry);
-    add_slot_option(retry, *retry_arguments);
-    retry.add_option("TRIES", retry_arguments->tries, "0 to 3")
-        ->required()
-        ->check(CLI::Range(0, HAL_AVB_TRIES_MAX));
+    Command& retry =
+        group.verb("retry", "Set the boot attempts left of a slot", "halctl slot retry b 3");
+    const auto arguments = slot::add(retry, tool, slot::run_retry);
+    slot::add_slot_word(retry, *arguments);
+    retry.number<std::uint8_t>("TRIES", arguments->tries, "How many", 0, HAL_AVB_TRIES_MAX);
 
-    add(tool.add_command(*group, "now", "Give the slot to boot all its attempts back",
-                         "halctl slot now"),
-        tool, run_now);
-    add(tool.add_command(*group, "switch", "Make the other slot the one to boot",
-                         "halctl slot switch"),
-        tool, run_switch);
-    add(tool.add_command(*group, "init", "Write the default record", "halctl slot init"), tool,
-        run_init);
+    slot::add(group.verb("now", "Give the slot to boot all its attempts back", "halctl slot now"),
+              tool, slot::run_now);
+    slot::add(group.verb("switch", "Make the other slot the one to boot", "halctl slot switch"),
+              tool, slot::run_switch);
+    slot::add(group.verb("init", "Write the default record", "halctl slot init"), tool,
+              slot::run_init);
 }
 
 } // namespace halctl

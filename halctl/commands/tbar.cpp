@@ -9,33 +9,35 @@
 
 namespace halctl {
 
+namespace tbar {
+
 namespace {
 
-struct TbarArguments {
-    std::uint32_t number = 0;
-    std::uint32_t lock = 0;
+struct Arguments {
+    std::uint8_t number = 0;
+    std::uint16_t lock = 0;
 };
 
 // For the commands that ask by themselves.
-OpenTbar open_tbar(std::uint32_t number) {
-    return OpenTbar(hal_tbar_init([](const std::uint8_t*) {}, static_cast<std::uint8_t>(number)));
+Open open_quietly(std::uint8_t number) {
+    return Open(hal_tbar_init([](const std::uint8_t*) {}, number));
 }
 
-int run_read(Tool& tool, const TbarArguments& arguments) {
-    const OpenTbar tbar = open_tbar(arguments.number);
+int run_get(Tool& tool, const Arguments& arguments) {
+    const Open tbar = open_quietly(arguments.number);
     std::array<std::uint8_t, HAL_TBAR_DATA_SIZE> bytes{};
     if (!tbar || hal_tbar_read_data(tbar.get(), bytes.data()) < 0) {
-        return tbar_failed(tool, "tbar read", arguments.number);
+        return failed(tool, "tbar get", arguments.number);
     }
-    const TbarData data = tbar_data(bytes);
+    const Data data = data_of(bytes);
     tool.output().print(json_of(arguments.number, data), text_of(data));
     return kExitDone;
 }
 
-int run_lock(Tool& tool, const TbarArguments& arguments) {
-    const OpenTbar tbar = open_tbar(arguments.number);
-    if (!tbar || hal_tbar_set_lock(tbar.get(), static_cast<std::uint16_t>(arguments.lock)) < 0) {
-        return tbar_failed(tool, "tbar lock", arguments.number);
+int run_lock(Tool& tool, const Arguments& arguments) {
+    const Open tbar = open_quietly(arguments.number);
+    if (!tbar || hal_tbar_set_lock(tbar.get(), arguments.lock) < 0) {
+        return failed(tool, "tbar lock", arguments.number);
     }
     tool.output().print({{"tbar", arguments.number}, {"lock", arguments.lock}}, "");
     return kExitDone;
@@ -43,50 +45,48 @@ int run_lock(Tool& tool, const TbarArguments& arguments) {
 
 } // namespace
 
-TbarData tbar_data(std::span<const std::uint8_t> bytes) {
+Data data_of(std::span<const std::uint8_t> bytes) {
     return {std::uint32_t{bytes[0]} | std::uint32_t{bytes[1]} << 8, (bytes[2] & 1) != 0,
             (bytes[2] & 2) != 0};
 }
 
-Json json_of(std::uint32_t number, const TbarData& data) {
+Json json_of(unsigned number, const Data& data) {
     return {{"tbar", number},
             {"position", data.position},
             {"moving", data.moving},
             {"locked", data.locked}};
 }
 
-std::string text_of(const TbarData& data) {
+std::string text_of(const Data& data) {
     return fmt::format("{}{}{}", data.position, data.moving ? "  moving" : "",
                        data.locked ? "  locked" : "");
 }
 
-void add_tbar_number(CLI::App& command, std::uint32_t& number) {
-    command.add_option("N", number, "Number of the T-bar")->required()->check(CLI::Range(0, 255));
+void add_number(Command& command, std::uint8_t& number) {
+    command.number("N", number, "Number of the T-bar");
 }
 
-int tbar_failed(const Tool& tool, const char* what, std::uint32_t number) {
-    return tool.failed(fmt::format("{} {}", what, number), fmt::format("/dev/tbar{}", number));
+int failed(const Tool& tool, const char* what, unsigned number) {
+    return tool.failed({fmt::format("{} {}", what, number), {fmt::format("/dev/tbar{}", number)}});
 }
 
-void add_tbar(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("tbar", "T-bar faders, /dev/tbar0 and on");
-    group->require_subcommand(1);
-    auto arguments = std::make_shared<TbarArguments>();
+} // namespace tbar
 
-    CLI::App& read =
-        tool.add_command(*group, "read", "Print a T-bar's position", "halctl tbar read 0");
-    add_tbar_number(read, arguments->number);
-    tool.on_run(read, [&tool, arguments] { return run_read(tool, *arguments); });
+void add_tbar(Command& root, Tool& tool) {
+    Command& group = root.group("tbar", "T-bar faders, /dev/tbar0 and on");
+    auto arguments = std::make_shared<tbar::Arguments>();
 
-    CLI::App& lock = tool.add_command(*group, "lock", "Hold a T-bar where it is, or let go of it",
-                                      "halctl tbar lock 0 1");
-    add_tbar_number(lock, arguments->number);
-    lock.add_option("VALUE", arguments->lock, "1 to 255 holds it, 0 lets go")
-        ->required()
-        ->check(CLI::Range(0, 255));
-    tool.on_run(lock, [&tool, arguments] { return run_lock(tool, *arguments); });
+    Command& get = group.verb("get", "Print a T-bar's position", "halctl tbar get 0");
+    tbar::add_number(get, arguments->number);
+    get.on_run([&tool, arguments] { return tbar::run_get(tool, *arguments); });
 
-    add_tbar_watch(*group, tool);
+    Command& lock =
+        group.verb("lock", "Hold a T-bar where it is, or let go of it", "halctl tbar lock 0 1");
+    tbar::add_number(lock, arguments->number);
+    lock.number<std::uint16_t>("VALUE", arguments->lock, "0 lets go, all else holds it", 0, 255);
+    lock.on_run([&tool, arguments] { return tbar::run_lock(tool, *arguments); });
+
+    tbar::add_watch(group, tool);
 }
 
 } // namespace halctl

@@ -1,39 +1,42 @@
 #pragma once
 // What the tbar commands share.
 
+#include "output.h"
 #include "tool.h"
+
+#include <hal_bsp/tbar.h>
 
 #include <cstdint>
 #include <memory>
 #include <span>
 
-namespace halctl {
+namespace halctl::tbar {
 
 // The driver's data, its bytes told apart.
-struct TbarData {
+struct Data {
     std::uint32_t position = 0;
     bool moving = false;
     bool locked = false;
 };
 
-inline constexpr std::uint32_t kTbarHighest = 1023;
+inline constexpr std::uint32_t kHighest = 1023;
 
-TbarData tbar_data(std::span<const std::uint8_t> bytes);
-Json json_of(std::uint32_t number, const TbarData& data);
+Data data_of(std::span<const std::uint8_t> bytes);
+Json json_of(unsigned number, const Data& data);
 // "512", and what holds beside it: "512  moving  locked".
-std::string text_of(const TbarData& data);
+std::string text_of(const Data& data);
 
 // An open T-bar, or nothing.
-struct TbarClose {
+struct Close {
     void operator()(hal_tbar* tbar) const { hal_tbar_deinit(tbar); }
 };
-using OpenTbar = std::unique_ptr<hal_tbar, TbarClose>;
+using Open = std::unique_ptr<hal_tbar, Close>;
 
 // Adds the argument N.
-void add_tbar_number(CLI::App& command, std::uint32_t& number);
+void add_number(Command& command, std::uint8_t& number);
 // Says why the last call of `what` failed, as Tool::failed does.
-int tbar_failed(const Tool& tool, const char* what, std::uint32_t number);
+int failed(const Tool& tool, const char* what, unsigned number);
 
-void add_tbar_watch(CLI::App& group, Tool& tool);
+void add_watch(Command& group, Tool& tool);
 
-} // namespace halctl
+} // namespace halctl::tbar

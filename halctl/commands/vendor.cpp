@@ -2,6 +2,8 @@
 #include "commands/commands.h"
 #include "hex.h"
 
+#include <hal_bsp/vendor.h>
+
 #include <fmt/format.h>
 
 #include <array>
@@ -10,6 +12,7 @@
 
 namespace halctl {
 
+namespace vendor {
 namespace {
 
 constexpr char kNode[] = "/dev/vendor_storage";
@@ -19,62 +22,53 @@ constexpr std::array kHints = {
     Hint{ENOSPC, "there is no room for another item"},
 };
 
-struct VendorArguments {
+struct Arguments {
     std::uint32_t id = 0;
     std::uint32_t length = HAL_VENDOR_ITEM_SIZE;
-    std::string data;
+    Bytes data;
 };
 
-int failed(const Tool& tool, const char* what, const VendorArguments& arguments) {
-    return tool.failed(fmt::format("vendor {} {}", what, arguments.id), kNode, kHints);
+int failed(const Tool& tool, const char* what, std::uint32_t id) {
+    return tool.failed({fmt::format("vendor {} {}", what, id), {kNode}, kHints});
 }
 
-int run_read(Tool& tool, const VendorArguments& arguments) {
+int run_read(Tool& tool, const Arguments& arguments) {
     Bytes data(HAL_VENDOR_ITEM_SIZE);
     if (hal_vendor_read(arguments.id, data.data(), arguments.length) != 0) {
-        return failed(tool, "read", arguments);
+        return failed(tool, "read", arguments.id);
     }
     data.resize(arguments.length);
     tool.output().print({{"id", arguments.id}, {"data", to_hex(data)}}, to_hex(data));
     return kExitDone;
 }
 
-int run_write(Tool& tool, const VendorArguments& arguments) {
-    const Bytes data = from_hex(arguments.data);
+int run_write(Tool& tool, const Arguments& arguments) {
+    const Bytes& data = arguments.data;
     if (hal_vendor_write(arguments.id, data.data(), static_cast<std::uint32_t>(data.size())) != 0) {
-        return failed(tool, "write", arguments);
+        return failed(tool, "write", arguments.id);
     }
     tool.output().print({{"id", arguments.id}, {"data", to_hex(data)}}, "");
     return kExitDone;
 }
 
-void add_id(CLI::App& command, VendorArguments& arguments) {
-    command.add_option("ID", arguments.id, "The item's number")
-        ->required()
-        ->check(CLI::Range(0, 65535));
-}
-
 } // namespace
+} // namespace vendor
 
-void add_vendor(CLI::App& app, Tool& tool) {
-    CLI::App* group = app.add_subcommand("vendor", "The items of the vendor storage");
-    group->require_subcommand(1);
-    auto arguments = std::make_shared<VendorArguments>();
+void add_vendor(Command& root, Tool& tool) {
+    Command& group = root.group("vendor", "The items of the vendor storage");
+    auto arguments = std::make_shared<vendor::Arguments>();
 
-    CLI::App& read = tool.add_command(*group, "read", "Print an item's bytes as hex digits",
-                                      "halctl vendor read 1 4");
-    add_id(read, *arguments);
-    read.add_option("LENGTH", arguments->length, "How many bytes (64); 00 behind a shorter item")
-        ->check(CLI::Range(1, HAL_VENDOR_ITEM_SIZE));
-    tool.on_run(read, [&tool, arguments] { return run_read(tool, *arguments); });
+    Command& read =
+        group.verb("read", "Print an item's bytes as hex digits", "halctl vendor read 1 4");
+    read.number("ID", arguments->id, "The item", 0U, 65535U);
+    read.number<std::uint32_t>("[LENGTH]", arguments->length,
+                               "How many bytes; 00 behind a shorter item", 1, HAL_VENDOR_ITEM_SIZE);
+    read.on_run([&tool, arguments] { return vendor::run_read(tool, *arguments); });
 
-    CLI::App& write =
-        tool.add_command(*group, "write", "Write an item", "halctl vendor write 1 deadbeef");
-    add_id(write, *arguments);
-    write.add_option("DATA", arguments->data, "The bytes, as hex digits")
-        ->required()
-        ->check(is_hex(1, HAL_VENDOR_ITEM_SIZE));
-    tool.on_run(write, [&tool, arguments] { return run_write(tool, *arguments); });
+    Command& write = group.verb("write", "Write an item", "halctl vendor write 1 deadbeef");
+    write.number("ID", arguments->id, "The item", 0U, 65535U);
+    write.hex("DATA", arguments->data, "What it is to hold", 1, HAL_VENDOR_ITEM_SIZE);
+    write.on_run([&tool, arguments] { return vendor::run_write(tool, *arguments); });
 }
 
 } // namespace halctl

@@ -1,16 +1,20 @@
 // halctl version
 #include "commands/commands.h"
 
+#include <hal_bsp/hal_bsp.h>
+
 #include <fmt/format.h>
 
 namespace halctl {
 
-void add_version(CLI::App& app, Tool& tool) {
-    CLI::App& command = tool.add_command(app, "version", "Print the versions of tool and library",
-                                         "halctl version");
-    tool.on_run(command, [&tool] {
-        tool.output().print({{"halctl", HALCTL_VERSION}, {"library", VER_STR}},
-                            fmt::format("halctl {}\n{}", HALCTL_VERSION, VER_STR));
+void add_version(Command& root, Tool& tool) {
+    Command& version =
+        root.verb("version", "Print the versions of tool and library", "halctl version");
+    version.on_run([&tool] {
+        tool.output().print(
+            {{"halctl", HALCTL_VERSION}, {"library", hal_bsp_version()}, {"build", VER_STR}},
+            fmt::format("halctl {}\nlibhal_bsp {}\n{}", HALCTL_VERSION, hal_bsp_version(),
+                        VER_STR));
         return kExitDone;
     });
 }

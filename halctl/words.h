@@ -1,0 +1,22 @@
+#pragma once
+// Words of the command line: how they are read as values, and how they are shown when they are
+// none.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace halctl {
+
+// The word in quotes, short and printable whatever it holds.
+std::string quoted(std::string_view word);
+
+// Digits, or "0x" and hexadecimal digits, and nothing else; none where it is not that or does not
+// fit.
+std::optional<std::uint64_t> whole_number(std::string_view word);
+
+// A finite decimal number, "1.5e6" included; none where it is not that.
+std::optional<double> real_number(std::string_view word);
+
+} // namespace halctl
