@@ -52,5 +52,6 @@
 #include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>
 #include <hal_bsp/vendor.h>
+#include <hal_bsp/version.h>
 
 #endif

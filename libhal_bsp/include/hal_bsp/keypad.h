@@ -5,7 +5,8 @@
  * Keys: hal_keypad_init_v2 once, then events arrive, then hal_keypad_deinit_v2. LEDs need neither.
  *
  * The library hands the drivers' values through and interprets none of them. Their fields are
- * named after the byte at which they stand.
+ * named after the byte at which they stand; what is said of them here is how the drivers of the
+ * virtual board use them.
  */
 #ifndef HAL_BSP_KEYPAD_H
 #define HAL_BSP_KEYPAD_H
@@ -21,12 +22,12 @@ extern "C" {
 
 /* One key event, 16 bytes, in the places of the driver's record. */
 typedef struct keypad_event {
-    uint16_t value0;
-    uint16_t zero2; /* 0, whatever the driver has here */
-    uint32_t value4;
-    uint8_t value8;
+    uint16_t value0;  /* the key, from 0 */
+    uint16_t zero2;   /* 0, whatever the driver has here */
+    uint32_t value4;  /* 0 released, 1 pressed, 2 still held, said again and again */
+    uint8_t value8;   /* number of the event since init: 1, 2, ..., after 255 0; a gap: some lost */
     uint8_t zero9[3]; /* 0, whatever the driver has here */
-    uint32_t value12;
+    uint32_t value12; /* when, in milliseconds of the driver's clock, modulo 2^32 */
 } keypad_event;
 
 /*
@@ -47,15 +48,18 @@ typedef struct hal_keypad_state_v2 {
 
 extern HAL_API hal_keypad_state_v2 gst_hal_keypad_all_info_v2;
 
-/* What an application asks of an LED, 24 bytes. */
+/*
+ * What an application asks of an LED, 24 bytes. The driver gets seven words of it, of which word 1
+ * is always 0. An LED or a value beyond what is listed is refused with EINVAL.
+ */
 typedef struct led_ctl_req {
-    uint32_t value0;  /* goes to the driver as word 0 */
-    uint16_t unused4; /* not read; word 1 is always 0 */
-    uint16_t value6;  /* word 2 */
-    uint32_t value8;  /* word 3 */
-    uint32_t value12; /* word 4 */
-    uint32_t value16; /* word 5 */
-    uint32_t value20; /* word 6 */
+    uint32_t value0;  /* word 0: the LED, from 0 */
+    uint16_t unused4; /* not read */
+    uint16_t value6;  /* word 2: 0 off, 1 on, 2 blinking */
+    uint32_t value8;  /* word 3: milliseconds lit, not 0 for an LED that blinks */
+    uint32_t value12; /* word 4: milliseconds dark, the same */
+    uint32_t value16; /* word 5: brightness, 0 to 255 */
+    uint32_t value20; /* word 6: colour, 0xRRGGBB */
 } led_ctl_req;
 
 /*

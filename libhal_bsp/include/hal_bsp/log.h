@@ -55,7 +55,10 @@ typedef void (*log_callback)(log_event* ev);
 /* Locks (true) or unlocks (false) whatever `udata` is. Runs with cancellation disabled. */
 typedef void (*log_lock_hook)(bool lock, void* udata);
 
-/* "BSP_HAL_VER: " and the build's time as year-month-day-hour-minute-second, NUL included. */
+/*
+ * "BSP_HAL_VER: " and the build's time as year-month-day-hour-minute-second, NUL included. The
+ * version is hal_bsp_version.
+ */
 extern HAL_API const char VER_STR[33];
 
 /*
