@@ -21,11 +21,11 @@ std::string listed(const std::vector<std::string>& words) {
 }
 
 Complaint is_not(const std::string& word, const std::string& kind) {
-    return fmt::format("{} is not {}", quoted(word), kind);
+    return fmt::format("{} is not {}", in_quotes(word), kind);
 }
 
 Complaint is_no_number(const std::string& word) {
-    return fmt::format("{} is no number", quoted(word));
+    return fmt::format("{} is no number", in_quotes(word));
 }
 
 } // namespace

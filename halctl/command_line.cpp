@@ -133,9 +133,9 @@ class Parser {
         });
         if (option != rest.end()) {
             return fmt::format("unknown option {} (a value that begins with '-' goes behind '--')",
-                               quoted(*option));
+                               in_quotes(*option));
         }
-        return fmt::format("{} is one word too many", quoted(rest.empty() ? "" : rest.front()));
+        return fmt::format("{} is one word too many", in_quotes(rest.empty() ? "" : rest.front()));
     }
 
     Complaint missing() const {
@@ -208,7 +208,7 @@ int complain_of_group(const Command& group, const Tool& tool, std::span<const st
         return complain(group, tool,
                         fmt::format("unknown {} {}",
                                     rest.front().starts_with('-') ? "option" : "command",
-                                    quoted(rest.front())));
+                                    in_quotes(rest.front())));
     }
     std::string names;
     for (const auto& below : group.below()) {

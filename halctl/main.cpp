@@ -19,8 +19,6 @@ constexpr std::array kGroups = {
     add_genlock, add_ptp,  add_slot, add_image,   add_md5, add_env,       add_sysconfig, add_vendor,
 };
 
-constexpr int kSignals = 128; // an exit code above stands for dying of a signal
-
 int run(std::vector<std::string> words) {
     static Tool tool; // the library keeps a sink of it to the end of the process
     Command root("", "halctl",
@@ -55,8 +53,8 @@ void die_of(int signal) {
 
 int main(int argc, char** argv) {
     const int status = halctl::run({argv + (argc > 0 ? 1 : 0), argv + argc});
-    if (status > halctl::kSignals) {
-        halctl::die_of(status - halctl::kSignals);
+    if (status > halctl::kDiedOfSignal) {
+        halctl::die_of(status - halctl::kDiedOfSignal);
     }
     return status;
 }

@@ -40,19 +40,19 @@ std::string shell_word(const std::string& text) {
 
 Complaint check_interface_name(const std::string& name) {
     const bool good = name.size() <= kLongestInterface && is_name(name, "_.-");
-    return good ? "" : fmt::format("{} is not {}", quoted(name), kInterfaceName);
+    return good ? "" : fmt::format("{} is not {}", in_quotes(name), kInterfaceName);
 }
 
 Complaint check_setting_name(const std::string& name) {
     return is_name(name, "_.:-")
                ? ""
-               : fmt::format("{} is not {}, which is not first", quoted(name), kSettingName);
+               : fmt::format("{} is not {}, which is not first", in_quotes(name), kSettingName);
 }
 
 Complaint check_setting_value(const std::string& value) {
     const bool line = std::none_of(value.begin(), value.end(),
                                    [](unsigned char c) { return c < 0x20 || c == 0x7f; });
-    return line ? "" : fmt::format("{} has control characters in it", quoted(value));
+    return line ? "" : fmt::format("{} has control characters in it", in_quotes(value));
 }
 
 } // namespace halctl

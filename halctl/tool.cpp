@@ -11,8 +11,6 @@ namespace halctl {
 
 namespace {
 
-constexpr int kSignals = 128; // what a shell adds to a signal's number
-
 // The errno of access(2) where none of the nodes is there, else 0.
 int why_all_are_missing(std::span<const std::string> nodes) {
     int why = 0;
@@ -57,7 +55,7 @@ int Tool::cannot_open(std::string_view what, std::string_view node, int error) c
 }
 
 int Tool::interrupted(std::string_view what, int signal) const {
-    return output_.complain(kSignals + signal, what, "interrupted");
+    return output_.complain(kDiedOfSignal + signal, what, "interrupted");
 }
 
 } // namespace halctl

@@ -14,6 +14,9 @@
 
 namespace halctl {
 
+// An exit code above stands for dying of the signal of that number less this, as in a shell.
+inline constexpr int kDiedOfSignal = 128;
+
 // What an errno of a driver means to the person at the keyboard.
 struct Hint {
     int error;

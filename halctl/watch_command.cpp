@@ -13,7 +13,7 @@ namespace halctl {
 
 namespace {
 
-constexpr int kDiedOfPipe = 128 + SIGPIPE;
+constexpr int kDiedOfPipe = kDiedOfSignal + SIGPIPE;
 
 void print_in_place(const std::string& text) {
     std::fprintf(terminal_out(), "\r%s\033[K", text.c_str());

@@ -40,7 +40,7 @@ bool is_utf8(std::string_view text) {
 
 } // namespace
 
-std::string quoted(std::string_view word) {
+std::string in_quotes(std::string_view word) {
     const bool readable = is_utf8(word);
     std::string shown = "'";
     for (std::size_t i = 0; i < word.size(); ++i) {

@@ -10,7 +10,7 @@
 namespace halctl {
 
 // The word in quotes, short and printable whatever it holds.
-std::string quoted(std::string_view word);
+std::string in_quotes(std::string_view word);
 
 // Digits, or "0x" and hexadecimal digits, and nothing else; none where it is not that or does not
 // fit.

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 
 #include <clock_glue.h>
+#include <hal_bsp/clock.h>
 
 #include <fmt/format.h>
 

@@ -54,7 +54,7 @@ constexpr char kRaster[] = "PIXELSxLINES, each from 1 to 65535";
 Complaint check_raster(const std::string& text) {
     const Raster raster = raster_of(text);
     const bool good = raster.h_total != 0 && raster.v_total != 0;
-    return good ? "" : fmt::format("{} is not {}", quoted(text), kRaster);
+    return good ? "" : fmt::format("{} is not {}", in_quotes(text), kRaster);
 }
 
 // --- simulate ---

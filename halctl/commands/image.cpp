@@ -103,7 +103,7 @@ int run_write(Tool& tool, const Arguments& arguments) {
     }
     if (getPartitionType(arguments.other.c_str(), device.data()) != 1) {
         return tool.failed(kWhat, fmt::format("the slot that does not run has no partition {}",
-                                              quoted(arguments.other)));
+                                              in_quotes(arguments.other)));
     }
     if (access(device.data(), W_OK) != 0) {
         return tool.cannot_open(kWhat, device.data(), errno);

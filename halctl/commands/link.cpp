@@ -55,25 +55,25 @@ std::string text_of(int status) {
     return status == 0 ? "no link" : fmt::format("link ({})", status);
 }
 
-const char* reason_of(std::int32_t result) {
-    switch (result) {
-    case -6:
-        return "the name is no adapter of this board, or part of several names";
-    case -35:
-        return "what the board reads it from says nothing";
-    default:
-        return "the commands for it cannot be run";
+// What the library's results mean; -6 is the one of a name that the board does not have.
+constexpr std::int32_t kNoAdapter = -6;
+
+int failed(const Tool& tool, const std::string& interface, std::int32_t result) {
+    const std::string what = "link " + interface;
+    if (result == kNoAdapter) {
+        return tool.output().complain(
+            kExitUnavailable, what,
+            "the name is no adapter of this board, or part of several names");
     }
+    return tool.failed(what, result == -35 ? "what the board reads it from says nothing"
+                                           : "the commands for it cannot be run");
 }
 
 std::variant<Reading, int> take(const Tool& tool, const std::string& interface) {
     std::uint16_t status = 0;
     if (const std::int32_t result = hal_get_ethlink_status_byname(interface.c_str(), &status);
         result != 0) {
-        return tool.failed({.what = fmt::format("link {}", interface),
-                            .nodes = {"/sys/class/net/" + interface},
-                            .otherwise = reason_of(result),
-                            .error = 0});
+        return failed(tool, interface, result);
     }
     Reading reading{{{"interface", interface}, {"status", status}},
                     fmt::format("{}: {}", interface, text_of(status))};

@@ -147,10 +147,10 @@ int run_shot(Tool& tool, const Arguments& arguments) {
 Complaint check_line(const std::string& text) {
     const auto points = code_points(text);
     if (!points) {
-        return fmt::format("{} is no UTF-8", quoted(text));
+        return fmt::format("{} is no UTF-8", in_quotes(text));
     }
     if (points->empty() || points->size() > HAL_OLED_CELLS) {
-        return fmt::format("{} is not {}", quoted(text), kLine);
+        return fmt::format("{} is not {}", in_quotes(text), kLine);
     }
     for (const std::uint32_t point : *points) {
         if (point > 0xFFFF) {

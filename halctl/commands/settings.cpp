@@ -113,7 +113,7 @@ int run_set(Tool& tool, const Store& store, const Arguments& arguments) {
     const bool minus = value.starts_with('-');
     if (minus && store.before_a_minus == nullptr) {
         return tool.failed(
-            what, fmt::format("{} would take {} for an option", store.writer, quoted(value)));
+            what, fmt::format("{} would take {} for an option", store.writer, in_quotes(value)));
     }
     const std::string word = (minus ? store.before_a_minus : "") + shell_word(value);
     if (access(store.writer, X_OK) != 0 ||
