@@ -2,6 +2,7 @@
 
 #include "exit_codes.h"
 #include "terminal.h"
+#include "words.h"
 
 #include <fmt/format.h>
 
@@ -12,6 +13,8 @@
 namespace halctl {
 
 namespace {
+
+constexpr std::size_t kShownOfAComplaint = 300; // file names in it may be of any length
 
 void print_line(std::FILE* file, const std::string& line) {
     if (file != nullptr) {
@@ -34,7 +37,7 @@ void Output::print(const Json& object, std::string_view text) const {
 }
 
 int Output::complain(int code, std::string_view what, std::string_view why) const {
-    const std::string text = fmt::format("{}: {}", what, why);
+    const std::string text = readable(fmt::format("{}: {}", what, why), kShownOfAComplaint);
     print_line(terminal_err(),
                json_ ? line_of({{"error", text}, {"code", code}}) : "halctl: " + text);
     return code;

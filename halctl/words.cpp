@@ -40,19 +40,23 @@ bool is_utf8(std::string_view text) {
 
 } // namespace
 
-std::string in_quotes(std::string_view word) {
-    const bool readable = is_utf8(word);
-    std::string shown = "'";
-    for (std::size_t i = 0; i < word.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(word[i]);
+std::string readable(std::string_view text, std::size_t most) {
+    const bool whole_characters = is_utf8(text);
+    std::string shown;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
         const bool starts_character = (byte & 0xC0) != 0x80;
-        if (i >= kShownOfAWord && (starts_character || !readable)) {
-            return shown + "...'";
+        if (i >= most && (starts_character || !whole_characters)) {
+            return shown + "...";
         }
-        const bool plain = byte >= 0x20 && byte != 0x7F && (byte < 0x80 || readable);
-        shown += plain ? word[i] : '?';
+        const bool plain = byte >= 0x20 && byte != 0x7F && (byte < 0x80 || whole_characters);
+        shown += plain ? text[i] : '?';
     }
-    return shown + "'";
+    return shown;
+}
+
+std::string in_quotes(std::string_view word) {
+    return "'" + readable(word, kShownOfAWord) + "'";
 }
 
 std::optional<std::uint64_t> whole_number(std::string_view word) {

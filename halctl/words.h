@@ -2,6 +2,7 @@
 // Words of the command line: how they are read as values, and how they are shown when they are
 // none.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,7 +10,11 @@
 
 namespace halctl {
 
-// The word in quotes, short and printable whatever it holds.
+// The text as it can be shown, whatever it holds: without control characters and what is no UTF-8,
+// and without its end where it has many more bytes than `most`.
+std::string readable(std::string_view text, std::size_t most);
+
+// A word, readable and in quotes.
 std::string in_quotes(std::string_view word);
 
 // Digits, or "0x" and hexadecimal digits, and nothing else; none where it is not that or does not

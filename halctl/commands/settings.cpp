@@ -64,12 +64,18 @@ struct Arguments {
     double seconds = 0;
 };
 
-int failed(const Tool& tool, const Store& store, const std::string& what, const char* program) {
+// The exit code where a program of the store, or what that needs, is missing.
+std::optional<int> missing(const Tool& tool, const Store& store, const std::string& what,
+                           const char* program) {
     for (const char* needed : {program, store.needs}) {
         if (access(needed, R_OK) != 0) {
             return tool.cannot_open(what, needed, errno);
         }
     }
+    return std::nullopt;
+}
+
+int failed(const Tool& tool, const std::string& what, const char* program) {
     const std::string logged = tool.library_log().last_error().text;
     return tool.failed(what, logged.empty() ? fmt::format("{} prints no value", program) : logged);
 }
@@ -83,9 +89,12 @@ std::optional<std::string> value_of(const Store& store, const std::string& name)
 
 int run_get(Tool& tool, const Store& store, const Arguments& arguments) {
     const std::string what = fmt::format("{} get {}", store.group, arguments.name);
+    if (const auto status = missing(tool, store, what, store.reader)) {
+        return *status;
+    }
     const auto value = value_of(store, arguments.name);
     if (!value) {
-        return failed(tool, store, what, store.reader);
+        return failed(tool, what, store.reader);
     }
     if (value->empty() && store.empty_is_unset) {
         return tool.failed(what, "it is not set");
@@ -109,6 +118,9 @@ bool comes_to_be(const Store& store, const Arguments& arguments) {
 
 int run_set(Tool& tool, const Store& store, const Arguments& arguments) {
     const std::string what = fmt::format("{} set {}", store.group, arguments.name);
+    if (const auto status = missing(tool, store, what, store.writer)) {
+        return *status;
+    }
     const std::string value = arguments.value.value_or("");
     const bool minus = value.starts_with('-');
     if (minus && store.before_a_minus == nullptr) {
@@ -116,9 +128,8 @@ int run_set(Tool& tool, const Store& store, const Arguments& arguments) {
             what, fmt::format("{} would take {} for an option", store.writer, in_quotes(value)));
     }
     const std::string word = (minus ? store.before_a_minus : "") + shell_word(value);
-    if (access(store.writer, X_OK) != 0 ||
-        store.set(arguments.name.c_str(), arguments.value ? word.c_str() : nullptr) != 0) {
-        return failed(tool, store, what, store.writer);
+    if (store.set(arguments.name.c_str(), arguments.value ? word.c_str() : nullptr) != 0) {
+        return failed(tool, what, store.writer);
     }
     if (!comes_to_be(store, arguments)) {
         return tool.failed(what, fmt::format("{} was started, but {} seconds later it is not done",

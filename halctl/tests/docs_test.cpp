@@ -1,4 +1,5 @@
-// The commands in the documents work. See CONTRIBUTING.md for how they are written.
+// The commands in the documents work, and print what stands below them. See CONTRIBUTING.md for how
+// they are written.
 
 #include "tools.h"
 
@@ -7,8 +8,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
+#include <sstream>
 
-namespace halctl_tests {
+namespace halctl_tests::docs {
 namespace {
 
 namespace fs = std::filesystem;
@@ -16,7 +19,8 @@ namespace fs = std::filesystem;
 constexpr char kNotRun[] = "<!-- not run:";
 
 struct Block {
-    std::string script; // the lines behind "$ ", and behind "> " where they go on
+    std::string script;              // the lines behind "$ ", and behind "> " where they go on
+    std::vector<std::string> prints; // all others
     int line = 0;
     bool not_run = false;
 };
@@ -31,11 +35,13 @@ std::vector<Block> blocks_of(const fs::path& document) {
         ++number;
         if (!inside && line == "```sh") {
             inside = true;
-            blocks.push_back({"", number, before.starts_with(kNotRun)});
+            blocks.push_back({"", {}, number, before.starts_with(kNotRun)});
         } else if (line.starts_with("```")) {
             inside = false;
         } else if (inside && (line.starts_with("$ ") || line.starts_with("> "))) {
             blocks.back().script += line.substr(2) + "\n";
+        } else if (inside) {
+            blocks.back().prints.push_back(line);
         }
         before = line;
     }
@@ -70,8 +76,33 @@ class FreshFolder {
     fs::path path_;
 };
 
-TEST(Docs, EveryCommandInThemWorks) {
-    int run_blocks = 0;
+// Lines as a document can have them: blanks at their ends are no blanks anybody sees.
+std::string trimmed(const std::string& text) {
+    return std::regex_replace(text, std::regex(" +\n"), "\n");
+}
+
+// "..." in a line stands for anything, as a whole line for any number of lines.
+bool is_printed(const std::vector<std::string>& wanted, const std::string& text) {
+    std::string pattern;
+    for (const std::string& line : wanted) {
+        std::string escaped =
+            std::regex_replace(line, std::regex(R"([\\^$|()\[\]{}*+?.])"), "\\$&");
+        const std::string any = line == "..." ? "(?:.*\n)*" : ".*";
+        escaped = std::regex_replace(escaped, std::regex(R"(\\\.\\\.\\\.)"), any);
+        pattern += escaped + (line == "..." ? "" : "\n");
+    }
+    return std::regex_match(trimmed(text), std::regex(pattern));
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+TEST(Docs, EveryCommandInThemWorksAndPrintsWhatTheySay) {
     int not_run = 0;
     for (const fs::path& document : documents()) {
         for (const Block& block : blocks_of(document)) {
@@ -83,14 +114,16 @@ TEST(Docs, EveryCommandInThemWorks) {
             }
             const FreshFolder folder;
             const CommandResult result =
-                run({"bash", "-ec", "cd \"$0\"\n" + block.script, folder.path()});
-            EXPECT_EQ(result.status, 0) << block.script << result.out << result.err;
-            ++run_blocks;
+                run({"bash", "-ec", "exec 2>&1; cd \"$0\"\n" + block.script, folder.path()});
+            EXPECT_EQ(result.status, 0) << block.script << result.out;
+            EXPECT_TRUE(block.prints.empty() || is_printed(block.prints, result.out))
+                << block.script << "printed\n"
+                << result.out << "and not\n"
+                << joined(block.prints);
         }
     }
-    EXPECT_GE(run_blocks, 5);
     EXPECT_LE(not_run, 3) << "what cannot be run here is to stay an exception";
 }
 
 } // namespace
-} // namespace halctl_tests
+} // namespace halctl_tests::docs

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-namespace halctl_tests {
+namespace halctl_tests::examples {
 namespace {
 
 using testing::HasSubstr;
@@ -174,4 +174,4 @@ TEST(Demo, ShowsButtonClocksPanelGenlockAndUpdate) {
 }
 
 } // namespace
-} // namespace halctl_tests
+} // namespace halctl_tests::examples

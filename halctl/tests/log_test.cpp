@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-namespace halctl_tests {
+namespace halctl_tests::logging {
 namespace {
 
 using nlohmann::json;
@@ -51,4 +51,4 @@ TEST(LogCommand, SaysWhatDidNotGetThere) {
 }
 
 } // namespace
-} // namespace halctl_tests
+} // namespace halctl_tests::logging
