@@ -1,43 +1,88 @@
-#!/bin/sh
-# An application outside this tree finds the installed library, by pkg-config and by CMake, also
-# when the prefix has been moved, and runs with it.
-# Usage: install_test.sh CMAKE BUILD_DIR PROGRAM_DIR CC CXX SANITIZERS
+#!/bin/bash
+# What README.md and docs/in-your-application.md say is so: applications outside this tree are
+# built with the installed library, by pkg-config and by CMake, in C and in C++, also when the
+# prefix has been moved, and run on the installed board. Then all of it is taken away, and nothing
+# else.
+# Usage: install_test.sh SOURCE_DIR BUILD_DIR CC CXX SANITIZERS
 set -eu
-cmake=$1 build=$2 program=$3 cc=$4 cxx=$5 sanitize=${6:+-fsanitize=$6}
+source=$1 build=$2 cc=$3 cxx=$4 sanitize=${5:+-fsanitize=$5}
+document=$source/docs/in-your-application.md
+installation=$source/packaging/installation
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-expect_stamp() {
-    printed=$("$@")
-    if [ "$printed" != "BSP_HAL_VER: 2024-01-31-09-04-42" ]; then
-        echo "$1 printed: $printed" && exit 1
-    fi
-    # The installed board, with its clock, and the same program on it.
-    printed=$("$work/moved/bin/vboard" run --speed 10 -- "$1" on-board)
-    if [ "$printed" != "line 3 is 1" ]; then
-        echo "$1 printed on the board: $printed" && exit 1
-    fi
+fail() {
+    echo "$1" && exit 1
 }
 
-"$cmake" --install "$build" --prefix "$work/first" > "$work/install.log"
-mv "$work/first" "$work/moved"
-library=$(dirname "$(find "$work/moved" -name libhal_bsp.so)")
-cp -r "$program" "$work/outside"
+# ---- Somebody else's files are in the prefix already, and an older installation of ours ----
+mkdir -p "$work/first/bin" "$work/first/share/hal_bsp"
+touch "$work/first/bin/theirs" "$work/first/bin/halctl-of-old"
+printf '%s\n' share/ share/hal_bsp/ bin/halctl-of-old share/hal_bsp/install_manifest.txt \
+    > "$work/first/share/hal_bsp/install_manifest.txt"
 
-export PKG_CONFIG_PATH="$library/pkgconfig"
-flags=$(pkg-config --cflags --libs hal_bsp)
-# shellcheck disable=SC2086 # the flags are several words
-"$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror "$work/outside/program.c" \
-    -o "$work/by_pkgconfig_c" $flags $sanitize -Wl,-rpath,"$library"
-# shellcheck disable=SC2086
-"$cxx" -x c++ "$work/outside/program.c" -x none \
-    -o "$work/by_pkgconfig_cpp" $flags $sanitize -Wl,-rpath,"$library"
-expect_stamp "$work/by_pkgconfig_c"
-expect_stamp "$work/by_pkgconfig_cpp"
+"$installation" install "$build" "$work/first"
+PREFIX=$work/hal # which is ~/hal in the sessions below
+mv "$work/first" "$PREFIX"
+[ ! -e "$PREFIX/bin/halctl-of-old" ] || fail "what only the older installation had is still there"
+if readelf -S "$PREFIX/bin/vboard" | grep -q debug_info; then fail "vboard is not stripped"; fi
 
-"$cmake" -S "$work/outside" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/moved" \
-    -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
-    -DCMAKE_C_FLAGS="$sanitize" -DCMAKE_CXX_FLAGS="$sanitize" > "$work/cmake.log"
-"$cmake" --build "$work/build" > "$work/build.log" || { cat "$work/build.log"; exit 1; }
-expect_stamp "$work/build/program_c"
-expect_stamp "$work/build/program_cpp"
+# ---- The document: its sources are the files, its commands do what it shows ----
+block_of() { # LANGUAGE: the first block of it
+    awk -v fence="\`\`\`$1" '$0 == fence {on = 1; next} on && /^```/ {exit} on' "$document"
+}
+diff <(block_of c) "$source/examples/own_application/lamp.c"
+diff <(block_of cmake) "$source/examples/own_application/CMakeLists.txt"
+
+# The compilers of this build, as whoever takes the library seriously calls them.
+mkdir "$work/compilers"
+printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cc" "$sanitize -pedantic-errors -Wall -Wextra -Werror" \
+    > "$work/compilers/cc"
+printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cxx" "$sanitize -pedantic-errors -Wall -Wextra -Werror" \
+    > "$work/compilers/c++"
+chmod +x "$work/compilers"/*
+
+session() { # DOCUMENT
+    local folder=$work/${1##*/}
+    mkdir "$folder"
+    ln -s "$source/examples" "$folder"
+    awk '/^```console$/ {on = 1; next} /^```/ {on = 0} on' "$1" > "$folder/blocks"
+    sed -n 's/^[$>] //p' "$folder/blocks" > "$folder/commands"
+    sed '/^[$>] /d' "$folder/blocks" > "$folder/expected"
+    [ -s "$folder/expected" ] || fail "$1 shows nothing"
+    (
+        cd "$folder"
+        unset CC CXX CFLAGS CXXFLAGS
+        PATH=$work/compilers:$PATH HOME=$work PREFIX=$PREFIX bash -eu commands
+    ) > "$folder/printed" 2>&1 || { cat "$folder/printed" && fail "the commands of $1 failed"; }
+    awk 'NR == FNR {want[++lines] = $0; next}
+         seen < lines && $0 == want[seen + 1] {++seen}
+         END {if (seen < lines) {print "not printed: " want[seen + 1]; exit 1}}' \
+        "$folder/expected" "$folder/printed" || { cat "$folder/printed" && fail "by $1"; }
+}
+
+session "$source/README.md"
+session "$document"
+
+# ---- What the library says of itself is one and the same everywhere ----
+version=$("$PREFIX/bin/vboard" run -- "$work/lamp" |
+    sed -n 's/^libhal_bsp \(.*\): .*/\1/p')
+header=$(sed -n 's/^#define HAL_BSP_VERSION "\(.*\)"/\1/p' "$PREFIX/include/hal_bsp/version.h")
+package=$(PKG_CONFIG_PATH=$PREFIX/lib/pkgconfig pkg-config --modversion hal_bsp)
+[ "$version $package" = "$header $header" ] || fail "versions: $version, $package, $header"
+
+# ---- The installed board has its own font and its own stand-ins ----
+# shellcheck disable=SC2016 # the shell on the board expands it
+seen=$("$PREFIX/bin/vboard" run -- sh -c '
+    command -v ptp4l; halctl oled text 输入 > /dev/null && halctl oled shot --text | head -n 1')
+[ "$seen" = "$PREFIX/lib/vboard/commands/ptp4l
+输入" ] || fail "on the installed board: $seen"
+
+# ---- And gone again ----
+"$installation" uninstall "$PREFIX"
+left=$(cd "$PREFIX" && find . -mindepth 1 | sort | tr '\n' ' ')
+[ "$left" = "./bin ./bin/theirs " ] || fail "left behind: $left"
+if "$installation" uninstall "$PREFIX" 2> /dev/null; then fail "uninstalled twice"; fi
+"$installation" install "$build" "$work/fresh"
+"$installation" uninstall "$work/fresh"
+[ ! -e "$work/fresh" ] || fail "a prefix that was not there before is there"
