@@ -30,9 +30,11 @@ typedef struct hal_gpio_cfg {
     uint32_t gpio;    /* line number, as the driver counts */
     const char* name; /* label of up to 30 characters, or null for the default label */
     uint32_t dir;     /* HAL_GPIO_INPUT or HAL_GPIO_OUTPUT */
-    uint32_t trig;    /* interrupt trigger: 0 none; 1, 2, 3 the driver's three edge kinds */
+    uint32_t trig;    /* interrupt trigger: 0 none; 1, 2, 3 the driver's three edge kinds, which
+                         are rising, falling and both on the virtual board */
     uint32_t unused;  /* not read */
-    uint32_t param;   /* given to the driver as it is */
+    uint32_t param;   /* given to the driver as it is; the first level of an output on the
+                         virtual board */
 } hal_gpio_cfg;
 
 /* One edge. */

@@ -36,7 +36,10 @@ extern "C" {
 #define HAL_OLED_CHARS 0       /* 8-bit characters */
 #define HAL_OLED_CODE_POINTS 1 /* 32-bit code points, of which the low 16 bits count */
 
-/* A line of text to show. The text is the caller's and is only read. */
+/*
+ * A line of text to show. The text is the caller's and is only read. On the virtual board the
+ * position is a row, 0 to 3, and in it the column of the first cell, 0 to 15.
+ */
 typedef struct oled_string_req {
     uint8_t pos1;      /* first position byte, for the driver */
     uint8_t pos2;      /* second position byte, for the driver */

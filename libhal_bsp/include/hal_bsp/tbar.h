@@ -10,7 +10,9 @@
  * given to any function again, and no other call may be using it at that moment. The library
  * cannot tell such a handle from a good one.
  *
- * What the 3 bytes of data and the lock value mean is the driver's to say.
+ * What the 3 bytes of data and the lock value mean is the driver's to say. On the virtual board the
+ * first two are the position, 0 to 1023, low byte first, and the third has bit 0 set while the
+ * fader moves and bit 1 while it is locked; every lock value whose low byte is not 0 locks it.
  */
 #ifndef HAL_BSP_TBAR_H
 #define HAL_BSP_TBAR_H
