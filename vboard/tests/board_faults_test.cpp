@@ -1,6 +1,6 @@
 // Faults as a program feels them.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 

@@ -1,6 +1,6 @@
 // What every board has whatever is on it: time, nodes, and a trace one can wait for and follow.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include <gmock/gmock.h>
 #include <syslog.h>

@@ -1,6 +1,6 @@
 // The FPGA's nodes as a program without our library meets them.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 

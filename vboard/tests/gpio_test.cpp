@@ -1,6 +1,6 @@
 // The GPIO driver model as a program without our library meets it: plain opens and requests.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 

@@ -1,6 +1,6 @@
 // I2C adapters and the clock chips behind them: raw requests, and i2c-tools where they can ask.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 

@@ -1,7 +1,7 @@
 // `vboard run` as a person meets it: what it passes on, what it says, and that nothing of a board
 // is left when it ends, however it ends.
 
-#include "command_run.h"
+#include "client/command_run.h"
 
 #include "core/json.h"
 

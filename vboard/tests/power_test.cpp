@@ -1,6 +1,6 @@
 // Partitions, restarts, power cuts and the bootloader, over several starts of a board.
 
-#include "command_run.h"
+#include "client/command_run.h"
 
 #include <filesystem>
 #include <fstream>

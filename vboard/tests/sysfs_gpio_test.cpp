@@ -1,6 +1,6 @@
 // The GPIO class as a program meets it: plain files.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 

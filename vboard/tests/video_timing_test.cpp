@@ -1,6 +1,6 @@
 // The video-timing generator as a program without our library meets it.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include "core/unique_fd.h"
 
