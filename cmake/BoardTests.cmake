@@ -1,8 +1,10 @@
 # Two kinds of test programs, both GoogleTest:
-#   hal_plain_test(NAME SOURCES... [LIBS ...])  pure logic, each test a plain process
-#   hal_board_test(NAME SOURCES... [LIBS ...])  each test in a virtual board of its own
-# Every test is registered by itself, so ctest runs them in parallel and
-# `ctest -R NAME` runs one alone.
+#   hal_plain_test(NAME SOURCES... [LIBS ...])  what needs no board, or starts its own
+#   hal_board_test(NAME SOURCES... [LIBS ...])  what runs on a virtual board
+# Every test is registered by itself and gets a process (and a board) of its own, so ctest runs
+# them in parallel and `ctest -R NAME` runs one alone. A program can also be run whole:
+#   PROGRAM                              a plain one
+#   vboard run --speed 1 -- PROGRAM      one for a board
 
 find_package(GTest REQUIRED)
 include(GoogleTest)
@@ -16,26 +18,22 @@ endif()
 # For every program of the tests in which threads are cancelled.
 set(HAL_ASAN_OPTIONS ${CMAKE_CURRENT_LIST_DIR}/asan_options.cpp)
 
-function(_hal_test_program name)
+function(_hal_test_program name main)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_ASAN_OPTIONS})
-  target_link_libraries(${name} PRIVATE hal_options GTest::gtest GTest::gmock ${ARG_LIBS})
+  target_link_libraries(${name} PRIVATE
+    hal_options ${main} GTest::gtest GTest::gmock ${ARG_LIBS})
+  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
 endfunction()
 
 function(hal_plain_test name)
-  _hal_test_program(${name} ${ARGN})
-  target_link_libraries(${name} PRIVATE GTest::gtest_main)
-  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
+  _hal_test_program(${name} GTest::gtest_main ${ARGN})
 endfunction()
 
 # The launcher is the "emulator" of these programs: CMake puts it before every run.
 function(hal_board_test name)
-  _hal_test_program(${name} ${ARGN})
-  target_link_libraries(${name} PRIVATE vboard_test_main)
+  set(CMAKE_CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;--speed;1;--")
+  _hal_test_program(${name} vboard_board_main ${ARGN})
   add_dependencies(${name} vboard vboard_clock)
-  set_target_properties(${name} PROPERTIES
-    CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;--speed;1;--")
-  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
 endfunction()

@@ -1,7 +1,7 @@
 #pragma once
 // What the tests of commands share: our programs on PATH, and a shell on a board.
 
-#include "command_run.h"
+#include "client/command_run.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,5 +1,5 @@
 // The boot-control record, byte by byte, on the board's misc partition.
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include <hal_bsp/hal_bsp.h>
 

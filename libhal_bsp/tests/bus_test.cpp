@@ -1,7 +1,7 @@
 // I2C and the kernel's GPIO lines against the board: what its adapters and lines saw, what came
 // back, what was said.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "tests/support/captured.h"
 
 #include <hal_bsp/hal_bsp.h>

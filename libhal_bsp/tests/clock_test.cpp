@@ -1,7 +1,7 @@
 // The clock chips of the board, brought up over the library's own I2C and GPIO functions, and
 // measured at their outputs.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "tests/support/captured.h"
 
 #include <clock_glue.h>

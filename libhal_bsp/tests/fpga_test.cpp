@@ -1,6 +1,6 @@
 // The FPGA module against the board's driver: transfers, and a callback for each interrupt.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "tests/support/captured.h"
 #include "tests/support/no_room_for_threads.h"
 

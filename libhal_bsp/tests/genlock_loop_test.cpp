@@ -1,6 +1,6 @@
 // The generator loop against the board's video-timing generator.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "hal/hal_sync.h"
 #include "support/thread.h"
 

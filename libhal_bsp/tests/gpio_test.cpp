@@ -1,6 +1,6 @@
 // The GPIO module against the board's driver: what the driver saw, what came back, what was said.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "tests/support/no_room_for_threads.h"
 
 #include <hal_bsp/hal_bsp.h>

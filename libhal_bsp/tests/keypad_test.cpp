@@ -1,6 +1,6 @@
 // Keys and LEDs against the board's drivers; the keypad's driver first, by plain system calls.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "core/unique_fd.h"
 #include "tests/support/captured.h"
 #include "tests/support/no_room_for_threads.h"

@@ -1,6 +1,6 @@
 // The OLED on the board: what the driver gets, what is on the panel, what is logged.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "core/bytes.h"
 
 #include <hal_bsp/hal_bsp.h>

@@ -1,5 +1,5 @@
 // Updates and backups on a board whose slot A runs.
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "oem_image.h"
 
 #include <hal_bsp/hal_bsp.h>

@@ -1,6 +1,6 @@
 // The board services: what they tell the application, and what the board saw of it.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include <hal_bsp/hal_bsp.h>
 

@@ -1,6 +1,6 @@
 // The three stores of settings: what the application gets, and what tools and driver saw.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include <hal_bsp/hal_bsp.h>
 

@@ -1,6 +1,6 @@
 // T-bars against the board's driver.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 #include "tests/support/no_room_for_threads.h"
 
 #include <hal_bsp/hal_bsp.h>

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
-namespace vb {
+namespace vb::block_store_test {
 namespace {
 
 constexpr std::size_t kSector = BlockStore::kSector;
@@ -77,4 +77,4 @@ TEST_F(BlockStoreTest, EachSectorIsWholeAndAnyOfItsVersionsCanSurvive) {
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::block_store_test

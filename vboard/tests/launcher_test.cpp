@@ -1,7 +1,7 @@
 // `vboard run` as a person meets it: what it passes on, what it says, and that nothing of a board
 // is left when it ends, however it ends.
 
-#include "command_run.h"
+#include "tests/run_on_board.h"
 
 #include "core/json.h"
 
@@ -11,40 +11,15 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
+#include <sstream>
 #include <thread>
 
-namespace vb {
+namespace vb::launcher_test {
 namespace {
 
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
-
-CommandResult on_board(std::vector<std::string> words) {
-    words.insert(words.begin(), {VBOARD, "run"});
-    return run_command(words);
-}
-
-CommandResult sh_on_board(const std::string& script) {
-    return on_board({"--", "sh", "-c", script});
-}
-
-std::string contents_of(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Whether any process of this machine has this word in its command line.
-bool runs_anywhere(const std::string& word) {
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-        if (contents_of(entry.path() / "cmdline").find(word) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
 
 template <class Condition>
 bool comes_true(const Condition& condition) {
@@ -58,24 +33,23 @@ bool comes_true(const Condition& condition) {
     return true;
 }
 
-// A time to sleep that nobody else on this machine sleeps.
-std::string own_sleep(int number) {
-    return fmt::format("{}.{}", 4000 + number, getpid());
-}
-
-class TemporaryFolder {
+// A sleep so long as nobody else on this machine sleeps.
+class OwnSleep {
   public:
-    TemporaryFolder() {
-        std::string name = fs::temp_directory_path() / "vboard-test-XXXXXX";
-        path_ = mkdtemp(name.data());
+    explicit OwnSleep(int number) : seconds_(fmt::format("{}.{}", 4000 + number, getpid())) {}
+    std::string command() const { return "sleep " + seconds_; }
+    bool runs() const {
+        for (const auto& entry : fs::directory_iterator("/proc")) {
+            const std::string line = contents_of(entry.path() / "cmdline");
+            if (line.starts_with("sleep") && line.find(seconds_) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
     }
-    ~TemporaryFolder() { fs::remove_all(path_); }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    fs::path operator/(const char* name) const { return path_ / name; }
 
   private:
-    fs::path path_;
+    std::string seconds_;
 };
 
 TEST(Launcher, PassesOnExitStatusAndSignal) {
@@ -87,23 +61,24 @@ TEST(Launcher, PassesOnExitStatusAndSignal) {
 }
 
 TEST(Launcher, SaysWhatIsWrongAndHasACodeForIt) {
-    const CommandResult missing = on_board({"--", "no-such-program"});
-    EXPECT_EQ(missing.status, 127);
-    EXPECT_THAT(missing.err, HasSubstr("no-such-program: No such file"));
-    EXPECT_EQ(on_board({"--", "/etc/passwd"}).status, 126);
-
-    const CommandResult option = run_command({VBOARD, "run", "--nonsense", "--", "true"});
-    EXPECT_EQ(option.status, 64);
-    EXPECT_THAT(option.err, HasSubstr("--help"));
-    const CommandResult fault = on_board({"--fault", "/dev/drvgpio:open:EWHAT", "--", "true"});
-    EXPECT_EQ(fault.status, 64);
-    EXPECT_THAT(fault.err, HasSubstr("unknown action \"EWHAT\""));
-
     const TemporaryFolder folder;
     std::ofstream(folder / "board.json") << R"({"models": [{"model": "teapot"}]})";
-    const CommandResult board = on_board({"--board", folder / "board.json", "--", "true"});
-    EXPECT_EQ(board.status, 64);
-    EXPECT_THAT(board.err, HasSubstr("there is no model \"teapot\""));
+    const struct {
+        std::vector<std::string> words;
+        int status;
+        const char* complaint;
+    } cases[] = {
+        {{"--", "no-such-program"}, 127, "no-such-program: No such file"},
+        {{"--", "/etc/passwd"}, 126, "/etc/passwd: Permission denied"},
+        {{"--nonsense", "--", "true"}, 64, "--help"},
+        {{"--fault", "/dev/drvgpio:open:EWHAT", "--", "true"}, 64, "unknown action \"EWHAT\""},
+        {{"--board", folder / "board.json", "--", "true"}, 64, "there is no model \"teapot\""},
+    };
+    for (const auto& each : cases) {
+        const CommandResult result = on_board(each.words);
+        EXPECT_EQ(result.status, each.status) << each.complaint;
+        EXPECT_THAT(result.err, HasSubstr(each.complaint));
+    }
 }
 
 // Run as root, by way of another user; what that user may do is the machine's business.
@@ -124,12 +99,11 @@ TEST(Launcher, WorksForAnOrdinaryUserOrSaysWhyNot) {
     }
     const CommandResult result =
         as_nobody({VBOARD, "run", "--", "sh", "-c", "vboard ctl gpio drive 7 1 && id -u"});
-    if (as_nobody({"sh", "-c", "exec 3<>/dev/fuse"}).status != 0) {
+    const bool no_fuse = as_nobody({"sh", "-c", "exec 3<>/dev/fuse"}).status != 0;
+    if (no_fuse || as_nobody({"unshare", "-U", "true"}).status != 0) {
         EXPECT_EQ(result.status, 69);
-        EXPECT_THAT(result.err, HasSubstr("chmod 666 /dev/fuse"));
-    } else if (as_nobody({"unshare", "-U", "true"}).status != 0) {
-        EXPECT_EQ(result.status, 69);
-        EXPECT_THAT(result.err, HasSubstr("user.max_user_namespaces"));
+        EXPECT_THAT(result.err,
+                    HasSubstr(no_fuse ? "chmod 666 /dev/fuse" : "user.max_user_namespaces"));
     } else {
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_THAT(result.out, HasSubstr("\n0\n"));
@@ -161,40 +135,28 @@ TEST(Launcher, HasAProcOfItsOwnWithTheBoardsFilesInIt) {
 }
 
 TEST(Launcher, LeavesNothingWhenTheProgramLeavesDaemons) {
-    const std::string nap = own_sleep(1);
-    const CommandResult result =
-        sh_on_board(fmt::format("setsid sleep {} & sleep 0.05; exit 3", nap));
+    const OwnSleep nap(1);
+    const CommandResult result = sh_on_board("setsid " + nap.command() + " & sleep 0.05; exit 3");
     EXPECT_EQ(result.status, 3);
-    EXPECT_TRUE(comes_true([&] { return !runs_anywhere(nap); }));
+    EXPECT_TRUE(comes_true([&] { return !nap.runs(); }));
 }
 
 TEST(Launcher, LeavesNothingWhenItIsKilled) {
-    const std::string nap = own_sleep(2);
+    const OwnSleep nap(2);
     const std::string mounts = contents_of("/proc/self/mounts");
-    const pid_t launcher = start_command(
-        {VBOARD, "run", "--", "sh", "-c", fmt::format("sleep {} & sleep {}", nap, nap)});
-    ASSERT_TRUE(comes_true([&] { return runs_anywhere("sleep" + std::string(1, '\0') + nap); }));
-    EXPECT_THAT(contents_of("/proc/net/unix"), HasSubstr(fmt::format("@vboard/{}", launcher)));
+    const pid_t launcher =
+        start_command({VBOARD, "run", "--", "sh", "-c", nap.command() + " & " + nap.command()});
+    const auto can_be_reached = [&] {
+        return contents_of("/proc/net/unix").find(fmt::format("@vboard/{}", launcher)) !=
+               std::string::npos;
+    };
+    ASSERT_TRUE(comes_true([&] { return nap.runs(); }));
+    EXPECT_TRUE(can_be_reached());
 
     kill(launcher, SIGKILL);
     EXPECT_EQ(wait_for_command(launcher), 128 + SIGKILL);
-    EXPECT_TRUE(comes_true([&] { return !runs_anywhere(nap); }));
-    EXPECT_TRUE(comes_true([&] {
-        return contents_of("/proc/net/unix").find(fmt::format("@vboard/{}", launcher)) ==
-               std::string::npos;
-    }));
+    EXPECT_TRUE(comes_true([&] { return !nap.runs() && !can_be_reached(); }));
     EXPECT_EQ(contents_of("/proc/self/mounts"), mounts);
-}
-
-TEST(Launcher, PassesATerminationOnToTheProgram) {
-    const TemporaryFolder folder;
-    const std::string ready = folder / "ready";
-    const pid_t launcher = start_command(
-        {VBOARD, "run", "--", "sh", "-c",
-         fmt::format("trap 'exit 9' TERM; : > {}; while :; do sleep 0.01; done", ready)});
-    ASSERT_TRUE(comes_true([&] { return fs::exists(ready); }));
-    kill(launcher, SIGTERM);
-    EXPECT_EQ(wait_for_command(launcher), 9);
 }
 
 TEST(Launcher, BoardsOfTheSameTimeDoNotSeeOneAnother) {
@@ -202,17 +164,15 @@ TEST(Launcher, BoardsOfTheSameTimeDoNotSeeOneAnother) {
     std::array<CommandResult, 10> results;
     for (std::size_t i = 0; i < results.size(); ++i) {
         boards.emplace_back([&result = results[i], i] {
-            result = sh_on_board(fmt::format("vboard ctl gpio drive {} 1; sleep 0.1; "
-                                             "vboard ctl trace read 0 line; ps ax | grep -c vboard",
+            result = sh_on_board(fmt::format("vboard ctl gpio drive {} 1 >/dev/null; sleep 0.1; "
+                                             "vboard ctl trace read 0 line",
                                              i));
         });
     }
     boards.clear();
     for (std::size_t i = 0; i < results.size(); ++i) {
         EXPECT_EQ(results[i].status, 0) << results[i].err;
-        const std::size_t list = results[i].out.find("\n[") + 1;
-        const Json lines =
-            Json::parse(results[i].out.substr(list, results[i].out.find("\n]") + 2 - list));
+        const Json lines = Json::parse(results[i].out);
         ASSERT_EQ(lines.size(), 1U);
         EXPECT_EQ(lines.at(0).at("line"), i);
     }
@@ -220,7 +180,7 @@ TEST(Launcher, BoardsOfTheSameTimeDoNotSeeOneAnother) {
 
 TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
     const TemporaryFolder folder;
-    const fs::path trace = folder / "trace";
+    const std::string trace = folder / "trace";
     const CommandResult result =
         on_board({"--trace", trace, "--", "sh", "-c",
                   "logger -u /dev/log before; "
@@ -231,53 +191,46 @@ TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
     for (std::string line; std::getline(file, line);) {
         const Json event = Json::parse(line);
         EXPECT_EQ(event.at("n"), kinds.size() + 1);
-        kinds.push_back(event.at("kind") == "log" ? event.at("text").get<std::string>()
-                                                  : event.at("kind").get<std::string>());
+        kinds.push_back(event.at(event.at("kind") == "log" ? "text" : "kind"));
     }
     EXPECT_THAT(kinds, testing::ElementsAre("boot", "program", "before", "open", "read", "close",
                                             "after", "exit"));
 }
 
-TEST(Launcher, CanBeReachedFromOutsideByItsNumber) {
-    const pid_t launcher = start_command({VBOARD, "run", "--speed", "2", "--", "sleep", "4000"});
-    const std::string number = std::to_string(launcher);
-    EXPECT_TRUE(comes_true([&] {
-        return run_command({VBOARD, "ctl", "--board", number, "clock", "show"}).status == 0;
-    }));
-    const CommandResult drive =
-        run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "0x7", "1"});
-    EXPECT_EQ(Json::parse(drive.out).at("level"), 1);
-    EXPECT_THAT(run_command({VBOARD, "list"}).out, HasSubstr("sleep 4000"));
-    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "fly"}).status, 64);
-    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "x", "1"}).status,
-              64);
-    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "gpio", "drive", "9999", "1"}).status,
-              1);
+TEST(Launcher, CanBeReachedFromOutsideByItsNumberAndPassesOnATermination) {
+    const TemporaryFolder folder;
+    const std::string ready = folder / "ready";
+    const pid_t launcher = start_command(
+        {VBOARD, "run", "--", "sh", "-c",
+         fmt::format("trap 'exit 9' TERM; : > {}; while :; do sleep 0.01; done", ready)});
+    const auto ctl = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {VBOARD, "ctl", "--board", std::to_string(launcher)});
+        return run_command(words);
+    };
+    ASSERT_TRUE(comes_true([&] { return fs::exists(ready); }));
+    EXPECT_EQ(Json::parse(ctl({"gpio", "drive", "0x7", "1"}).out).at("level"), 1);
+    EXPECT_THAT(run_command({VBOARD, "list"}).out, HasSubstr(ready));
     kill(launcher, SIGTERM);
-    EXPECT_EQ(wait_for_command(launcher), 128 + SIGTERM);
-    EXPECT_EQ(run_command({VBOARD, "ctl", "--board", number, "clock", "show"}).status, 69);
+    EXPECT_EQ(wait_for_command(launcher), 9);
+    EXPECT_EQ(ctl({"clock", "show"}).status, 69);
 }
 
 TEST(Launcher, LetsTimeRunFasterForProgramsAndBoardAlike) {
     const auto before = steady_clock::now();
     const CommandResult result = on_board(
         {"--speed", "200", "--", "sh", "-c",
-         "vboard ctl clock show; date +%s.%N; sleep 100; date +%s.%N; vboard ctl clock show"});
-    const double real = std::chrono::duration<double>(steady_clock::now() - before).count();
+         "board() { vboard ctl clock show | sed -n 's/.*\"seconds\": *\\([0-9.]*\\).*/\\1/p'; }\n"
+         "board; date +%s.%N; sleep 100; date +%s.%N; board"});
+    EXPECT_LT(steady_clock::now() - before, std::chrono::seconds(25));
     std::istringstream lines(result.out);
-    std::string first_board;
-    std::string last_board;
-    double first = 0;
-    double last = 0;
-    std::getline(lines, first_board);
-    lines >> first >> last >> std::ws;
-    std::getline(lines, last_board);
-    EXPECT_GE(last - first, 100.0);
-    const double board = Json::parse(last_board).at("seconds").get<double>() -
-                         Json::parse(first_board).at("seconds").get<double>();
-    EXPECT_GE(board, last - first);
-    EXPECT_LT(real, 25.0);
+    double board_start = 0;
+    double board_end = 0;
+    double start = 0;
+    double end = 0;
+    EXPECT_TRUE(lines >> board_start >> start >> end >> board_end) << result.out;
+    EXPECT_GE(end - start, 100.0);
+    EXPECT_GE(board_end - board_start, end - start);
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::launcher_test

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-namespace vb {
+namespace vb::register_table_test {
 namespace {
 
 constexpr RegisterRow kRows[] = {
@@ -38,4 +38,4 @@ TEST(RegisterTable, KeepsClearsAndProtectsBitsAndGoesRoundAtTheEnd) {
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::register_table_test

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-namespace vb {
+namespace vb::settings_test {
 namespace {
 
 std::string complaint_about(const std::string& board_file) {
@@ -51,4 +51,4 @@ TEST(BoardFile, ThatIsWrongIsRefusedWithPlaceAndReason) {
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::settings_test

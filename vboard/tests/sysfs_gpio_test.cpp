@@ -1,49 +1,37 @@
 // The GPIO class as a program meets it: plain files.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
+#include "tests/plain_calls.h"
 
-#include "core/unique_fd.h"
-
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <thread>
-
-namespace vb {
+namespace vb::sysfs_gpio_test {
 namespace {
 
 const std::string kClass = "/sys/class/gpio/";
 
 class SysfsGpioModel : public BoardTest {
   protected:
-    static UniqueFd open_file(const std::string& name, int flags) {
-        return UniqueFd(open((kClass + name).c_str(), flags | O_CLOEXEC));
-    }
     static int write_text(const std::string& name, std::string_view text, int flags = 0) {
-        const UniqueFd fd = open_file(name, O_WRONLY | flags);
+        const UniqueFd fd = plain::open(kClass + name, O_WRONLY | flags);
         const ssize_t written = fd ? write(fd.get(), text.data(), text.size()) : -1;
         return written < 0 ? -errno : static_cast<int>(written);
     }
     static std::string read_on(const UniqueFd& fd, off_t offset = 0) {
         char text[32];
         lseek(fd.get(), offset, SEEK_SET);
-        const ssize_t size = read(fd.get(), text, sizeof text);
+        const int size = plain::read(fd, text, sizeof text);
         return size < 0 ? "error" : std::string(text, static_cast<std::size_t>(size));
     }
     static std::string read_text(const std::string& name) {
-        return read_on(open_file(name, O_RDONLY));
-    }
-    static short ready(const UniqueFd& fd, int milliseconds = 0) {
-        pollfd entry{fd.get(), POLLPRI, 0};
-        poll(&entry, 1, milliseconds);
-        return entry.revents;
+        return read_on(plain::open(kClass + name, O_RDONLY));
     }
     void drive_line(unsigned line, int level) {
         board().ask("sysgpio.drive", {{"line", line}, {"level", level}});
     }
-    Json show(unsigned line) { return board().ask("sysgpio.show", {{"line", line}}); }
+    int level_of(unsigned line) {
+        return board().ask("sysgpio.show", {{"line", line}}).at("level").get<int>();
+    }
 };
 
 TEST_F(SysfsGpioModel, ExportsAndUnexportsAsTheKernelDoes) {
@@ -57,20 +45,19 @@ TEST_F(SysfsGpioModel, ExportsAndUnexportsAsTheKernelDoes) {
     EXPECT_EQ(write_text("export", "99999999999999999999"), -ERANGE);
     EXPECT_EQ(write_text("unexport", "9"), -EINVAL);
 
-    const UniqueFd value = open_file("gpio7/value", O_RDONLY);
+    const UniqueFd value = plain::open(kClass + "gpio7/value", O_RDONLY);
     EXPECT_EQ(write_text("unexport", std::string_view("7\0", 2)), 2);
     EXPECT_EQ(access((kClass + "gpio7").c_str(), F_OK), -1);
     char byte = 0;
-    EXPECT_EQ(read(value.get(), &byte, 1), -1);
-    EXPECT_EQ(errno, ENODEV);
-    EXPECT_EQ(ready(value), POLLPRI | POLLERR);
+    EXPECT_EQ(plain::read(value, &byte, 1), -ENODEV);
+    EXPECT_EQ(plain::wait(value, POLLPRI), POLLPRI | POLLERR);
     EXPECT_EQ(write_text("unexport", "7"), -EINVAL);
 }
 
 TEST_F(SysfsGpioModel, OpensAttributesOnlyTheWayTheyAre) {
-    EXPECT_FALSE(open_file("export", O_RDONLY));
+    EXPECT_FALSE(plain::open(kClass + "export", O_RDONLY));
     EXPECT_EQ(errno, EACCES);
-    EXPECT_FALSE(open_file("gpiochip0/base", O_RDWR));
+    EXPECT_FALSE(plain::open(kClass + "gpiochip0/base", O_RDWR));
     EXPECT_EQ(errno, EACCES);
     EXPECT_EQ(read_text("gpiochip0/ngpio"), "512\n");
     struct stat status {};
@@ -79,29 +66,33 @@ TEST_F(SysfsGpioModel, OpensAttributesOnlyTheWayTheyAre) {
     EXPECT_EQ(status.st_mode & 0777U, 0444U);
 }
 
-TEST_F(SysfsGpioModel, DrivesOutputsAndReadsInputs) {
+TEST_F(SysfsGpioModel, TakesOrRefusesWhatIsWrittenAndHasTheLevelForIt) {
     write_text("export", "9");
-    EXPECT_EQ(read_text("gpio9/direction"), "in\n");
-    EXPECT_EQ(write_text("gpio9/value", "1"), -EPERM);
     drive_line(9, 1);
-    EXPECT_EQ(read_text("gpio9/value"), "1\n");
-    EXPECT_EQ(write_text("gpio9/direction", std::string_view("out\0", 4)), 4);
-    EXPECT_EQ(show(9).at("level"), 0) << "out begins low";
-    EXPECT_EQ(write_text("gpio9/value", "1"), 1);
-    EXPECT_EQ(show(9).at("level"), 1);
-    EXPECT_EQ(write_text("gpio9/value", "high"), -EINVAL);
-    EXPECT_EQ(write_text("gpio9/active_low", "1"), 1);
-    EXPECT_EQ(read_text("gpio9/value"), "0\n");
-    EXPECT_EQ(write_text("gpio9/value", "1"), 1);
-    EXPECT_EQ(show(9).at("level"), 0);
-    EXPECT_EQ(write_text("gpio9/direction", "high"), 4);
-    EXPECT_EQ(show(9).at("level"), 1) << "high and low are levels, whatever active_low says";
-    EXPECT_EQ(write_text("gpio9/edge", "both"), -EIO);
+    const struct {
+        const char* file;
+        const char* text;
+        int error;
+        int level;
+        const char* value; // which may read the other way round
+    } writes[] = {
+        {"value", "1", EPERM, 1, "1\n"},    {"direction", "out", 0, 0, "0\n"}, // begins low
+        {"value", "1", 0, 1, "1\n"},        {"value", "high", EINVAL, 1, "1\n"},
+        {"active_low", "1", 0, 1, "0\n"},   {"value", "1", 0, 0, "1\n"},
+        {"direction", "high", 0, 1, "0\n"}, // a level, whatever active_low says
+        {"edge", "both", EIO, 1, "0\n"},    {"direction", "sideways", EINVAL, 1, "0\n"},
+    };
+    for (const auto& each : writes) {
+        const std::string_view text = each.text;
+        EXPECT_EQ(write_text(std::string("gpio9/") + each.file, text),
+                  each.error == 0 ? static_cast<int>(text.size()) : -each.error)
+            << each.file << " " << text;
+        EXPECT_EQ(level_of(9), each.level) << each.file << " " << text;
+        EXPECT_EQ(read_text("gpio9/value"), each.value) << each.file << " " << text;
+    }
     EXPECT_THROW(drive_line(9, 0), ClientError);
-    EXPECT_EQ(write_text("gpio9/direction", "sideways"), -EINVAL);
 
     write_text("export", "471"); // pulled up
-    EXPECT_EQ(read_text("gpio471/value"), "1\n");
     write_text("gpio471/direction", "out");
     write_text("gpio471/direction", "in");
     EXPECT_EQ(read_text("gpio471/value"), "1\n") << "an input has the level of the outside";
@@ -109,22 +100,24 @@ TEST_F(SysfsGpioModel, DrivesOutputsAndReadsInputs) {
 
 TEST_F(SysfsGpioModel, TellsOfTheChosenEdgesOnly) {
     write_text("export", "5");
-    const UniqueFd value = open_file("gpio5/value", O_RDONLY);
-    EXPECT_EQ(ready(value), POLLPRI | POLLERR) << "a fresh open has something to read";
+    const UniqueFd value = plain::open(kClass + "gpio5/value", O_RDONLY);
+    EXPECT_EQ(plain::wait(value, POLLPRI), POLLPRI | POLLERR) << "a fresh open can be read";
     EXPECT_EQ(read_on(value), "0\n");
     const auto fires = [&](int level) {
         drive_line(5, level);
-        const bool fired = ready(value) != 0;
+        const bool fired = plain::wait(value, POLLPRI) != 0;
         EXPECT_EQ(read_on(value).size(), 2U);
-        EXPECT_EQ(ready(value), 0);
+        EXPECT_EQ(plain::wait(value, POLLPRI), 0);
         return fired;
     };
-    struct Case {
+    const struct {
         const char* edge;
         bool rising, falling;
-    };
-    for (const Case& each : {Case{"none", false, false}, Case{"rising\n", true, false},
-                             Case{"falling", false, true}, Case{"both", true, true}}) {
+    } cases[] = {{"none", false, false},
+                 {"rising\n", true, false},
+                 {"falling", false, true},
+                 {"both", true, true}};
+    for (const auto& each : cases) {
         write_text("gpio5/edge", each.edge);
         EXPECT_EQ(fires(1), each.rising) << each.edge;
         EXPECT_EQ(fires(0), each.falling) << each.edge;
@@ -138,17 +131,5 @@ TEST_F(SysfsGpioModel, TellsOfTheChosenEdgesOnly) {
     EXPECT_EQ(read_on(value, 1), "\n");
 }
 
-TEST_F(SysfsGpioModel, WakesWhoeverSelectsOnAnEdge) {
-    write_text("export", "5");
-    write_text("gpio5/edge", "rising");
-    const UniqueFd value = open_file("gpio5/value", O_RDONLY | O_NONBLOCK);
-    read_on(value);
-    std::jthread world([] {
-        Client::of_this_board().ask("sysgpio.drive", {{"line", 5}, {"level", 1}});
-    });
-    EXPECT_EQ(ready(value, -1), POLLPRI | POLLERR);
-    EXPECT_EQ(read_on(value), "1\n");
-}
-
 } // namespace
-} // namespace vb
+} // namespace vb::sysfs_gpio_test

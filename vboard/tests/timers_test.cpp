@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace vb {
+namespace vb::timers_test {
 namespace {
 
 TEST(Timers, RunInTheOrderOfTheirTimesThenOfTheirSetting) {
@@ -38,4 +38,4 @@ TEST(Timers, MaySetAndCancelOthersWhileTheyRun) {
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::timers_test

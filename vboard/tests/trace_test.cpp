@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-namespace vb {
+namespace vb::trace_test {
 namespace {
 
 TEST(Trace, NumbersStampsAndFindsEvents) {
@@ -48,4 +48,4 @@ TEST(Syslog, MessagesAreTakenApart) {
 }
 
 } // namespace
-} // namespace vb
+} // namespace vb::trace_test

@@ -1,18 +1,14 @@
 // The video-timing generator as a program without our library meets it.
 
-#include "client/board_test.h"
+#include "client/board_fixture.h"
+#include "tests/plain_calls.h"
 
-#include "core/unique_fd.h"
-
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <time.h>
 
 #include <array>
-#include <cerrno>
 #include <tuple>
 
-namespace vb {
+namespace vb::video_timing_test {
 namespace {
 
 using Words = std::array<std::uint64_t, 12>;
@@ -20,12 +16,12 @@ using Words = std::array<std::uint64_t, 12>;
 class VideoTiming : public BoardTest {
   protected:
     template <class Record>
-    int ask(unsigned long code, Record& record) {
-        return ioctl(node_.get(), code, &record) < 0 ? -errno : 0;
+    int ask(unsigned long code, Record record) {
+        return plain::request(node_, code, &record);
     }
     Words stamps() {
         Words words{};
-        EXPECT_EQ(ask(0x80604321, words), 0);
+        EXPECT_EQ(plain::request(node_, 0x80604321, &words), 0);
         EXPECT_EQ(words[0], words[1 + words[11]]) << "the sample is the newest of the ring";
         return words;
     }
@@ -38,37 +34,64 @@ class VideoTiming : public BoardTest {
         const timespec time{seconds, 0};
         nanosleep(&time, nullptr);
     }
-    // The newest interval on the scale, made longer by what is to be counted.
+    // The newest interval between two frames, a second after the last change.
     double interval() {
+        pass(1);
         const Words words = stamps();
         const std::uint64_t newest = words[11];
         return static_cast<double>(words[1 + newest] - words[1 + (newest + 9) % 10]);
     }
 
   private:
-    UniqueFd node_{open("/dev/vgen", O_RDWR | O_CLOEXEC)};
+    UniqueFd node_ = plain::open("/dev/vgen");
 };
+
+TEST_F(VideoTiming, StampsCanBeStaleMissingOffAndAligned) {
+    constexpr std::uint32_t kCycle = 16666666;
+    board().ask("vgen.pace", {{"frames", 5}});
+    EXPECT_EQ(ask(0x40024325, std::uint16_t{6000}), 0);
+    Words last = stamps();
+    for (const auto& [verb, key, count] :
+         {std::tuple("vgen.stale", "reads", 2), std::tuple("vgen.miss", "frames", 10)}) {
+        board().ask(verb, {{key, count}});
+        EXPECT_EQ(stamps(), last) << verb;
+        EXPECT_EQ(stamps(), last) << verb;
+        EXPECT_NE(stamps(), last) << verb;
+        last = stamps();
+    }
+    EXPECT_EQ(ask(0x40044324, kCycle), 0);
+    EXPECT_NEAR(static_cast<double>((stamps()[0] - 4 * kCycle) % kCycle), 4 * 2.0 / 3, 2);
+    const auto phase = [&] { return board().ask("vgen.show").at("phase_ns").get<double>(); };
+    const double aligned = phase();
+    board().ask("vgen.delay", {{"ns", 1'000'000}});
+    stamps();
+    EXPECT_NEAR(phase() - aligned, 1e6, 2);
+    board().ask("vgen.pace", {{"frames", 0}});
+}
+
+TEST_F(VideoTiming, RefusesWhatItCannotDo) {
+    expect_misuse();
+    EXPECT_EQ(set_clock(0), -EINVAL);
+    EXPECT_EQ(ask(0x40044324, std::uint32_t{0}), -EINVAL);
+    EXPECT_EQ(ask(0x40044326, std::uint32_t{1}), -EINVAL);
+    EXPECT_EQ(ask(0x40024325, std::uint16_t{0}), -EINVAL);
+    EXPECT_EQ(events({{"kind", "misuse"}}).size(), 4U);
+    EXPECT_THROW(set("offset_ppm", 1e9), ClientError);
+}
 
 TEST_F(VideoTiming, FramesFollowClockOffsetRasterAndReference) {
     set_speed(1000);
-    pass(1);
     constexpr double kFrame = 1e9 / 60;
     EXPECT_NEAR(interval(), kFrame, 1);
     EXPECT_EQ(set_clock(148500000 / 2), 0);
-    pass(1);
     EXPECT_NEAR(interval(), kFrame * 2, 1);
-    std::uint32_t rate = 0;
-    EXPECT_EQ(ask(0x80044323, rate), 0);
-    EXPECT_EQ(rate, 74250000U);
+    EXPECT_EQ(board().ask("vgen.show").at("clock_hz"), 74250000);
     EXPECT_EQ(set_clock(148500000), 0);
     set("offset_ppm", 100);
-    pass(1);
     EXPECT_NEAR(interval(), kFrame * (1 - 100e-6), 1);
     set("reference_ppm", 100);
-    pass(1);
     EXPECT_NEAR(interval(), kFrame, 1) << "against a reference that is as fast";
     board().ask("vgen.raster", {{"h_total", 2640}, {"v_total", 1125}});
-    pass(1);
     EXPECT_NEAR(interval(), 2e7, 1);
     set("drift_ppm_per_hour", 36);
     const auto look = [&] { // without fast time passing meanwhile
@@ -85,41 +108,5 @@ TEST_F(VideoTiming, FramesFollowClockOffsetRasterAndReference) {
     EXPECT_NEAR((later - clock) / 148.5, 36 * (end - start) / 3600, 0.01) << "drift, ppm";
 }
 
-TEST_F(VideoTiming, StampsCanBeStaleMissingOffAndAligned) {
-    board().ask("vgen.pace", {{"frames", 5}});
-    std::uint16_t rate = 6000;
-    EXPECT_EQ(ask(0x40024325, rate), 0);
-    Words last = stamps();
-    for (const auto& [verb, key, count] :
-         {std::tuple("vgen.stale", "reads", 2), std::tuple("vgen.miss", "frames", 10)}) {
-        board().ask(verb, {{key, count}});
-        EXPECT_EQ(stamps(), last) << verb;
-        EXPECT_EQ(stamps(), last) << verb;
-        EXPECT_NE(stamps(), last) << verb;
-        last = stamps();
-    }
-    std::uint32_t cycle = 16666666;
-    EXPECT_EQ(ask(0x40044324, cycle), 0);
-    EXPECT_NEAR(static_cast<double>((stamps()[0] - 4 * 16666666) % cycle), 4 * 2.0 / 3, 2);
-    const auto phase = [&] { return board().ask("vgen.show").at("phase_ns").get<double>(); };
-    const double aligned = phase();
-    board().ask("vgen.delay", {{"ns", 1'000'000}});
-    stamps();
-    EXPECT_NEAR(phase() - aligned, 1e6, 2);
-}
-
-TEST_F(VideoTiming, RefusesWhatItCannotDo) {
-    expect_misuse();
-    std::uint32_t zero = 0;
-    std::uint32_t one = 1;
-    std::uint16_t no_rate = 0;
-    EXPECT_EQ(set_clock(0), -EINVAL);
-    EXPECT_EQ(ask(0x40044324, zero), -EINVAL);
-    EXPECT_EQ(ask(0x40044326, one), -EINVAL);
-    EXPECT_EQ(ask(0x40024325, no_rate), -EINVAL);
-    EXPECT_EQ(events({{"kind", "misuse"}}).size(), 4U);
-    EXPECT_THROW(set("offset_ppm", 1e9), ClientError);
-}
-
 } // namespace
-} // namespace vb
+} // namespace vb::video_timing_test

@@ -1,6 +1,10 @@
 #pragma once
 // The fixture of every test that runs on a board: speak to the world through it, look at the trace
 // through it, and let it check at the end that nothing was done wrong and nothing left behind.
+//
+// Tests may share a board, one after the other. After each the fixture takes its faults away, lets
+// held calls go, brings vanished nodes back and sets the speed back. Lines, registers and stored
+// data stay as the test left them: a test says what it wants of those itself.
 
 #include "client/client.h"
 
@@ -64,7 +68,10 @@ class BoardTest : public ::testing::Test {
     static std::size_t threads();
 
   private:
+    void put_back(const Json& trace);
+
     Client board_ = Client::of_this_board();
+    double speed_ = 1;
     std::uint64_t started_ = 0;
     std::uint64_t since_ = 0;
     std::size_t descriptors_ = 0;

@@ -1,4 +1,4 @@
-#include "command_run.h"
+#include "client/command_run.h"
 
 #include "core/unique_fd.h"
 

@@ -11,12 +11,10 @@
 #include <system_error>
 #include <thread>
 
-#include "board_clock.h"
+#include "clock/board_clock.h"
 
+namespace vb::board_clock_test {
 namespace {
-
-using vb::BoardClock;
-using vb::ClockRate;
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int64_t kYear = 365 * 86'400 * kSecond;
@@ -31,7 +29,7 @@ std::int64_t real_ns(clockid_t clock) {
 
 ClockRate rate_of(double speed) {
     return {5 * kSecond, 7 * kSecond, 1'700'000'000 * kSecond,
-            static_cast<std::uint64_t>(speed * static_cast<double>(vb::kSpeedOne))};
+            static_cast<std::uint64_t>(speed * static_cast<double>(kSpeedOne))};
 }
 
 class BoardClockTest : public testing::Test {
@@ -124,7 +122,7 @@ TEST_F(BoardClockTest, TakesNoOtherFileForAPage) {
     EXPECT_FALSE(BoardClock::open(file_));
     std::ofstream(file_) << "short";
     EXPECT_FALSE(BoardClock::open(file_));
-    std::ofstream(file_) << std::string(sizeof(vb::ClockPage), 'x');
+    std::ofstream(file_) << std::string(sizeof(ClockPage), 'x');
     EXPECT_FALSE(BoardClock::open(file_));
     EXPECT_THROW(BoardClock::create(file_), std::system_error);
 }
@@ -136,17 +134,17 @@ TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
     for (int i = 0; i < 20000; ++i) {
         const ClockRate rate = rate_of(std::pow(10.0, exponent(random)));
         const std::int64_t board = instant(random) >> (i % 50);
-        const std::int64_t real = vb::real_when_board(rate, board);
+        const std::int64_t real = real_when_board(rate, board);
         if (real < kMost && real > kLeast) {
-            ASSERT_GE(vb::board_at(rate, real), board);
-            ASSERT_LT(vb::board_at(rate, real - 1), board);
+            ASSERT_GE(board_at(rate, real), board);
+            ASSERT_LT(board_at(rate, real - 1), board);
         }
         // A wait of the real span, begun at any instant, is never short.
         const std::int64_t asked = std::abs(board);
         const std::int64_t start = instant(random) / 1000;
-        const std::int64_t end = vb::saturated(start + vb::real_span(rate, asked));
+        const std::int64_t end = saturated(start + real_span(rate, asked));
         if (end < kMost) {
-            ASSERT_GE(vb::board_at(rate, end) - vb::board_at(rate, start), asked);
+            ASSERT_GE(board_at(rate, end) - board_at(rate, start), asked);
         }
     }
 }
@@ -154,12 +152,12 @@ TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
 TEST(ClockRateTest, KeepsExactOverYearsAndSaturatesBeyondTheEndOfTime) {
     const ClockRate rate = rate_of(10000.0);
     const std::int64_t real = 5 * kSecond + 8 * 86'400 * kSecond + 1; // 219 years of the board
-    EXPECT_EQ(vb::board_at(rate, real), 7 * kSecond + 80'000 * (86'400 * kSecond) + 10'000);
-    EXPECT_EQ(vb::board_at(rate, 100 * kYear), kMost);
-    EXPECT_EQ(vb::board_at(rate, -100 * kYear), kLeast);
-    EXPECT_EQ(vb::real_when_board(rate_of(0.001), 200 * kYear), kMost);
-    EXPECT_EQ(vb::real_when_board(rate, kMost) / kSecond,
-              5 + (kMost - 7 * kSecond) / 10000 / kSecond);
+    EXPECT_EQ(board_at(rate, real), 7 * kSecond + 80'000 * (86'400 * kSecond) + 10'000);
+    EXPECT_EQ(board_at(rate, 100 * kYear), kMost);
+    EXPECT_EQ(board_at(rate, -100 * kYear), kLeast);
+    EXPECT_EQ(real_when_board(rate_of(0.001), 200 * kYear), kMost);
+    EXPECT_EQ(real_when_board(rate, kMost) / kSecond, 5 + (kMost - 7 * kSecond) / 10000 / kSecond);
 }
 
 } // namespace
+} // namespace vb::board_clock_test

@@ -1,9 +1,10 @@
-#include "client/board_test.h"
+#include "client/board_fixture.h"
 
 #include <fmt/format.h>
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 namespace vb {
@@ -51,6 +52,7 @@ auto settled(const Count& count, decltype(count()) expected) {
 } // namespace
 
 void BoardTest::SetUp() {
+    speed_ = board_.ask("clock.show").at("speed").get<double>();
     started_ = board_.ask("trace.last").get<std::uint64_t>();
     since_ = started_;
     descriptors_ = descriptors();
@@ -68,6 +70,36 @@ void BoardTest::TearDown() {
     EXPECT_EQ(settled(threads, threads_), threads_) << "threads were left running";
     if (HasFailure()) {
         keep_trace(trace.get<std::vector<Json>>());
+    }
+    put_back(trace);
+}
+
+// What the next test on this board must not find; the trace tells what there is of it.
+void BoardTest::put_back(const Json& trace) {
+    clear_faults();
+    bool speed_set = false;
+    std::set<std::string> holds;
+    std::set<std::string> gone;
+    for (const Json& event : trace) {
+        const std::string kind = event["kind"];
+        speed_set = speed_set || kind == "clock";
+        if (kind == "node" && event["state"] == "gone") {
+            gone.insert(event["node"]);
+        } else if (kind == "node") {
+            gone.erase(event["node"]);
+        } else if (const std::string action = event.value("action", "");
+                   action.starts_with("hold=")) {
+            holds.insert(action.substr(action.find('=') + 1));
+        }
+    }
+    for (const std::string& tag : holds) {
+        board_.ask("fault.release", {{"tag", tag}});
+    }
+    for (const std::string& node : gone) {
+        appear(node);
+    }
+    if (speed_set) {
+        set_speed(speed_);
     }
 }
 
