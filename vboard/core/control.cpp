@@ -22,8 +22,11 @@ std::string text_of(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+// A text may quote what was given, of which nobody wants to read all again.
 Json failure(const char* kind, const std::string& text) {
-    return {{"ok", false}, {"error", text}, {"kind", kind}};
+    constexpr std::size_t kEnough = 300;
+    const std::string error = text.size() <= kEnough ? text : text.substr(0, kEnough) + "...";
+    return {{"ok", false}, {"error", error}, {"kind", kind}};
 }
 
 Json failure(const std::exception& error) {
