@@ -200,17 +200,16 @@ Json Argument::describe() const {
 }
 
 Json checked(const std::vector<Argument>& rows, const Json& given) {
-    for (const auto& [name, value] : given.items()) {
-        const bool known =
-            name == "verb" || std::any_of(rows.begin(), rows.end(),
-                                          [&](const auto& row) { return row.name == name; });
-        if (!known) {
-            throw UsageError(fmt::format("there is no argument {}", shortened(name)));
+    for (const auto& item : given.items()) {
+        const auto named = [&](const Argument& row) { return row.name == item.key(); };
+        if (item.key() != "verb" && std::none_of(rows.begin(), rows.end(), named)) {
+            throw UsageError(fmt::format("there is no argument {}", shortened(item.key())));
         }
     }
     Json arguments = given;
     for (const Argument& row : rows) {
-        if (!given.contains(row.name)) {
+        if (arguments.value(row.name, Json()).is_null()) { // null is as good as nothing
+            arguments.erase(row.name);
             if (!row.optional) {
                 throw UsageError(fmt::format("{} is missing", in_capitals(row.name)));
             }

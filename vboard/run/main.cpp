@@ -214,7 +214,6 @@ int parse_and_run(Words words) {
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("-V,--version", VBOARD_VERSION, "Print the version");
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    app.get_formatter()->label("Subcommands", "Commands");
     RunArguments run_arguments;
     RunArguments shell_arguments;
     ControlOptions control;
@@ -223,6 +222,9 @@ int parse_and_run(Words words) {
     const CLI::App* ctl_command = add_ctl(app, control);
     const CLI::App* list_command = app.add_subcommand("list", "List the running boards");
     app.add_subcommand("board", "Print the standard board file and the kinds of models");
+    for (CLI::App* command : app.get_subcommands({})) {
+        command->group("Commands");
+    }
 
     words = without_help_word(std::move(words));
     control.words = take_verb(words);
