@@ -115,9 +115,9 @@ Argument Argument::text(std::string name) {
     return row;
 }
 
-Argument Argument::word(std::string name, std::vector<std::string> choices) {
+Argument Argument::word(std::string name, const std::vector<std::string>& choices) {
     Argument row = text(std::move(name));
-    row.choices = std::move(choices);
+    row.choices = choices;
     return row;
 }
 

@@ -27,7 +27,7 @@ class UsageError : public VerbError {
 // An argument's name as help and complaints write it.
 std::string in_capitals(std::string name);
 
-struct Argument {
+struct Argument { // NOLINT(bugprone-exception-escape): moving JSON throws nothing
     enum class Type { integer, number, text, object };
 
     std::string name;
@@ -49,7 +49,7 @@ struct Argument {
     static Argument index(std::string name, std::size_t count);
     static Argument number(std::string name, double least, double most);
     static Argument text(std::string name);
-    static Argument word(std::string name, std::vector<std::string> choices);
+    static Argument word(std::string name, const std::vector<std::string>& choices);
     // For who speaks the protocol, and for the patient.
     static Argument object(std::string name);
 

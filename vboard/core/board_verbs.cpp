@@ -109,7 +109,7 @@ Argument kind_argument() {
 }
 
 Argument match_argument() {
-    return Argument::object("match").or_none("all of them");
+    return Argument::object("match").or_none("{}");
 }
 
 Json pattern_of(const Json& arguments) {
@@ -127,13 +127,13 @@ void add_trace_verbs(Board& board) {
          }});
     board.verbs().add({"trace.follow",
                        {kind_argument(), match_argument()},
-                       "every event from now on, of one kind or all",
+                       "every event from now on, of one kind or all, with all keys of MATCH",
                        pattern_of,
                        true});
     board.verbs().add(
         {"trace.read",
          {Argument::integer("since", 0).or_else(0), kind_argument(), match_argument()},
-         "the events after a number, of one kind or all",
+         "the events after number SINCE, of one kind or all, with all keys of MATCH",
          [&board](const Json& arguments) -> Json {
              return board.trace().after(arguments["since"].get<std::uint64_t>(),
                                         pattern_of(arguments));

@@ -234,6 +234,7 @@ void VideoTiming::set(const Json& arguments) {
 void VideoTiming::add_verbs() {
     constexpr std::int64_t kSecond = 1'000'000'000;
     std::vector<std::string> knobs;
+    knobs.reserve(kKnobs.size());
     for (const Knob& knob : kKnobs) {
         knobs.emplace_back(knob.name);
     }
@@ -251,9 +252,8 @@ void VideoTiming::add_verbs() {
                         {},
                         "the generator: raster, clock as set and as it is, phase of the last frame",
                         [this](const Json&) { return show(); }});
-    add("vgen.set",
-        {Argument::word("name", std::move(knobs)), Argument::number("value", -1e6, 1e6)},
-        "let clock or reference be off by so much",
+    add("vgen.set", {Argument::word("name", knobs), Argument::number("value", -1e6, 1e6)},
+        "let clock or reference be off by so much: ppm to 100000, drift to 10000, ns to 1000000",
         [this](const Json& arguments) { set(arguments); });
     add("vgen.pace", {Argument::integer("frames", 0, kMostFrames)},
         "let so many frames pass by each read; 0: by board time",

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -171,7 +172,7 @@ Words take_verb(Words& words) {
 }
 
 std::string complaint_of(const CLI::ParseError& error, const CLI::App& command) {
-    const std::string text = error.what();
+    std::string text = error.what();
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         for (const std::string& word : command.remaining()) {
             if (word != "--") {
@@ -267,7 +268,12 @@ int parse_and_run(Words words) {
 
 int main(int argc, char** argv) {
     try {
-        return vb::parse_and_run({argv + (argc > 0 ? 1 : 0), argv + argc});
+        const int status = vb::parse_and_run({argv + (argc > 0 ? 1 : 0), argv + argc});
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+            fmt::print(stderr, "vboard: the output cannot be written\n");
+            return vb::kExitFailure;
+        }
+        return status;
     } catch (const std::invalid_argument& error) {
         fmt::print(stderr, "vboard: {}\nTry `vboard run --help`.\n", error.what());
         return vb::kExitUsage;

@@ -57,6 +57,9 @@ TEST(CommandLine, SaysWhatIsWrongAndNamesTheHelp) {
              {{"ctl", "--board", "x", "gpio"}, 64, "\"x\" is no number of a board"},
              {{"ctl", "--board", "2147483647", "gpio"}, 69, "no board 2147483647 here"},
              {{"run", "--", VBOARD, "run", "--", "true"}, 69, "this is a board already"},
+             {{"run", "--", "sh", "-c", "vboard ctl clock show >/dev/full"},
+              1,
+              "cannot be written"},
          }) {
         expect_row({VBOARD}, row);
     }
@@ -68,14 +71,14 @@ TEST(CommandLine, SaysWhatIsWrongAndNamesTheHelp) {
 // A board that does nothing, steered from outside.
 class Ctl : public ::testing::Test {
   protected:
-    Ctl() : launcher_(start_command({VBOARD, "run", "--", "sleep", "4000"})) {}
-    ~Ctl() override {
+    void SetUp() override { launcher_ = start_command({VBOARD, "run", "--", "sleep", "4000"}); }
+    void TearDown() override {
         kill(launcher_, SIGTERM);
         wait_for_command(launcher_);
     }
 
     // Once it can be reached at all, an answer comes when the board is there.
-    Client client() {
+    Client client() const {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (true) {
             try {
@@ -92,7 +95,7 @@ class Ctl : public ::testing::Test {
     Words command() const { return {VBOARD, "ctl", "--board", std::to_string(launcher_)}; }
 
   private:
-    pid_t launcher_;
+    pid_t launcher_ = 0;
 };
 
 TEST_F(Ctl, TellsWrongUseFromARefusal) {
