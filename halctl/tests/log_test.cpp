@@ -30,7 +30,7 @@ TEST(LogCommand, EverySinkGetsTheMessage) {
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.err, ContainsRegex("^[0-9:]+ WARN  halctl:[0-9]+: fan 100% slow\n"
                                           "[0-9-]+ [0-9:]+ WARN  halctl:[0-9]+: fan 100% slow\n"));
-    EXPECT_THAT(result.err, ContainsRegex("\"text\": \"WARN  halctl:[0-9]+: fan 100% slow\""));
+    EXPECT_THAT(result.err, ContainsRegex("\"text\":\"WARN  halctl:[0-9]+: fan 100% slow\""));
     EXPECT_EQ(entry(result, "standard error"),
               json({{"sink", "standard error"}, {"reached", true}}));
     EXPECT_EQ(entry(result, "system log").at("priority"), "warning");

@@ -8,11 +8,33 @@
 
 namespace vb {
 
+namespace {
+
+using Kind = ClientError::Kind;
+
+Kind kind_of(const Json& failure) {
+    if (failure.at("kind") == "usage") {
+        return Kind::usage;
+    }
+    return failure.at("kind") == "foreign" ? Kind::unreachable : Kind::refused;
+}
+
+std::string text_of_question(const Json& question) {
+    try {
+        return question.dump();
+    } catch (const Json::type_error&) {
+        throw ClientError(Kind::usage, "a word is not valid UTF-8");
+    }
+}
+
+} // namespace
+
 Client Client::of_this_board() {
     const char* name = std::getenv("VBOARD_CONTROL");
     UniqueFd socket = name == nullptr ? UniqueFd{} : connect_to(name);
     if (!socket) {
-        throw ClientError("not on a virtual board: start this with `vboard run -- PROGRAM`");
+        throw ClientError(Kind::unreachable,
+                          "not on a virtual board: start this with `vboard run -- PROGRAM`");
     }
     return Client(std::move(socket));
 }
@@ -20,7 +42,8 @@ Client Client::of_this_board() {
 Client Client::of_launcher(int pid) {
     UniqueFd socket = connect_to(fmt::format("{}{}", kOuterControlPrefix, pid));
     if (!socket) {
-        throw ClientError(fmt::format("no virtual board {}: `vboard list` shows them", pid));
+        throw ClientError(Kind::unreachable,
+                          fmt::format("there is no board {} here: `vboard list` shows them", pid));
     }
     return Client(std::move(socket));
 }
@@ -32,8 +55,10 @@ void Client::give_up_after(std::chrono::seconds patience) {
 
 Json Client::exchange(const Json& question) {
     std::string line;
-    if (!stream_.send(question.dump()) || !stream_.receive(line)) {
-        throw ClientError("the board is gone");
+    // Where the board has hung up, what it said before is still there to be read.
+    stream_.send(text_of_question(question));
+    if (!stream_.receive(line)) {
+        throw ClientError(Kind::unreachable, "the board has ended");
     }
     return Json::parse(line);
 }
@@ -42,7 +67,7 @@ Json Client::ask(const std::string& verb, Json arguments) {
     arguments["verb"] = verb;
     const Json answer = exchange(arguments);
     if (answer.at("ok") != true) {
-        throw ClientError(answer.at("error").get<std::string>());
+        throw ClientError(kind_of(answer), answer.at("error").get<std::string>());
     }
     return answer.at("result");
 }

@@ -12,10 +12,20 @@
 
 namespace vb {
 
-// The board said no, or there is no board to ask.
+// There was no good answer, and why.
 class ClientError : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    enum class Kind {
+        usage,       // the question is wrong
+        refused,     // the board said no
+        unreachable, // there is no board to ask, or it is another user's
+    };
+
+    ClientError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+    Kind kind() const { return kind_; }
+
+  private:
+    Kind kind_;
 };
 
 class Client {

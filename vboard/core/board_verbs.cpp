@@ -6,15 +6,13 @@ namespace vb {
 
 namespace {
 
-using Type = Argument::Type;
-
 void add_clock_verbs(Board& board) {
     board.verbs().add(
         {"clock.show", {}, "board time and speed", [&board](const Json&) -> Json {
              return {{"seconds", static_cast<double>(board.now()) / 1e9}, {"speed", board.speed()}};
          }});
     board.verbs().add({"clock.speed",
-                       {{"factor", Type::number}},
+                       {Argument::number("factor", 0.001, 100'000)},
                        "let board time run this much faster than real time",
                        [&board](const Json& arguments) -> Json {
                            board.set_speed(arguments["factor"].get<double>());
@@ -25,32 +23,41 @@ void add_clock_verbs(Board& board) {
 void add_fault_verbs(Board& board) {
     Verbs& verbs = board.verbs();
     verbs.add({"fault.add",
-               {{"fault", Type::text}},
+               {Argument::text("fault")},
                "let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]",
                [&board](const Json& arguments) -> Json {
-                   return {{"id", board.faults().add(arguments["fault"].get<std::string>())}};
+                   try {
+                       return {{"id", board.faults().add(arguments["fault"].get<std::string>())}};
+                   } catch (const std::invalid_argument& error) {
+                       throw UsageError(fmt::format("FAULT: {}", error.what()));
+                   }
                }});
     verbs.add(
         {"fault.list", {}, "the faults, and how often each has struck", [&board](const Json&) {
              return board.faults().list();
          }});
-    verbs.add(
-        {"fault.remove", {{"id"}}, "take one fault away", [&board](const Json& arguments) -> Json {
-             board.faults().remove(arguments["id"].get<int>());
-             return {};
-         }});
+    verbs.add({"fault.remove",
+               {Argument::integer("id", 1, std::numeric_limits<int>::max())},
+               "take one fault away",
+               [&board](const Json& arguments) -> Json {
+                   const int id = arguments["id"].get<int>();
+                   if (!board.faults().remove(id)) {
+                       throw VerbError(fmt::format("there is no fault {}", id));
+                   }
+                   return {};
+               }});
     verbs.add({"fault.clear", {}, "take all faults away", [&board](const Json&) -> Json {
                    board.faults().clear();
                    return {};
                }});
     verbs.add({"fault.held",
-               {{"tag", Type::text}},
+               {Argument::text("tag")},
                "how many calls a hold keeps",
                [&board](const Json& arguments) -> Json {
                    return board.transfers().held(arguments["tag"].get<std::string>());
                }});
     verbs.add({"fault.release",
-               {{"tag", Type::text}},
+               {Argument::text("tag")},
                "let held calls go on",
                [&board](const Json& arguments) -> Json {
                    return board.transfers().release(arguments["tag"].get<std::string>());
@@ -72,29 +79,37 @@ void add_node_verbs(Board& board) {
                    return nodes;
                }});
     verbs.add({"node.vanish",
-               {{"path", Type::text}},
+               {Argument::text("path")},
                "take a node away, also from under its users",
                [&board, path_of](const Json& arguments) -> Json {
                    if (!board.vanish(path_of(arguments))) {
-                       throw VerbError(fmt::format("no node {}", path_of(arguments)));
+                       throw VerbError(fmt::format("there is no node \"{}\"", path_of(arguments)));
                    }
                    return {};
                }});
     verbs.add({"node.appear",
-               {{"path", Type::text}},
+               {Argument::text("path")},
                "bring a node back that vanished",
                [&board, path_of](const Json& arguments) -> Json {
                    if (!board.appear(path_of(arguments))) {
-                       throw VerbError(fmt::format("{} has not vanished", path_of(arguments)));
+                       throw VerbError(fmt::format("\"{}\" has not vanished", path_of(arguments)));
                    }
                    return {};
                }});
     verbs.add({"node.opens",
-               {{"path", Type::text}},
+               {Argument::text("path")},
                "how often a node is open now",
                [&board, path_of](const Json& arguments) -> Json {
                    return board.transfers().open_count(path_of(arguments));
                }});
+}
+
+Argument kind_argument() {
+    return Argument::text("kind").or_none("every kind");
+}
+
+Argument match_argument() {
+    return Argument::object("match").or_none("{}");
 }
 
 Json pattern_of(const Json& arguments) {
@@ -111,19 +126,20 @@ void add_trace_verbs(Board& board) {
              return board.trace().last();
          }});
     board.verbs().add({"trace.follow",
-                       {{"kind", Type::text, true}},
-                       "every event from now on, of one kind or all",
+                       {kind_argument(), match_argument()},
+                       "every event from now on, of one kind or all, with all keys of MATCH",
                        pattern_of,
                        true});
-    board.verbs().add({"trace.read",
-                       {{"since", Type::integer, true}, {"kind", Type::text, true}},
-                       "the events after a number, of one kind or all",
-                       [&board](const Json& arguments) -> Json {
-                           return board.trace().after(arguments.value("since", std::uint64_t{0}),
-                                                      pattern_of(arguments));
-                       }});
+    board.verbs().add(
+        {"trace.read",
+         {Argument::integer("since", 0).or_else(0), kind_argument(), match_argument()},
+         "the events after number SINCE, of one kind or all, with all keys of MATCH",
+         [&board](const Json& arguments) -> Json {
+             return board.trace().after(arguments["since"].get<std::uint64_t>(),
+                                        pattern_of(arguments));
+         }});
     board.verbs().add({"trace.note",
-                       {{"text", Type::text}},
+                       {Argument::text("text")},
                        "write a remark into the trace",
                        [&board](const Json& arguments) -> Json {
                            board.trace().add("note", {{"text", arguments["text"]}});

@@ -22,8 +22,23 @@ std::string text_of(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-Json failure(const std::string& text) {
-    return {{"ok", false}, {"error", text}};
+// A text may quote what was given, of which nobody wants to read all again.
+Json failure(const char* kind, const std::string& text) {
+    constexpr std::size_t kEnough = 300;
+    const std::string error = text.size() <= kEnough ? text : text.substr(0, kEnough) + "...";
+    return {{"ok", false}, {"error", error}, {"kind", kind}};
+}
+
+Json failure(const std::exception& error) {
+    const bool usage = dynamic_cast<const UsageError*>(&error) != nullptr;
+    return failure(usage ? "usage" : "refused", error.what());
+}
+
+const std::vector<Argument>& wait_arguments() {
+    static const std::vector<Argument> rows = {
+        Argument::integer("since", 0).or_else(0), Argument::object("match").or_else(Json::object()),
+        Argument::integer("timeout_ms", 0, 3'600'000).or_else(10'000)};
+    return rows;
 }
 
 } // namespace
@@ -41,10 +56,14 @@ void ControlServer::accept_all(const UniqueFd& listener) {
             }
             return;
         }
-        if (is_ours(socket.get())) {
-            std::thread([this, stream = LineStream(std::move(socket))]() mutable {
+        const bool ours = is_ours(socket.get());
+        LineStream stream(std::move(socket));
+        if (ours) {
+            std::thread([this, stream = std::move(stream)]() mutable {
                 converse(std::move(stream));
             }).detach();
+        } else {
+            stream.send(text_of(failure("foreign", "this board belongs to another user")));
         }
     }
 }
@@ -54,7 +73,7 @@ void ControlServer::converse(LineStream stream) {
     while (stream.receive(line)) {
         const Json question = Json::parse(line, nullptr, false);
         if (!question.is_object() || !question.contains("verb") || !question["verb"].is_string()) {
-            stream.send(text_of(failure("a question is an object with a \"verb\"")));
+            stream.send(text_of(failure("usage", "a question is an object with a \"verb\"")));
             continue;
         }
         const Json reply = answer(question);
@@ -79,35 +98,36 @@ Json ControlServer::answer(const Json& question) {
         }
         return act(question);
     } catch (const std::exception& error) {
-        return failure(error.what());
+        return failure(error);
     }
 }
 
 Json ControlServer::act(const Json& question) {
     Json result;
-    std::optional<std::string> refused;
+    std::optional<Json> refused;
     board_.act([&] {
         // Caught here, so that what the verb had begun is still settled.
         try {
             result = board_.verbs().call(question["verb"].get<std::string>(), question);
         } catch (const std::exception& error) {
-            refused = error.what();
+            refused = failure(error);
         }
     });
-    return refused ? failure(*refused) : Json{{"ok", true}, {"result", result}};
+    return refused ? *refused : Json{{"ok", true}, {"result", result}};
 }
 
 Json ControlServer::wait(const Json& question) {
-    const auto since = question.value("since", std::uint64_t{0});
-    const Json match = question.value("match", Json::object());
-    const std::chrono::milliseconds limit(question.value("timeout_ms", 10'000));
+    const Json arguments = checked(wait_arguments(), question);
+    const auto since = arguments["since"].get<std::uint64_t>();
+    const Json& match = arguments["match"];
+    const std::chrono::milliseconds limit(arguments["timeout_ms"].get<std::int64_t>());
     const auto event = board_.act_until(
         [&]() -> std::optional<Json> {
             const std::vector<Json> found = board_.trace().after(since, match);
             return found.empty() ? std::nullopt : std::optional(found.front());
         },
         limit);
-    return event ? Json{{"ok", true}, {"result", *event}} : failure("no such event");
+    return event ? Json{{"ok", true}, {"result", *event}} : failure("refused", "no such event");
 }
 
 void ControlServer::follow(LineStream& stream, const Json& match) {

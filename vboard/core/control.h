@@ -1,7 +1,9 @@
 #pragma once
 // The control socket: JSON lines. A question is {"verb": NAME, ARGUMENT: VALUE...}; its answer is
-// {"ok": true, "result": ...} or {"ok": false, "error": TEXT}. Beside the verbs of the board and
-// its models there are
+// {"ok": true, "result": ...} or {"ok": false, "error": TEXT, "kind": KIND}; KIND is "usage" where
+// the question is wrong, "refused" where this board cannot do it, and "foreign" where the board
+// belongs to another user, who alone may ask. Beside the verbs of the board and its models there
+// are
 //   verbs                                    all verbs with their arguments and help
 //   trace.wait   since, match, timeout_ms    the first event after number `since` that matches
 // A verb that follows answers "following" and then sends every matching event as a line.

@@ -1,15 +1,18 @@
 #include "core/faults.h"
 
+#include "core/number.h"
+
 #include <fmt/format.h>
 #include <fnmatch.h>
 
-#include <charconv>
 #include <cstring>
 #include <vector>
 
 namespace vb {
 
 namespace {
+
+constexpr double kLongestDelayMs = 1e9; // eleven days of board time
 
 [[noreturn]] void refuse(const std::string& why) {
     throw std::invalid_argument(why);
@@ -37,13 +40,15 @@ std::pair<std::string, std::string> key_and_value(const std::string& word) {
 }
 
 template <class Number>
-Number number_of(const std::string& key, const std::string& text) {
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size()) {
-        refuse(fmt::format("{}= wants a number, not \"{}\"", key, text));
+Number number_of(const std::string& key, const std::string& text,
+                 Number most = std::numeric_limits<Number>::max()) {
+    const auto number = number_in<Number>(text);
+    if (!number || *number < 0 || *number > most) {
+        const bool bounded = most != std::numeric_limits<Number>::max();
+        refuse(fmt::format("{}= wants a number from 0{}, not \"{}\"", key,
+                           bounded ? fmt::format(" to {}", most) : "", text));
     }
-    return number;
+    return *number;
 }
 
 } // namespace
@@ -101,7 +106,8 @@ void Faults::Rule::take_action(const std::string& word) {
     action.text = word;
     if (key == "delay") {
         action.kind = FaultAction::Kind::delay;
-        action.delay_ns = static_cast<std::int64_t>(number_of<double>(key, value) * 1e6);
+        action.delay_ns =
+            static_cast<std::int64_t>(number_of<double>(key, value, kLongestDelayMs) * 1e6);
     } else if (key == "hold" && !value.empty()) {
         action.kind = FaultAction::Kind::hold;
         action.tag = value;
@@ -130,7 +136,7 @@ void Faults::Rule::take_condition(const std::string& word) {
     } else if (key == "after") {
         after = number_of<std::uint64_t>(key, value);
     } else if (key == "probability") {
-        probability = number_of<double>(key, value);
+        probability = number_of<double>(key, value, 1.0);
     } else if (key == "seed") {
         random.seed(number_of<std::uint64_t>(key, value));
     } else {

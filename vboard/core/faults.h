@@ -54,7 +54,8 @@ class Faults {
   public:
     // Takes a fault as it is written above; std::invalid_argument says what is wrong with it.
     int add(const std::string& text);
-    void remove(int id) { rules_.erase(id); }
+    // False where there is no such fault.
+    bool remove(int id) { return rules_.erase(id) != 0; }
     void clear() { rules_.clear(); }
     Json list() const;
 

@@ -53,13 +53,13 @@ bool Power::count_write() {
 namespace {
 
 std::uint64_t seed_in(const Json& arguments) {
-    return static_cast<std::uint64_t>(arguments.value("seed", std::int64_t{1}));
+    return static_cast<std::uint64_t>(arguments["seed"].get<std::int64_t>());
 }
 
 } // namespace
 
 void Power::add_verbs() {
-    const Argument seed{"seed", Argument::Type::integer, true};
+    const Argument seed = Argument::integer("seed", 0).or_else(1);
     for (const bool again : {false, true}) {
         const std::string name = again ? "power.cycle" : "power.cut";
         const std::string what = again ? ", and the board starts again" : "";
@@ -72,13 +72,10 @@ void Power::add_verbs() {
                             }});
         board_.verbs().add(
             {name + "_after",
-             {{"writes"}, seed},
+             {Argument::integer("writes", 1), seed},
              "the same when so many further writes to partitions have come" + what,
              [this, again](const Json& arguments) -> Json {
                  const auto writes = arguments["writes"].get<std::int64_t>();
-                 if (writes < 1) {
-                     throw VerbError("after how many writes? 1 or more");
-                 }
                  order_ = {writes_ + static_cast<std::uint64_t>(writes), seed_in(arguments), again};
                  return {};
              }});

@@ -48,15 +48,18 @@ Attributes::Attributes(Board& board, Settings& settings) {
         add_file(board.tree(), path, about, settings);
     }
     board.verbs().add({"attribute.show",
-                       {{"path", Argument::Type::text}},
+                       {Argument::text("path")},
                        "the number in a file of /sys or /proc",
                        [this](const Json& arguments) -> Json { return file_at(arguments).value; }});
     board.verbs().add({"attribute.set",
-                       {{"path", Argument::Type::text}, {"value"}},
+                       {Argument::text("path"), Argument::integer("value")},
                        "let the number in a file of /sys or /proc become another",
                        [this](const Json& arguments) -> Json {
                            if (file_at(arguments).set(arguments["value"].get<long>()) != 0) {
-                               throw VerbError("the value is out of bounds");
+                               const NumberFile& file = file_at(arguments);
+                               throw VerbError(fmt::format("{} takes {} to {}",
+                                                           arguments["path"].get<std::string>(),
+                                                           file.lowest, file.highest));
                            }
                            return nullptr;
                        }});

@@ -178,18 +178,14 @@ void Cdcm6208::add_verbs(Settings& settings) {
     if (!alone) {
         settings.refuse("device", fmt::format("there is a cdcm6208 {} already", device_));
     }
-    add_frequency_verb(verbs, "cdcm6208", device_,
+    add_frequency_verb(verbs, "cdcm6208", device_, 0, kCdcm6208Outputs - 1,
                        [this](unsigned output) { return output_hz(output); });
     verbs.add_for("device", device_,
                   {"cdcm6208.lock_ms",
-                   {{"ms"}},
+                   {Argument::integer("ms", 0, 1'000'000)},
                    "how long the PLL takes to lock from the next reset on",
                    [this](const Json& arguments) -> Json {
-                       const auto ms = arguments["ms"].get<std::int64_t>();
-                       if (ms < 0 || ms > 1'000'000) {
-                           throw VerbError("0 to 1000000 ms");
-                       }
-                       lock_ns_ = ms * 1'000'000;
+                       lock_ns_ = arguments["ms"].get<std::int64_t>() * 1'000'000;
                        return {};
                    }});
 }

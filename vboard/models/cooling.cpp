@@ -206,16 +206,13 @@ Outcome Cooling::control(Fan& fan, const RequestCall& call) {
 // --- the world ---
 
 Fan& Cooling::fan_at(const Json& arguments) {
-    const auto channel = arguments["channel"].get<std::int64_t>();
-    if (channel < 0 || static_cast<std::size_t>(channel) >= fans_.size()) {
-        throw VerbError(fmt::format("there is no fan {}", channel));
-    }
-    return fans_[static_cast<std::size_t>(channel)];
+    return fans_[arguments["channel"].get<std::size_t>()];
 }
 
 void Cooling::add_verbs() {
     Verbs& verbs = board_.verbs();
-    verbs.add({"fan.show", {{"channel"}}, "how a fan turns", [this](const Json& arguments) -> Json {
+    const Argument channel = Argument::index("channel", fans_.size());
+    verbs.add({"fan.show", {channel}, "how a fan turns", [this](const Json& arguments) -> Json {
                    catch_up();
                    const Fan& fan = fan_at(arguments);
                    return {{"percent", fan.percent},
@@ -224,7 +221,7 @@ void Cooling::add_verbs() {
                            {"rpm", std::lround(fan.rpm)}};
                }});
     verbs.add({"fan.stall",
-               {{"channel"}, {"stalled"}},
+               {channel, Argument::flag("stalled")},
                "hold a fan's blades (1), let go (0)",
                [this](const Json& arguments) -> Json {
                    catch_up();
@@ -232,7 +229,7 @@ void Cooling::add_verbs() {
                    return nullptr;
                }});
     verbs.add({"thermal.rise",
-               {{"degrees", Argument::Type::number}},
+               {Argument::number("degrees", 0, 1000)},
                "let the board's heat raise it by so much without air",
                [this](const Json& arguments) -> Json {
                    catch_up();
@@ -240,8 +237,8 @@ void Cooling::add_verbs() {
                    return nullptr;
                }});
     verbs.add({"thermal.pin",
-               {{"degrees", Argument::Type::number, true}},
-               "hold the temperature; without a value, let it go",
+               {Argument::number("degrees", -273, 1000).or_none("it goes its own way again")},
+               "hold the temperature",
                [this](const Json& arguments) -> Json {
                    catch_up();
                    pinned_.reset();

@@ -164,7 +164,7 @@ void Fpga::reported(std::uint64_t left) {
 
 std::span<std::uint8_t> Fpga::outside_bytes(const Json& address, std::size_t length) {
     const auto first = address.get<std::int64_t>();
-    if (first < 0 || static_cast<std::uint64_t>(first) > bytes_.size() ||
+    if (static_cast<std::uint64_t>(first) > bytes_.size() ||
         length > bytes_.size() - static_cast<std::uint64_t>(first)) {
         throw VerbError(fmt::format("the register file has {} bytes", bytes_.size()));
     }
@@ -172,10 +172,7 @@ std::span<std::uint8_t> Fpga::outside_bytes(const Json& address, std::size_t len
 }
 
 Json Fpga::interrupt(const Json& arguments) {
-    const auto count = arguments.value("count", std::int64_t{1});
-    if (count < 0 || count > 1'000'000) {
-        throw VerbError("0 to 1000000 interrupts");
-    }
+    const auto count = arguments["count"].get<std::int64_t>();
     for (std::int64_t i = 0; i < count; ++i) {
         for (InterruptFile* file : listeners_) {
             file->interrupt();
@@ -189,10 +186,10 @@ Json Fpga::interrupt(const Json& arguments) {
 }
 
 void Fpga::add_verbs() {
-    using Type = Argument::Type;
+    const Argument address = Argument::integer("address", 0);
     Verbs& verbs = board_.verbs();
     verbs.add({"fpga.peek",
-               {{"address"}, {"length"}},
+               {address, Argument::integer("length", 0)},
                "bytes of the register file, as hexadecimal digits",
                [this](const Json& arguments) -> Json {
                    const auto length = arguments["length"].get<std::int64_t>();
@@ -200,19 +197,19 @@ void Fpga::add_verbs() {
                        outside_bytes(arguments["address"], static_cast<std::size_t>(length)));
                }});
     verbs.add({"fpga.poke",
-               {{"address"}, {"bytes", Type::text}},
+               {address, Argument::text("bytes")},
                "write hexadecimal digits to the register file",
                [this](const Json& arguments) -> Json {
                    const auto bytes = from_hex(arguments["bytes"].get<std::string>());
                    if (!bytes) {
-                       throw VerbError("an even number of hexadecimal digits is wanted");
+                       throw UsageError("BYTES: an even number of hexadecimal digits is wanted");
                    }
                    const auto place = outside_bytes(arguments["address"], bytes->size());
                    std::copy(bytes->begin(), bytes->end(), place.begin());
                    return {};
                }});
     verbs.add({"fpga.interrupt",
-               {{"count", Type::integer, true}},
+               {Argument::integer("count", 0, 1'000'000).or_else(1)},
                "raise an interrupt, or several at once",
                [this](const Json& arguments) { return interrupt(arguments); }});
 }

@@ -4,17 +4,15 @@
 
 namespace vb {
 
-void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device,
-                        const std::function<Json(unsigned output)>& hertz) {
+void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, unsigned first,
+                        unsigned last, const std::function<Json(unsigned output)>& hertz) {
     verbs.add_for("device", device,
                   {chip + ".frequency",
-                   {{"output"}},
+                   {Argument::integer("output", first, last)},
                    "what an output gives, in Hz",
                    [chip, device, hertz](const Json& arguments) -> Json {
-                       const auto output = arguments["output"].get<std::int64_t>();
-                       const Json result = output < 0 || output > 255
-                                               ? Json()
-                                               : hertz(static_cast<unsigned>(output));
+                       const auto output = arguments["output"].get<unsigned>();
+                       const Json result = hertz(output);
                        if (result.is_null()) {
                            throw VerbError(fmt::format("{} {}: output {} gives no signal", chip,
                                                        device, output));

@@ -326,7 +326,7 @@ void I2cAdapter::add_verbs() {
                    }});
     verbs.add_for("bus", number,
                   {"i2c.mute",
-                   {{"address"}, {"muted"}},
+                   {Argument::integer("address", 0, 0x7F), Argument::flag("muted")},
                    "let a 7-bit address of a bus no longer answer (1), or answer again (0)",
                    [this](const Json& arguments) -> Json {
                        const auto address = arguments["address"].get<unsigned>();

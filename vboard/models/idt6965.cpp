@@ -70,10 +70,9 @@ Idt6965::Idt6965(Board& board, Settings& settings)
     if (!alone) {
         settings.refuse("device", fmt::format("there is an idt6965 {} already", device_));
     }
-    add_frequency_verb(board.verbs(), "idt6965", device_, [this](unsigned output) {
-        return output >= 1 && output <= kIdt6965Outputs && output_on(output) ? output_hz(output)
-                                                                             : Json();
-    });
+    add_frequency_verb(
+        board.verbs(), "idt6965", device_, 1, kIdt6965Outputs,
+        [this](unsigned output) { return output_on(output) ? output_hz(output) : Json(); });
 }
 
 // A 12-bit number: eight bits in one register, four at the top of the next.

@@ -68,7 +68,6 @@ class Keypad : public Model {
         std::uint64_t step = 0;   // timer of the next step
     };
 
-    unsigned key_of(const Json& arguments) const;
     void set(unsigned key, bool down);
     void report(unsigned key, KeyState state);
     void repeat_after(unsigned key, std::int64_t delay);
@@ -197,14 +196,6 @@ Steps press_of(std::int64_t hold, std::int64_t bounces) {
     return steps;
 }
 
-unsigned Keypad::key_of(const Json& arguments) const {
-    const auto key = arguments["key"].get<std::int64_t>();
-    if (key < 0 || static_cast<std::size_t>(key) >= keys_.size()) {
-        throw VerbError(fmt::format("the keypad has the keys 0 to {}", keys_.size() - 1));
-    }
-    return static_cast<unsigned>(key);
-}
-
 Json Keypad::show() const {
     Json down = Json::array();
     for (std::size_t key = 0; key < keys_.size(); ++key) {
@@ -222,35 +213,28 @@ Json Keypad::show() const {
             {"overflows", overflows_}};
 }
 
-std::int64_t number_up_to(const Json& arguments, const char* name, std::int64_t highest) {
-    const auto value = arguments.value(name, std::int64_t{0});
-    if (value < 0 || value > highest) {
-        throw VerbError(fmt::format("\"{}\" is from 0 to {}", name, highest));
-    }
-    return value;
-}
-
 void Keypad::add_verbs() {
-    using Type = Argument::Type;
+    const Argument key = Argument::index("key", keys_.size());
     Verbs& verbs = board_.verbs();
     verbs.add({"keypad.press",
-               {{"key"}, {"hold_ms", Type::integer, true}, {"bounces", Type::integer, true}},
+               {key, Argument::integer("hold_ms", 0, 3'600'000).or_else(0),
+                Argument::integer("bounces", 0, 1000).or_else(0)},
                "press a key, hold it so long, release it; its contact bounces so often each way",
                [this](const Json& arguments) -> Json {
-                   walk(key_of(arguments),
-                        press_of(number_up_to(arguments, "hold_ms", 3'600'000) * kMillisecond,
-                                 number_up_to(arguments, "bounces", 1000)));
+                   walk(arguments["key"].get<unsigned>(),
+                        press_of(arguments["hold_ms"].get<std::int64_t>() * kMillisecond,
+                                 arguments["bounces"].get<std::int64_t>()));
                    return {};
                }});
     verbs.add({"keypad.down",
-               {{"key"}},
+               {key},
                "press a key until keypad.up",
                [this](const Json& arguments) -> Json {
-                   walk(key_of(arguments), {{0, true}});
+                   walk(arguments["key"].get<unsigned>(), {{0, true}});
                    return {};
                }});
-    verbs.add({"keypad.up", {{"key"}}, "release a key", [this](const Json& arguments) -> Json {
-                   walk(key_of(arguments), {{0, false}});
+    verbs.add({"keypad.up", {key}, "release a key", [this](const Json& arguments) -> Json {
+                   walk(arguments["key"].get<unsigned>(), {{0, false}});
                    return {};
                }});
     verbs.add({"keypad.show",

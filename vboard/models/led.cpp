@@ -132,13 +132,11 @@ Json Led::show(std::size_t number) const {
 
 void Led::add_verbs() {
     Verbs& verbs = board_.verbs();
-    verbs.add({"led.show", {{"led"}}, "an LED's setting", [this](const Json& arguments) {
-                   const auto led = arguments["led"].get<std::int64_t>();
-                   if (led < 0 || static_cast<std::size_t>(led) >= leds_.size()) {
-                       throw VerbError(fmt::format("there are the LEDs 0 to {}", leds_.size() - 1));
-                   }
-                   return show(static_cast<std::size_t>(led));
-               }});
+    verbs.add(
+        {"led.show",
+         {Argument::index("led", leds_.size())},
+         "an LED's setting",
+         [this](const Json& arguments) { return show(arguments["led"].get<std::size_t>()); }});
     verbs.add({"led.list", {}, "the LEDs that are not off", [this](const Json&) {
                    Json list = Json::array();
                    for (std::size_t number = 0; number < leds_.size(); ++number) {

@@ -6,14 +6,6 @@ namespace vb {
 
 namespace {
 
-unsigned line_in(const LineBank& bank, const Json& arguments) {
-    const auto line = arguments["line"].get<std::int64_t>();
-    if (line < 0 || static_cast<std::uint64_t>(line) >= bank.count()) {
-        throw VerbError(fmt::format("this board has lines 0 to {}", bank.count() - 1));
-    }
-    return static_cast<unsigned>(line);
-}
-
 Json list_lines(const LineBank& bank, const LineDriver& driver) {
     Json lines = Json::array();
     for (unsigned line = 0; line < bank.count(); ++line) {
@@ -27,7 +19,7 @@ Json list_lines(const LineBank& bank, const LineDriver& driver) {
 }
 
 Json drive_line(LineBank& bank, const LineDriver& driver, const Json& arguments) {
-    const unsigned line = line_in(bank, arguments);
+    const auto line = arguments["line"].get<unsigned>();
     if (driver.is_output(line)) {
         throw VerbError(fmt::format("line {} is an output of the board", line));
     }
@@ -39,31 +31,31 @@ Json drive_line(LineBank& bank, const LineDriver& driver, const Json& arguments)
 
 void add_line_verbs(Board& board, LineBank& bank, const LineDriver& driver) {
     Verbs& verbs = board.verbs();
+    const Argument line = Argument::index("line", bank.count());
     verbs.add(
         {bank.name() + ".drive",
-         {{"line"}, {"level"}},
+         {line, Argument::flag("level")},
          "give an input line a level from outside",
          [&bank, &driver](const Json& arguments) { return drive_line(bank, driver, arguments); }});
     verbs.add({bank.name() + ".show",
-               {{"line"}},
+               {line},
                "one line: configuration and level",
-               [&bank, &driver](const Json& arguments) {
-                   return driver.show_line(line_in(bank, arguments));
+               [&driver](const Json& arguments) {
+                   return driver.show_line(arguments["line"].get<unsigned>());
                }});
     verbs.add({bank.name() + ".list",
                {},
                "every line in use, and what was lost",
                [&bank, &driver](const Json&) { return list_lines(bank, driver); }});
-    verbs.add(
-        {bank.name() + ".watch",
-         {{"line"}},
-         "every change of a line's level from now on",
-         [&bank](const Json& arguments) -> Json {
-             return {{"kind", "line"}, {"bank", bank.name()}, {"line", line_in(bank, arguments)}};
-         },
-         true});
+    verbs.add({bank.name() + ".watch",
+               {line},
+               "every change of a line's level from now on",
+               [&bank](const Json& arguments) -> Json {
+                   return {{"kind", "line"}, {"bank", bank.name()}, {"line", arguments["line"]}};
+               },
+               true});
     verbs.add({bank.name() + ".wire",
-               {{"from"}, {"to"}},
+               {Argument::index("from", bank.count()), Argument::index("to", bank.count())},
                "let one line follow another from now on",
                [&board, &bank](const Json& arguments) -> Json {
                    const auto place = [&](const char* end) {

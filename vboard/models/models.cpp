@@ -95,6 +95,14 @@ void add_each(Board& board, const Json& list, const char* name, const Add& add) 
     }
 }
 
+// "line 3, column 5"; `byte` counts from 1.
+std::string place_of(const std::string& text, std::size_t byte) {
+    const std::string_view before(text.data(), std::min(byte == 0 ? 0 : byte - 1, text.size()));
+    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+    const std::size_t start = before.rfind('\n'); // npos + 1 is 0
+    return fmt::format("line {}, column {}", line, before.size() - (start + 1) + 1);
+}
+
 } // namespace
 
 void build_board(Board& board, const std::string& board_file_text) {
@@ -102,7 +110,10 @@ void build_board(Board& board, const std::string& board_file_text) {
     try {
         file = Json::parse(board_file_text, nullptr, true, true);
     } catch (const Json::parse_error& error) {
-        throw SettingsError(error.what());
+        throw SettingsError(
+            fmt::format("board file, {}: this is no JSON", place_of(board_file_text, error.byte)));
+    } catch (const Json::exception&) { // of its numbers alone
+        throw SettingsError("board file: a number is too large");
     }
     Settings settings(file, "board file");
     settings.get<std::string>("name", "");

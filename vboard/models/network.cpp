@@ -10,6 +10,7 @@ namespace {
 
 constexpr unsigned kPhyRegisters = 32;
 constexpr unsigned kPageRegister = 0x1f;
+constexpr unsigned kHighestSpeed = 100'000; // Mbit/s
 
 struct RegisterPlace {
     unsigned page;
@@ -95,7 +96,7 @@ void Network::add(Board& board, const Json& object, const std::string& where) {
     }
     Interface& interface = interfaces_[name];
     interface.name = name;
-    interface.speed = settings.number("speed", 1000, 100000);
+    interface.speed = settings.number("speed", 1000, kHighestSpeed);
     interface.link = settings.get<bool>("link", true);
     if (object.contains("phy")) {
         interface.phy = settings.number("phy", 0, kPhyRegisters - 1);
@@ -151,7 +152,7 @@ void Network::add_link_verbs(Board& board) {
                            return all;
                        }});
     board.verbs().add({"net.link",
-                       {{"interface", Argument::Type::text}, {"link"}},
+                       {Argument::text("interface"), Argument::flag("link")},
                        "plug an interface's cable in (1) or out (0)",
                        [this](const Json& arguments) -> Json {
                            Interface& interface = at(arguments);
@@ -162,7 +163,7 @@ void Network::add_link_verbs(Board& board) {
                            return nullptr;
                        }});
     board.verbs().add({"net.speed",
-                       {{"interface", Argument::Type::text}, {"speed"}},
+                       {Argument::text("interface"), Argument::integer("speed", 1, kHighestSpeed)},
                        "let an interface's link run at so many Mbit/s",
                        [this](const Json& arguments) -> Json {
                            at(arguments).speed = arguments["speed"].get<unsigned>();
@@ -175,27 +176,25 @@ Interface& Network::phy_at(const Json& arguments) {
     if (!interface.phy || arguments["phy"] != *interface.phy) {
         throw VerbError(fmt::format("{} has no PHY {}", interface.name, arguments["phy"].dump()));
     }
-    const auto number = arguments["register"].get<std::int64_t>();
-    if (number < 0 || number >= kPhyRegisters) {
-        throw VerbError(fmt::format("a PHY has no register {}", number));
-    }
     return interface;
 }
 
 void Network::add_phy_verbs(Board& board) {
-    const Argument interface { "interface", Argument::Type::text };
+    const Argument interface = Argument::text("interface");
+    const Argument phy = Argument::integer("phy", 0, kPhyRegisters - 1);
+    const Argument number = Argument::integer("register", 0, kPhyRegisters - 1);
     board.verbs().add({"mdio.read",
-                       {interface, {"phy"}, {"register"}},
+                       {interface, phy, number},
                        "read a register of a PHY, on its page",
                        [this](const Json& arguments) -> Json {
                            return phy_at(arguments).read(arguments["register"].get<unsigned>());
                        }});
     board.verbs().add({"mdio.write",
-                       {interface, {"phy"}, {"register"}, {"value"}},
+                       {interface, phy, number, Argument::integer("value", 0, 0xFFFF)},
                        "write a register of a PHY, on its page; register 31 is the page",
                        [this](const Json& arguments) -> Json {
                            phy_at(arguments).write(arguments["register"].get<unsigned>(),
-                                                   arguments["value"].get<unsigned>() & 0xFFFF);
+                                                   arguments["value"].get<unsigned>());
                            return nullptr;
                        }});
 }

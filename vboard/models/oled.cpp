@@ -198,14 +198,10 @@ Json Oled::png(std::size_t panel) {
 
 void Oled::add_verb(const char* name, const char* help, Json (Oled::*act)(std::size_t panel)) {
     board_.verbs().add({name,
-                        {{"panel", Argument::Type::integer, true}},
+                        {Argument::index("panel", panels_.size()).or_else(0)},
                         help,
                         [this, act](const Json& arguments) -> Json {
-                            const auto panel = arguments.value("panel", std::int64_t{0});
-                            if (panel < 0 || static_cast<std::size_t>(panel) >= panels_.size()) {
-                                throw VerbError(fmt::format("there is no panel {}", panel));
-                            }
-                            return (this->*act)(static_cast<std::size_t>(panel));
+                            return (this->*act)(arguments["panel"].get<std::size_t>());
                         }});
 }
 

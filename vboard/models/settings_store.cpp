@@ -44,8 +44,8 @@ class SettingsStore : public Model {
 SettingsStore::SettingsStore(Board& board, Settings& settings)
     : values_(board, "sysconfig", first_values(settings)) {
     board.tree().put(kProgram, std::make_shared<Symlink>(own_file("commands/sysconfig").string()));
-    const Argument key{"key", Argument::Type::text};
-    const Argument value{"value", Argument::Type::text, true};
+    const Argument key = Argument::text("key");
+    const Argument value = Argument::text("value").or_none("the setting is removed");
     board.verbs().add({"sysconfig.list", {}, "the system configuration", [this](const Json&) {
                            return values_.value();
                        }});
@@ -55,7 +55,7 @@ SettingsStore::SettingsStore(Board& board, Settings& settings)
          }});
     board.verbs().add({"sysconfig.set",
                        {key, value},
-                       "set it; without a value: remove it",
+                       "set a value of the system configuration, or remove it",
                        [this](const Json& call) -> Json {
                            set(call["key"].get<std::string>(), call.value("value", Json()));
                            return nullptr;
@@ -72,7 +72,7 @@ Json SettingsStore::get(const std::string& key) const {
 
 void SettingsStore::set(const std::string& key, const Json& value) {
     if (key.empty() || !is_line(key) || (value.is_string() && !is_line(value.get<std::string>()))) {
-        throw VerbError("key and value are lines of text, and the key is not empty");
+        throw UsageError("key and value are lines of text, and the key is not empty");
     }
     Json values = values_.value();
     if (value.is_null()) {

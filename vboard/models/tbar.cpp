@@ -178,20 +178,15 @@ Json Tbar::show() const {
 }
 
 void Tbar::add_verbs(const Settings& settings) {
-    using Type = Argument::Type;
     Verbs& verbs = board_.verbs();
     Verb move_verb{"tbar.move",
-                   {{"position"}, {"over_ms", Type::integer, true}},
+                   {Argument::integer("position", 0, kHighest),
+                    Argument::integer("over_ms", 0, 3'600'000).or_else(0)},
                    "move a fader, evenly over this time; a locked one stays where it is",
                    [this](const Json& arguments) {
-                       const auto to = arguments["position"].get<std::int64_t>();
-                       const auto over = arguments.value("over_ms", std::int64_t{0});
-                       if (to < 0 || to > kHighest || over < 0 || over > 3'600'000) {
-                           throw VerbError(
-                               fmt::format("positions are 0 to {}, times 0 to 3600000", kHighest));
-                       }
                        if (lock_ == 0) {
-                           move(static_cast<unsigned>(to), over * kMillisecond);
+                           move(arguments["position"].get<unsigned>(),
+                                arguments["over_ms"].get<std::int64_t>() * kMillisecond);
                        }
                        return show();
                    }};

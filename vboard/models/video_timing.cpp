@@ -225,27 +225,19 @@ void VideoTiming::set(const Json& arguments) {
     const auto value = arguments["value"].get<double>();
     for (const Knob& knob : kKnobs) {
         if (name == knob.name) {
-            if (!knob.takes(value)) {
-                throw VerbError(fmt::format("{}: at most {}", name, knob.highest));
-            }
+            Argument::number("value", -knob.highest, knob.highest).check(arguments["value"]);
             core_.world().*knob.field = value;
-            return;
         }
     }
-    throw VerbError(fmt::format("there is no \"{}\" to set", name));
-}
-
-std::int64_t within(const Json& value, std::int64_t lowest, std::int64_t highest) {
-    const auto number = value.get<std::int64_t>();
-    if (number < lowest || number > highest) {
-        throw VerbError(fmt::format("{} to {}", lowest, highest));
-    }
-    return number;
 }
 
 void VideoTiming::add_verbs() {
     constexpr std::int64_t kSecond = 1'000'000'000;
-    using Type = Argument::Type;
+    std::vector<std::string> knobs;
+    knobs.reserve(kKnobs.size());
+    for (const Knob& knob : kKnobs) {
+        knobs.emplace_back(knob.name);
+    }
     // Each acts on the generator as it is by now.
     const auto add = [this](const char* name, std::vector<Argument> arguments, const char* help,
                             std::function<void(const Json&)> act) {
@@ -260,29 +252,30 @@ void VideoTiming::add_verbs() {
                         {},
                         "the generator: raster, clock as set and as it is, phase of the last frame",
                         [this](const Json&) { return show(); }});
-    add("vgen.set", {{"name", Type::text}, {"value", Type::number}},
-        "offset_ppm, drift_ppm_per_hour, reference_ppm, wander_ns or jitter_ns",
+    add("vgen.set", {Argument::word("name", knobs), Argument::number("value", -1e6, 1e6)},
+        "let clock or reference be off by so much: ppm to 100000, drift to 10000, ns to 1000000",
         [this](const Json& arguments) { set(arguments); });
-    add("vgen.pace", {{"frames"}}, "let so many frames pass by each read; 0: by board time",
-        [this](const Json& arguments) {
-            frames_per_read_ = static_cast<unsigned>(within(arguments["frames"], 0, kMostFrames));
+    add("vgen.pace", {Argument::integer("frames", 0, kMostFrames)},
+        "let so many frames pass by each read; 0: by board time",
+        [this](const Json& arguments) { frames_per_read_ = arguments["frames"].get<unsigned>(); });
+    add("vgen.raster",
+        {Argument::integer("h_total", 1, 65535), Argument::integer("v_total", 1, 65535)},
+        "change the output raster", [this](const Json& arguments) {
+            core_.set_raster(arguments["h_total"].get<std::uint16_t>(),
+                             arguments["v_total"].get<std::uint16_t>());
         });
-    add("vgen.raster", {{"h_total"}, {"v_total"}}, "change the output raster",
-        [this](const Json& arguments) {
-            core_.set_raster(static_cast<std::uint16_t>(within(arguments["h_total"], 1, 65535)),
-                             static_cast<std::uint16_t>(within(arguments["v_total"], 1, 65535)));
+    add("vgen.delay", {Argument::integer("ns", 0, kSecond)},
+        "let the frame under way end so much later",
+        [this](const Json& arguments) { core_.delay_frame(arguments["ns"].get<std::int64_t>()); });
+    add("vgen.stale", {Argument::integer("reads", -1, kSecond)},
+        "the next reads get the record of the last; -1: all",
+        [this](const Json& arguments) { stale_reads_ = arguments["reads"].get<std::int64_t>(); });
+    add("vgen.miss", {Argument::integer("frames", 0, kSecond)}, "leave the next frames unstamped",
+        [this](const Json& arguments) { core_.miss(arguments["frames"].get<unsigned>()); });
+    add("vgen.displace", {Argument::integer("ns", -kSecond, kSecond)},
+        "the next stamp is so much off", [this](const Json& arguments) {
+            core_.displace_next(arguments["ns"].get<std::int64_t>());
         });
-    add("vgen.delay", {{"ns"}}, "let the frame under way end so much later",
-        [this](const Json& arguments) { core_.delay_frame(within(arguments["ns"], 0, kSecond)); });
-    add("vgen.stale", {{"reads"}}, "the next reads get the record of the last; -1: all",
-        [this](const Json& arguments) { stale_reads_ = within(arguments["reads"], -1, kSecond); });
-    add("vgen.miss", {{"frames"}}, "leave the next frames unstamped",
-        [this](const Json& arguments) {
-            core_.miss(static_cast<unsigned>(within(arguments["frames"], 0, kSecond)));
-        });
-    add("vgen.displace", {{"ns"}}, "the next stamp is so much off", [this](const Json& arguments) {
-        core_.displace_next(within(arguments["ns"], -kSecond, kSecond));
-    });
 }
 
 } // namespace

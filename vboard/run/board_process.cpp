@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <stdexcept>
 #include <system_error>
 
 namespace vb {
@@ -85,7 +86,8 @@ void set_up(Board& board, const Start& start) {
     const RunOptions& options = start.options;
     if (!options.trace_path.empty() &&
         !board.trace().write_to(options.trace_path, start.number > 1)) {
-        throw std::system_error(errno, std::generic_category(), options.trace_path);
+        throw std::invalid_argument(fmt::format("--trace: {} cannot be written: {}",
+                                                options.trace_path, std::strerror(errno)));
     }
     set_up_power(board, start);
     add_board_verbs(board);
@@ -93,7 +95,11 @@ void set_up(Board& board, const Start& start) {
     add_placeholders(board.tree());
     build_board(board, options.board_file);
     for (const std::string& fault : options.faults) {
-        board.faults().add(fault);
+        try {
+            board.faults().add(fault);
+        } catch (const std::invalid_argument& error) {
+            throw std::invalid_argument(fmt::format("--fault: {}", error.what()));
+        }
     }
 }
 
@@ -145,7 +151,10 @@ void run_board_process(const Start& start, UniqueFd fuse) {
     } catch (const BootFailure& failure) {
         fmt::print(stderr, "vboard: {}\n", failure.what());
         status = kExitNoBoot;
-    } catch (const std::exception& error) { // the board file or a fault
+    } catch (const std::invalid_argument& error) {
+        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`.\n", error.what());
+        status = kExitUsage;
+    } catch (const std::exception& error) { // the board file
         fmt::print(stderr, "vboard: {}\n", error.what());
         status = kExitUsage;
     }

@@ -3,6 +3,7 @@
 #include "core/fail.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
 namespace vb {
@@ -74,13 +76,20 @@ KeptState::KeptState(const std::string& folder) {
         from_board_ = UniqueFd(ends[1]);
         return;
     }
-    std::filesystem::create_directories(folder);
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        throw std::invalid_argument(fmt::format("--state: {} cannot be made a folder: {}", folder,
+                                                std::strerror(error.value())));
+    }
     folder_ = UniqueFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder_) {
-        fail(folder);
+        throw std::invalid_argument(
+            fmt::format("--state: {} cannot be used: {}", folder, std::strerror(errno)));
     }
     if (flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) {
-        fail(errno == EWOULDBLOCK ? folder + " is another board's" : folder);
+        throw std::runtime_error(
+            fmt::format("--state: {} is in use by another board that runs", folder));
     }
 }
 

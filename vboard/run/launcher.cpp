@@ -135,6 +135,11 @@ class SharedFlag {
 } // namespace
 
 int run_on_board(const RunOptions& options) {
+    if (connect_to(kInnerControlName)) {
+        fmt::print(stderr, "vboard: this is a board already, and boards do not run inside boards\n"
+                           "vboard: here `vboard ctl` steers it; start others elsewhere\n");
+        return kExitUnavailable;
+    }
     // Made before a board has a network of its own, so that it can be reached from here.
     const UniqueFd control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
     KeptState state(options.state_folder);

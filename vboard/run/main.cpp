@@ -1,5 +1,6 @@
 // The `vboard` command.
 
+#include "core/number.h"
 #include "models/models.h"
 #include "run/exit_codes.h"
 #include "run/launcher.h"
@@ -9,7 +10,12 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -17,28 +23,66 @@ namespace vb {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 struct RunArguments {
     RunOptions options;
     std::string board_path;
 };
 
+std::string check_board_file(const std::string& path) {
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored)) {
+        return fmt::format("{} is a folder, not a board file", path);
+    }
+    return access(path.c_str(), R_OK) == 0
+               ? ""
+               : fmt::format("{} cannot be read: {}", path, std::strerror(errno));
+}
+
+std::string check_state(const std::string& path) {
+    std::error_code ignored;
+    const bool other = fs::exists(path, ignored) && !fs::is_directory(path, ignored);
+    return other ? fmt::format("{} is a file, not a folder", path) : "";
+}
+
+std::string check_speed(const std::string& text) {
+    const double speed = number_in<double>(text).value_or(0);
+    return speed >= 0.001 && speed <= 100'000
+               ? ""
+               : fmt::format("\"{}\" is not a number from 0.001 to 100000", text);
+}
+
+std::string check_number(const std::string& text) {
+    return number_in<int>(text).value_or(0) > 0
+               ? ""
+               : fmt::format("\"{}\" is no number of a board: `vboard list` shows them", text);
+}
+
 void add_run_options(CLI::App& command, RunArguments& arguments) {
-    command
-        .add_option("--board", arguments.board_path, "Board file; the standard board if not said")
-        ->check(CLI::ExistingFile);
-    command
-        .add_option("--speed", arguments.options.speed,
-                    "Let time on the board run this much faster, for programs too")
-        ->check(CLI::Range(0.001, 100'000.0));
-    command.add_option("--trace", arguments.options.trace_path,
-                       "Write everything that happens to this file, a JSON object a line");
-    command
-        .add_option("--fault", arguments.options.faults,
-                    "Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...]; may be given "
-                    "several times")
+    command.add_option("--board", arguments.board_path)
+        ->description("Board file;\nif not given: the standard board, as `vboard board` prints it")
+        ->option_text("FILE")
+        ->check(check_board_file);
+    command.add_option("--speed", arguments.options.speed)
+        ->description("Let time on the board run this much faster, for programs too:\na number "
+                      "from 0.001 to 100000; if not given: 1, and programs keep real time")
+        ->option_text("N")
+        ->check(check_speed);
+    command.add_option("--trace", arguments.options.trace_path)
+        ->description("Write everything that happens to this file, a JSON object a line;\nif not "
+                      "given: it is kept in memory, for `vboard ctl trace`")
+        ->option_text("FILE");
+    command.add_option("--fault", arguments.options.faults)
+        ->description("Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...];\nmay be given "
+                      "several times; if not given: nothing does")
+        ->option_text("FAULT")
         ->allow_extra_args(false);
-    command.add_option("--state", arguments.options.state_folder,
-                       "Keep partitions and settings in this folder, for the board's next run");
+    command.add_option("--state", arguments.options.state_folder)
+        ->description("Keep partitions and settings in this folder, for the board's next run;\nif "
+                      "not given: they vanish with the board")
+        ->option_text("FOLDER")
+        ->check(check_state);
 }
 
 int run(RunArguments& arguments) {
@@ -56,9 +100,9 @@ int run(RunArguments& arguments) {
 CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
     CLI::App* command = app.add_subcommand("run", "Run a program on a board of its own");
     add_run_options(*command, arguments);
-    command
-        ->add_option("PROGRAM", arguments.options.program,
-                     "The program and its arguments, after --")
+    command->add_option("PROGRAM", arguments.options.program)
+        ->description("The program and its arguments, after --")
+        ->option_text("...")
         ->required();
     command->footer("Example:\n  vboard run --speed 100 -- sh -c 'date; sleep 100; date'");
     return command;
@@ -67,6 +111,7 @@ CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
 CLI::App* add_shell(CLI::App& app, RunArguments& arguments) {
     CLI::App* command = app.add_subcommand("shell", "Open a shell on a board of its own");
     add_run_options(*command, arguments);
+    command->footer("The shell is $SHELL; if not set: /bin/sh.");
     command->callback([&arguments] {
         const char* shell = std::getenv("SHELL");
         arguments.options.program = {shell == nullptr ? "/bin/sh" : shell};
@@ -77,38 +122,133 @@ CLI::App* add_shell(CLI::App& app, RunArguments& arguments) {
 
 CLI::App* add_ctl(CLI::App& app, ControlOptions& options) {
     CLI::App* command = app.add_subcommand("ctl", "Do something to a running board");
-    command->add_option("--board", options.launcher, "Which board, by its number in `vboard list`");
-    command->add_option("WORDS", options.words, "What to do; nothing: list what can be done");
-    command->prefix_command();
-    command->footer("Example:\n  vboard ctl gpio drive 7 1");
+    command->add_option("--board", options.launcher)
+        ->description("Which board, by its number in `vboard list`;\nif not given: the one this "
+                      "runs on, or else the only one")
+        ->option_text("N")
+        ->check(check_number);
+    command->footer("After the options come a verb of the board and its arguments:\n"
+                    "  vboard ctl                      all verbs of the board\n"
+                    "  vboard ctl gpio --help          a group of verbs, with their arguments\n"
+                    "  vboard ctl gpio drive --help    one verb\n"
+                    "  vboard ctl gpio drive 7 1       does it; so does gpio.drive 7 1");
     return command;
 }
 
-int parse_and_run(int argc, char** argv) {
+using Words = std::vector<std::string>;
+
+// "help X" asks for what "X --help" does.
+Words without_help_word(Words words) {
+    if (words.empty() || words[0] != "help") {
+        return words;
+    }
+    words.erase(words.begin());
+    if (words.size() > 1 && words[0] == "ctl") {
+        words.insert(words.begin() + 1, "help");
+        return words;
+    }
+    words.resize(std::min<std::size_t>(words.size(), 1));
+    words.emplace_back("--help");
+    return words;
+}
+
+// Takes off what the board is to be told, of which the command line proper knows nothing.
+Words take_verb(Words& words) {
+    if (words.empty() || words[0] != "ctl") {
+        return {};
+    }
+    std::size_t options = 1;
+    while (options < words.size() && words[options].starts_with("--board")) {
+        options += words[options] == "--board" ? 2 : 1;
+    }
+    const bool marked = options < words.size() && words[options] == "--";
+    if (options >= words.size() || (words[options].starts_with('-') && !marked)) {
+        return {};
+    }
+    const auto first = words.begin() + static_cast<std::ptrdiff_t>(options);
+    Words verb(first + (marked ? 1 : 0), words.end());
+    words.erase(first, words.end());
+    return verb;
+}
+
+std::string complaint_of(const CLI::ParseError& error, const CLI::App& command) {
+    std::string text = error.what();
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        for (const std::string& word : command.remaining()) {
+            if (word != "--") {
+                return word.starts_with('-') ? fmt::format("there is no option {}", word)
+                                             : fmt::format("\"{}\" is too much", word);
+            }
+        }
+    }
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        return text.substr(0, text.find(':')) + " wants one value";
+    }
+    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+        return text.substr(0, text.find(' ')) + " is missing";
+    }
+    return text; // of the checks above
+}
+
+int usage_error(const std::string& command, const std::string& complaint) {
+    fmt::print(stderr, "{}: {}\nTry `{} --help`.\n", command, complaint, command);
+    return kExitUsage;
+}
+
+int print_board() {
+    fmt::print("{}", kDefaultBoard);
+    for (const Json& model : describe_models()) {
+        fmt::print("// model \"{}\": {}\n", model["model"].get<std::string>(),
+                   model["about"].get<std::string>());
+    }
+    return 0;
+}
+
+int parse_and_run(Words words) {
     CLI::App app("The virtual board: run programs of the board on an ordinary Linux machine.\n"
                  "Exit codes: the program's own (128 + n for signal n), 1 the board said no,\n"
-                 "64 wrong usage, 69 no board can run here or none is running,\n"
-                 "75 the board cannot boot any of its slots.");
+                 "64 wrong usage, 69 no board can run here, none is running, or it is another\n"
+                 "user's, 75 the board cannot boot any of its slots.\n"
+                 "`vboard help COMMAND` explains a command.");
     app.name("vboard");
     app.require_subcommand(1);
-    app.set_version_flag("--version", VBOARD_VERSION);
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("-V,--version", VBOARD_VERSION, "Print the version");
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     RunArguments run_arguments;
     RunArguments shell_arguments;
     ControlOptions control;
     const CLI::App* run_command = add_run(app, run_arguments);
     const CLI::App* shell_command = add_shell(app, shell_arguments);
-    CLI::App* ctl_command = add_ctl(app, control);
+    const CLI::App* ctl_command = add_ctl(app, control);
     const CLI::App* list_command = app.add_subcommand("list", "List the running boards");
-    const CLI::App* board_command =
-        app.add_subcommand("board", "Print the standard board file and the kinds of models");
+    app.add_subcommand("board", "Print the standard board file and the kinds of models");
+    for (CLI::App* command : app.get_subcommands({})) {
+        command->group("Commands");
+    }
+
+    words = without_help_word(std::move(words));
+    control.words = take_verb(words);
+    if (words.empty()) {
+        return usage_error("vboard", "a command is missing");
+    }
+    const auto named = [&words](const CLI::App* command) {
+        return command->get_name() == words[0];
+    };
+    if (!words[0].starts_with('-') && app.get_subcommands(named).empty()) {
+        return usage_error("vboard", fmt::format("there is no command \"{}\"", words[0]));
+    }
     try {
-        app.parse(argc, argv);
+        std::reverse(words.begin(), words.end()); // as the parser wants it
+        app.parse(words);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        fmt::print(stderr, "vboard: {}\nTry `vboard --help`.\n", error.what());
-        return kExitUsage;
+        const std::vector<CLI::App*> parsed = app.get_subcommands();
+        const CLI::App& command = parsed.empty() ? app : *parsed.front();
+        return usage_error(parsed.empty() ? "vboard" : "vboard " + command.get_name(),
+                           complaint_of(error, command));
     }
     if (run_command->parsed()) {
         return run(run_arguments);
@@ -117,21 +257,9 @@ int parse_and_run(int argc, char** argv) {
         return run(shell_arguments);
     }
     if (ctl_command->parsed()) {
-        const std::vector<std::string> rest = ctl_command->remaining();
-        control.words.insert(control.words.end(), rest.begin(), rest.end());
         return steer_board(control);
     }
-    if (list_command->parsed()) {
-        return list_boards();
-    }
-    if (board_command->parsed()) {
-        fmt::print("{}", kDefaultBoard);
-        for (const Json& model : describe_models()) {
-            fmt::print("// model \"{}\": {}\n", model["model"].get<std::string>(),
-                       model["about"].get<std::string>());
-        }
-    }
-    return 0;
+    return list_command->parsed() ? list_boards() : print_board();
 }
 
 } // namespace
@@ -140,7 +268,15 @@ int parse_and_run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
-        return vb::parse_and_run(argc, argv);
+        const int status = vb::parse_and_run({argv + (argc > 0 ? 1 : 0), argv + argc});
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+            fmt::print(stderr, "vboard: the output cannot be written\n");
+            return vb::kExitFailure;
+        }
+        return status;
+    } catch (const std::invalid_argument& error) {
+        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`.\n", error.what());
+        return vb::kExitUsage;
     } catch (const std::exception& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());
         return vb::kExitUnavailable;
