@@ -113,7 +113,8 @@ TEST(FrontPanel, ShowsOnItsTourWhatKeysFaderHeatAndCableDo) {
              "亮度         70%\n[##########    ]\n\n上 +        下 -\n",
              "brightness\n76\n",
              "Main menu    6/6\n  Network\n  Brightness\n> Language 语言\n[power] \n",
-             "led list\n[]\n",
+             R"(led show 1
+{"led":1,"mode":"off")",
          }) {
         const std::size_t found = result.out.find(step, at);
         ASSERT_NE(found, std::string::npos) << step << "is missing in\n" << result.out.substr(at);

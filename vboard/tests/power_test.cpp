@@ -53,7 +53,13 @@ TEST_F(PowerTest, PartitionsKeepTheirContentsOverRunsAndHaveTheirSize) {
 }
 
 TEST_F(PowerTest, AFolderIsOneBoardsAlone) {
-    const CommandResult result = run(VBOARD " run --state " + state_.path() + " -- true");
+    const std::string board = VBOARD " run --state " + state_.path() + " -- ";
+    const CommandResult result =
+        run_command({"bash", "-c",
+                     "exec 3< <(" + board +
+                         "sh -c 'echo up; exec sleep 60'); first=$!\n"
+                         "read -ru 3; " +
+                         board + "true; status=$?; kill $first; exit $status"});
     EXPECT_NE(result.status, 0);
     EXPECT_THAT(result.err, HasSubstr("another board's"));
 }
