@@ -1,5 +1,5 @@
 // The boot-control record, byte by byte, on the board's misc partition.
-#include "client/board_test.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -8,9 +8,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
-#include <gmock/gmock.h>
 #include <unistd.h>
 
+namespace hal_test::absystem {
 namespace {
 
 using testing::Contains;
@@ -40,12 +40,8 @@ std::uint32_t stored_crc(const Record& record) {
            std::uint32_t{record[30]} << 8 | record[31];
 }
 
-class AbSystem : public vb::BoardTest {
+class AbSystem : public OnBoard {
   protected:
-    void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
-    }
     static Record stored() {
         Record record{};
         const int fd = open(kMisc, O_RDONLY | O_CLOEXEC);
@@ -88,7 +84,7 @@ TEST_F(AbSystem, DefaultsAreTheseBytes) {
                             0, 0, 0, 0, 0, 0, 0, record[28], record[29], record[30], record[31]));
     EXPECT_EQ(stored_crc(record), python_crc32(record));
     EXPECT_THAT(logged(), IsEmpty());
-    for (const vb::Json& partition : board().ask("partition.list")) {
+    for (const vb::Json& partition : ask("partition.list")) {
         EXPECT_EQ(partition["unflushed"], 0) << "written synchronously";
     }
 }
@@ -222,6 +218,8 @@ TEST_F(AbSystem, AMissingPartitionIsToldStepByStep) {
                                       read, "hal_avb_set_now: avb ab set now fail!\n", open, read,
                                       "hal_absystem_switch: avb ab set now fail!\n", open, read));
     EXPECT_NE(access(kMisc, F_OK), 0) << "it is not made";
+    appear(kMisc);
 }
 
 } // namespace
+} // namespace hal_test::absystem

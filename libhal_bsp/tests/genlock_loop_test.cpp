@@ -1,18 +1,18 @@
 // The generator loop against the board's video-timing generator.
 
-#include "client/board_test.h"
 #include "hal/hal_sync.h"
 #include "support/thread.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
 #include <algorithm>
 #include <atomic>
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <mutex>
 #include <unistd.h>
 
+namespace hal_test::genlock_loop {
 namespace {
 
 using testing::Contains;
@@ -35,14 +35,13 @@ void report(std::uint32_t state) {
     reported.notify_all();
 }
 
-class GenlockLoop : public vb::BoardTest {
+class GenlockLoop : public OnBoard {
   protected:
     // The generator's time passes by the loop's reads, so nothing depends on the machine's load.
     void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
+        OnBoard::SetUp();
         set_speed(1000);
-        board().ask("vgen.pace", {{"frames", 5}});
+        ask("vgen.pace", {{"frames", 5}});
         states.clear();
         reported = 0;
         pthread_mutex_init(&p_.mutex, nullptr);
@@ -57,7 +56,7 @@ class GenlockLoop : public vb::BoardTest {
         stop();
         close(p_.fd);
         pthread_mutex_destroy(&p_.mutex);
-        BoardTest::TearDown();
+        OnBoard::TearDown();
     }
     // After this all is said that the loop had to say.
     void stop() {
@@ -93,14 +92,14 @@ class GenlockLoop : public vb::BoardTest {
     }
     // Waits until the loop has read the stamps so often.
     void steps(int count) {
-        const auto frames = [&] { return board().ask("vgen.show").at("frames").get<int>(); };
+        const auto frames = [&] { return ask("vgen.show").at("frames").get<int>(); };
         for (const int start = frames(); frames() < start + 5 * count;) {
         }
     }
     void set(const char* name, double value) {
-        board().ask("vgen.set", {{"name", name}, {"value", value}});
+        ask("vgen.set", {{"name", name}, {"value", value}});
     }
-    void set_stale(int reads) { board().ask("vgen.stale", {{"reads", reads}}); }
+    void set_stale(int reads) { ask("vgen.stale", {{"reads", reads}}); }
 
     gen_sys_param p_{};
     gen_loop_para para_{&p_, nullptr, report};
@@ -112,12 +111,12 @@ class GenlockLoop : public vb::BoardTest {
 TEST_F(GenlockLoop, LocksAnOutputThatIsOffAndKeepsItLocked) {
     set("offset_ppm", 40);
     set("jitter_ns", 50);
-    board().ask("vgen.delay", {{"ns", 3'000'000}});
+    ask("vgen.delay", {{"ns", 3'000'000}});
     switch_to(genlock_switch_on);
     wait_for(HAL_GENLOCK_LOCK);
     steps(600);
     EXPECT_EQ(last_state(), HAL_GENLOCK_LOCK);
-    const auto show = board().ask("vgen.show");
+    const auto show = ask("vgen.show");
     EXPECT_LT(std::abs(show.at("phase_ns").get<double>()), 6000);
     EXPECT_NEAR(show.at("clock_hz").get<double>() / 148500000, 1 - 40e-6, 1e-6);
     switch_to(genlock_switch_off);
@@ -200,3 +199,4 @@ TEST(GenlockRequests, EachOneThatFailsIsLoggedWithItsValue) {
 }
 
 } // namespace
+} // namespace hal_test::genlock_loop

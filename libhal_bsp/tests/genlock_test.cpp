@@ -11,9 +11,9 @@
 #include <cstring>
 #include <gmock/gmock.h>
 
+namespace hal_test::genlock {
 namespace {
 
-using hal_test::LogTap;
 using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -26,10 +26,12 @@ gen_timestamp device;
 int device_error = 0;
 
 } // namespace
+} // namespace hal_test::genlock
 
 // Stands before the C library's, for the library too.
 extern "C" int ioctl(int, unsigned long, ...) noexcept;
 int ioctl(int, unsigned long request, ...) noexcept {
+    using namespace hal_test::genlock;
     if (device_error != 0 || request != HAL_GEN_GET_TIMESTAMP) {
         errno = device_error;
         return -1;
@@ -41,6 +43,7 @@ int ioctl(int, unsigned long request, ...) noexcept {
     return 0;
 }
 
+namespace hal_test::genlock {
 namespace {
 
 // What the shell was given, and what it answers: one result for each command, the last for all
@@ -49,12 +52,15 @@ std::vector<std::string> commands;
 std::vector<int> shell_results;
 
 } // namespace
+} // namespace hal_test::genlock
 
 extern "C" int system(const char* command) {
+    using namespace hal_test::genlock;
     commands.emplace_back(command);
     return shell_results[std::min(commands.size(), shell_results.size()) - 1];
 }
 
+namespace hal_test::genlock {
 namespace {
 
 class Genlock : public testing::Test {
@@ -314,3 +320,4 @@ TEST(Ptp, TheDaemonsAreStartedAfreshInTheRoleAsked) {
 }
 
 } // namespace
+} // namespace hal_test::genlock

@@ -15,10 +15,11 @@
 #include <thread>
 #include <vector>
 
+namespace hal_test::log_syslog {
+namespace {
+
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
 
 struct Call {
     std::string what;
@@ -43,29 +44,31 @@ std::vector<Call> take() {
 }
 
 } // namespace
+} // namespace hal_test::log_syslog
 
 extern "C" {
 void openlog(const char* ident, int option, int facility) {
-    note({"open", option, facility, ident});
+    hal_test::log_syslog::note({"open", option, facility, ident});
 }
 
 void syslog(int priority, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     EXPECT_STREQ(format, "%s");
-    note({"log", priority, 0, va_arg(arguments, const char*)});
+    hal_test::log_syslog::note({"log", priority, 0, va_arg(arguments, const char*)});
     va_end(arguments);
 }
 
 void closelog(void) {
-    note({"close", 0, 0, ""});
+    hal_test::log_syslog::note({"close", 0, 0, ""});
 }
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return out_of_memory ? nullptr : ::operator new[](size);
+    return hal_test::log_syslog::out_of_memory ? nullptr : ::operator new[](size);
 }
 
+namespace hal_test::log_syslog {
 namespace {
 
 class SystemLog : public testing::Test {
@@ -156,3 +159,4 @@ TEST_F(SystemLog, TakesTurnsBetweenThreads) {
 }
 
 } // namespace
+} // namespace hal_test::log_syslog

@@ -14,15 +14,14 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+namespace hal_test::support {
+namespace {
+
 using hal::CancelOff;
 using hal::Fd;
 using hal::Wait;
-using hal_test::LogTap;
-using hal_test::Message;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
 
 constexpr std::chrono::microseconds kNoTime{0};
 constexpr std::chrono::hours kForEver{1};
@@ -252,3 +251,4 @@ TEST(DeviceCallTest, TellsAnAbsentNodeFromARefusedRequest) {
 }
 
 } // namespace
+} // namespace hal_test::support
