@@ -25,8 +25,6 @@ constexpr char kOled[] = "/dev/x9oled";
 constexpr char kVendor[] = "/dev/vendor_storage";
 constexpr char kBacklight[] = "/sys/class/backlight/backlight/brightness";
 constexpr char kLine[] = "/sys/class/gpio/gpio12/*";
-constexpr char kFanSet[] = "ioctl PWM_LASER_SET_SPEED error";
-constexpr char kFanOpen[] = "open dev /dev/pwm-fan1 dev error!";
 constexpr char kOledOpen[] = "open /dev/x9oled error";
 constexpr char kOledRefused[] = "OLEDDEV_IOCTL error";
 constexpr char kVendorOpen[] = "vendor storage open fail\n";
@@ -37,18 +35,25 @@ struct Outcome {
     const char* error; // a part of what is logged; empty: nothing is
 };
 
+using Outcomes = std::vector<Outcome>;
+
 struct Call {
     const char* name;
     const char* node;
     int (*call)();
-    std::vector<Outcome> failures; // of the first system call, the second...
-    const char* output = "";       // a refusal on standard output
+    Outcomes failures;       // of the first system call, the second...
+    const char* output = ""; // a refusal on standard output
 };
 
 std::array<std::uint8_t, 4> word;
 std::array<char, 8> item;
 constexpr fan_ctl_req kOn{1, {1, 0, 0}};
 constexpr led_ctl_req kBlink{3, 0, 2, 100, 900, 128, 0x00FF00};
+
+constexpr oled_string_req kText{0, 0, "text", HAL_OLED_CHARS, 4};
+const Outcomes kFanFails{{-35, "open dev /dev/pwm-fan1 dev error!"},
+                         {-35, "ioctl PWM_LASER_SET_SPEED error"}};
+const Outcomes kOledFails{{-35, kOledOpen}, {-35, kOledRefused}};
 
 const Call kCalls[] = {
     {"gpio_config",
@@ -89,27 +94,15 @@ const Call kCalls[] = {
          return result;
      },
      {{-35, "open dev pwm-fan dev error!"}, {-35, "ioctl PWM_LASER_GET_SPEED error"}}},
-    {"fan_speed", kFan, [] { return hal_fans_set_speed(&kOn); }, {{-35, kFanOpen}, {-35, kFanSet}}},
-    {"fan_power", kFan, [] { return hal_fans_power_ctl(&kOn); }, {{-35, kFanOpen}, {-35, kFanSet}}},
+    {"fan_speed", kFan, [] { return hal_fans_set_speed(&kOn); }, kFanFails},
+    {"fan_power", kFan, [] { return hal_fans_power_ctl(&kOn); }, kFanFails},
     {"led",
      kLed,
      [] { return hal_keypad_led_ctl_v2(&kBlink); },
      {{-1, "open led error"}, {-1, ""}}},
-    {"oled_show",
-     kOled,
-     [] {
-         const oled_string_req text{0, 0, "text", HAL_OLED_CHARS, 4};
-         return hal_oled_show_string(0, &text);
-     },
-     {{-35, kOledOpen}, {-35, kOledRefused}}},
-    {"oled_clear",
-     kOled,
-     [] { return hal_oled_clear(0); },
-     {{-35, kOledOpen}, {-35, kOledRefused}}},
-    {"oled_display",
-     kOled,
-     [] { return hal_oled_display_ctl(0, 1); },
-     {{-35, kOledOpen}, {-35, kOledRefused}}},
+    {"oled_show", kOled, [] { return hal_oled_show_string(0, &kText); }, kOledFails},
+    {"oled_clear", kOled, [] { return hal_oled_clear(0); }, kOledFails},
+    {"oled_display", kOled, [] { return hal_oled_display_ctl(0, 1); }, kOledFails},
     {"oled_test",
      kOled,
      [] { return hal_oled_test(0, 0, 0, F8X16, 80); },
@@ -138,14 +131,8 @@ const Call kCalls[] = {
          return result == 1 ? 0 : result; // characters written
      },
      {{-35, "] open backlight brightness file error"}, {-1, "write bl_fd error"}}},
-    {"util_gpio_set",
-     kLine,
-     [] { return util_gpio_set(12, 0); },
-     {{-1, ""}, {-1, ""}, {-1, ""}, {-1, ""}}},
-    {"util_gpio_get",
-     kLine,
-     [] { return util_gpio_get(12); },
-     {{-1, ""}, {-1, ""}, {-1, ""}, {-1, ""}}},
+    {"line_set", kLine, [] { return util_gpio_set(12, 0); }, Outcomes(4, {-1, ""})},
+    {"line_get", kLine, [] { return util_gpio_get(12); }, Outcomes(4, {-1, ""})},
 };
 
 class DeviceCallContract : public OnBoard {

