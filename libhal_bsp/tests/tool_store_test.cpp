@@ -84,7 +84,8 @@ bool env_becomes(const char* name, const std::string& value) {
 }
 
 TEST_F(ToolStore, TheEnvironmentIsReadFromTheToolsFirstLine) {
-    EXPECT_EQ(std::system("/usr/bin/fw_setenv cr \"$(printf '3\\r')\";"
+    EXPECT_EQ(std::system("/usr/bin/fw_setenv bootdelay 2;"
+                          "/usr/bin/fw_setenv cr \"$(printf '3\\r')\";"
                           "/usr/bin/fw_setenv long $(printf %0200d 7);"
                           "/usr/bin/fw_setenv equals a=b=c"),
               0);
@@ -155,6 +156,7 @@ TEST_F(ToolStore, TheSystemConfigurationIsReadAndSet) {
     const auto store = [&](const std::string& key, const std::string& value) {
         ask("sysconfig.set", {{"key", key}, {"value", value}});
     };
+    store("hostname", "board");
     EXPECT_EQ(config("hostname"), (Value{0, "board"}));
     EXPECT_EQ(hal_sysconfig_set("hostname", "desk"), 0);
     EXPECT_EQ(config("hostname"), (Value{0, "desk"}));
