@@ -72,16 +72,15 @@ class AbSystem : public OnBoard {
 };
 
 TEST_F(AbSystem, DefaultsAreTheseBytes) {
+    const Json partitions = ask("partition.list");
     EXPECT_EQ(hal_avb_init(), 2048);
+    EXPECT_EQ(ask("partition.list"), partitions) << "nothing more waits to be flushed";
     const Record record = stored();
     EXPECT_THAT(record,
                 ElementsAre(0, 'A', 'B', '0', 1, 0, 0, 0, 15, 3, 0, 0, 14, 3, 0, 0, 0, 0, 0, 0, 0,
                             0, 0, 0, 0, 0, 0, 0, record[28], record[29], record[30], record[31]));
     EXPECT_EQ(stored_crc(record), crc_of(record));
     EXPECT_THAT(logged(), IsEmpty());
-    for (const vb::Json& partition : ask("partition.list")) {
-        EXPECT_EQ(partition["unflushed"], 0) << "written synchronously";
-    }
 }
 
 TEST_F(AbSystem, EachChangeChangesWhatItSaysAndNothingElse) {

@@ -158,8 +158,10 @@ void expect_entry(const clock_config_entry& entry, bool cdcm, int index) {
 
 TEST(ClockRegistry, CountsEachKindAndLeavesOthersAlone) {
     const auto original = std::to_array(clock_config);
-    clock_config[1].type = 2;
-    clock_config[2].type = 2;
+    for (clock_config_entry* other : {&clock_config[1], &clock_config[2]}) {
+        *other = {};
+        other->type = 2;
+    }
     clock_config_register();
     for (const clock_config_entry& other : {clock_config[1], clock_config[2]}) {
         EXPECT_TRUE(other.cdcm_bus_id == nullptr && other.idt_bus_id == nullptr);

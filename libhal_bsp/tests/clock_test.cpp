@@ -133,7 +133,7 @@ TEST_F(Clock, ASynthesizerIsPoweredWrittenVerifiedAndResetTwiceIfItLocks) {
 
 TEST_F(Clock, TheFirstRegisterThatReadsBackOtherwiseEndsTheBringUp) {
     const Captured errors(stderr);
-    fail_transfers(2, "after=26:once"); // 21 written, 5 read
+    fail_transfers(2, "after=26:times=2"); // 21 written, 5 read
     EXPECT_EQ(cdcm6208_out_config(0, image_of(0)), 0);
     fail_transfers(2, "after=2:once"); // register 2 is not written
     EXPECT_EQ(cdcm6208_out_config(0, image_of(0)), 0);

@@ -99,6 +99,9 @@ TEST_F(Keypad, AHundredKeysArriveInOrderNoneLostAndNoneTwice) {
         EXPECT_THAT(event.zero9, testing::Each(0));
     }
     EXPECT_GT(all[199].event.value12, 0U);
+    forget_trace();
+    hal_keypad_deinit_v2();
+    EXPECT_THAT(logged(), IsEmpty()) << "there is nothing left to end";
 }
 
 TEST_F(Keypad, TwoKeysAreACycleApartAndFailedReadsAreNone) {
