@@ -183,13 +183,20 @@ int expected_step(gen_sys_param& p, std::uint64_t stamp) {
     return 0;
 }
 
-// Near an edge of the grid, where everything is decided, or anywhere in the 64 bits.
+// At a place where something is decided, near an edge of the grid, or anywhere in the 64 bits.
 std::uint64_t any_stamp(Dice& dice, std::uint16_t rate) {
     if (rate == 0 || dice() % 8 == 0) {
         return dice();
     }
+    const std::uint64_t period = 100'000'000'000 / rate;
+    const std::uint64_t edge = 100'000'000'000 * (dice() % 10'000) / rate;
+    if (dice() % 4 == 0) {
+        const std::uint64_t place =
+            any_of(dice, std::array<std::uint64_t, 5>{0, 4500, 20'000, period / 2, period});
+        return (dice() % 2 == 0 ? edge + place : edge - place) + dice() % 3 - 1;
+    }
     const std::uint64_t reach = dice() % 2 == 0 ? 60'000 : 40'000'000;
-    return 100'000'000'000 / rate * (dice() % 1'000'000) + dice() % (2 * reach) - reach;
+    return edge + dice() % (2 * reach) - reach;
 }
 
 void shake(Dice& dice, gen_sys_param& p) {

@@ -56,6 +56,10 @@ struct Listener {
     Result no_node, no_thread, second, null_callback;
 };
 
+void PrintTo(const Listener& listener, std::ostream* out) {
+    *out << listener.is.name;
+}
+
 // What the callback does with its call.
 std::function<void()> act;
 std::atomic<unsigned> count{0};
@@ -229,6 +233,8 @@ TEST_P(ListenerContract, TellsWhatHappensUntilItIsStopped) {
     ASSERT_EQ(it().does.start(true), 0);
     expect_state({true, true, true});
     EXPECT_EQ(opens(it().is.node, 1), 1);
+    const bool reads_only = it().does.state == nullptr; // as T-bars do
+    expect_event({{"kind", "open"}, {"mode", reads_only ? "read" : "read-write"}});
     for (unsigned pokes = 1; pokes <= 3; ++pokes) {
         poke();
         wait_for(pokes);
