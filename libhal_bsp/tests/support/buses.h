@@ -3,6 +3,7 @@
 
 #include <hal_bsp/i2c.h>
 
+#include <cstdint>
 #include <initializer_list>
 
 namespace hal_test {
