@@ -1,18 +1,16 @@
 // The generator loop against the board's video-timing generator.
 
-#include "client/board_fixture.h"
 #include "hal/hal_sync.h"
 #include "support/thread.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <mutex>
 #include <unistd.h>
 
+namespace hal_test::genlock_loop {
 namespace {
 
 using testing::Contains;
@@ -23,28 +21,20 @@ using testing::StartsWith;
 
 constexpr char kNode[] = "/dev/vgen";
 
-// The states that were reported, in order.
-std::mutex states_mutex;
-std::vector<std::uint32_t> states;
-std::atomic<std::size_t> reported{0};
+Heard<std::uint32_t> states;
 
-void report(std::uint32_t state) {
-    const std::lock_guard guard(states_mutex);
-    states.push_back(state);
-    ++reported;
-    reported.notify_all();
-}
-
-class GenlockLoop : public vb::BoardTest {
+class GenlockLoop : public OnBoard {
   protected:
     // The generator's time passes by the loop's reads, so nothing depends on the machine's load.
     void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
+        OnBoard::SetUp();
         set_speed(1000);
-        board().ask("vgen.pace", {{"frames", 5}});
+        ask("vgen.pace", {{"frames", 5}});
+        ask("vgen.delay", {{"ns", 0}});
+        set("offset_ppm", 0);
+        set("jitter_ns", 0);
+        set_stale(0);
         states.clear();
-        reported = 0;
         pthread_mutex_init(&p_.mutex, nullptr);
         p_.fd = open(kNode, O_RDWR | O_CLOEXEC);
         p_.refvs_x100 = p_.outvs_x100 = 6000;
@@ -57,7 +47,7 @@ class GenlockLoop : public vb::BoardTest {
         stop();
         close(p_.fd);
         pthread_mutex_destroy(&p_.mutex);
-        BoardTest::TearDown();
+        OnBoard::TearDown();
     }
     // After this all is said that the loop had to say.
     void stop() {
@@ -72,38 +62,32 @@ class GenlockLoop : public vb::BoardTest {
         pthread_mutex_unlock(&p_.mutex);
     }
     static std::uint32_t last_state() {
-        const std::lock_guard guard(states_mutex);
-        return states.empty() ? HAL_GENLOCK_IDLE : states.back();
+        const auto all = states.all();
+        return all.empty() ? HAL_GENLOCK_IDLE : all.back();
     }
     // Waits until a state has been reported since the last one that was waited for. It need not
     // last: the next may be there before this looks.
     void wait_for(std::uint32_t state) {
-        for (std::size_t seen = reported; !find_report(state); seen = reported) {
-            reported.wait(seen);
-        }
-    }
-    bool find_report(std::uint32_t state) {
-        const std::lock_guard guard(states_mutex);
-        const auto found = std::find(states.begin() + looked_at_, states.end(), state);
-        if (found == states.end()) {
-            return false;
-        }
-        looked_at_ = found - states.begin() + 1;
-        return true;
+        EXPECT_TRUE(comes_true([&] {
+            const auto all = states.all();
+            const auto found = std::find(all.begin() + looked_at_, all.end(), state);
+            looked_at_ = found == all.end() ? looked_at_ : found - all.begin() + 1;
+            return found != all.end();
+        })) << state;
     }
     // Waits until the loop has read the stamps so often.
     void steps(int count) {
-        const auto frames = [&] { return board().ask("vgen.show").at("frames").get<int>(); };
-        for (const int start = frames(); frames() < start + 5 * count;) {
-        }
+        const auto frames = [&] { return ask("vgen.show").at("frames").get<int>(); };
+        const int wanted = frames() + 5 * count;
+        EXPECT_TRUE(comes_true([&] { return frames() >= wanted; }));
     }
     void set(const char* name, double value) {
-        board().ask("vgen.set", {{"name", name}, {"value", value}});
+        ask("vgen.set", {{"name", name}, {"value", value}});
     }
-    void set_stale(int reads) { board().ask("vgen.stale", {{"reads", reads}}); }
+    void set_stale(int reads) { ask("vgen.stale", {{"reads", reads}}); }
 
     gen_sys_param p_{};
-    gen_loop_para para_{&p_, nullptr, report};
+    gen_loop_para para_{&p_, nullptr, [](std::uint32_t state) { states.add(state); }};
     pthread_t thread_{};
     bool running_ = true;
     std::ptrdiff_t looked_at_ = 0;
@@ -112,12 +96,12 @@ class GenlockLoop : public vb::BoardTest {
 TEST_F(GenlockLoop, LocksAnOutputThatIsOffAndKeepsItLocked) {
     set("offset_ppm", 40);
     set("jitter_ns", 50);
-    board().ask("vgen.delay", {{"ns", 3'000'000}});
+    ask("vgen.delay", {{"ns", 3'000'000}});
     switch_to(genlock_switch_on);
     wait_for(HAL_GENLOCK_LOCK);
     steps(600);
     EXPECT_EQ(last_state(), HAL_GENLOCK_LOCK);
-    const auto show = board().ask("vgen.show");
+    const auto show = ask("vgen.show");
     EXPECT_LT(std::abs(show.at("phase_ns").get<double>()), 6000);
     EXPECT_NEAR(show.at("clock_hz").get<double>() / 148500000, 1 - 40e-6, 1e-6);
     switch_to(genlock_switch_off);
@@ -173,10 +157,9 @@ TEST_F(GenlockLoop, AClockThatCannotBeSetIsAnErrorAtTheStartOnly) {
     EXPECT_EQ(last_state(), HAL_GENLOCK_ADJ);
 }
 
-TEST(GenlockRequests, EachOneThatFailsIsLoggedWithItsValue) {
-    log_set_quiet(true);
-    vb::Client board = vb::Client::of_this_board();
-    const auto last = board.ask("trace.last");
+class GenlockRequests : public OnBoard {};
+
+TEST_F(GenlockRequests, EachOneThatFailsIsLoggedWithItsValue) {
     EXPECT_LT(gen_set_enable(-1, 5994), 0);
     EXPECT_LT(gen_set_disable(-1), 0);
     EXPECT_LT(gen_force_vsync_enable(-1, 7), 0);
@@ -186,17 +169,13 @@ TEST(GenlockRequests, EachOneThatFailsIsLoggedWithItsValue) {
     gen_loop_para none{};
     EXPECT_EQ(gen_loop_create(nullptr, &none), -1);
     EXPECT_EQ(gen_loop_thread_task(&none), nullptr);
-    std::vector<std::string> texts;
-    for (const auto& event :
-         board.ask("trace.read", {{"since", last}, {"match", {{"kind", "log"}}}})) {
-        const auto text = event.at("text").get<std::string>();
-        texts.push_back(text.substr(text.rfind('>') + 1));
-    }
-    EXPECT_THAT(texts,
-                ElementsAre(":set frame_x100[5994] error!\n", ":set gen_set_disable error!\n",
-                            ":set force vsync error! refvs_sycle=7\n", ":get clk rate error!\n",
-                            EndsWith("get clk rate is [42]\n"), ":para is NULL!\n",
-                            ":para is NULL!\n\n"));
+    EXPECT_THAT(logged(),
+                ElementsAre(EndsWith(">:set frame_x100[5994] error!\n"),
+                            EndsWith(">:set gen_set_disable error!\n"),
+                            EndsWith(">:set force vsync error! refvs_sycle=7\n"),
+                            EndsWith(">:get clk rate error!\n"), EndsWith("get clk rate is [42]\n"),
+                            EndsWith(">:para is NULL!\n"), EndsWith(">:para is NULL!\n\n")));
 }
 
 } // namespace
+} // namespace hal_test::genlock_loop

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+namespace hal_test::log_slots {
 namespace {
 
 std::vector<int> order;
@@ -33,3 +34,4 @@ TEST(LogSlots, TakeThirtyOneSinksAndCallThemInOrder) {
 }
 
 } // namespace
+} // namespace hal_test::log_slots

@@ -12,10 +12,10 @@
 #include <random>
 #include <string>
 
+namespace hal_test::md5sum {
 namespace {
 
 namespace fs = std::filesystem;
-using hal_test::LogTap;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
@@ -243,3 +243,4 @@ TEST_F(Md5, HostileImagesAreRefusedAndSaySo) {
 }
 
 } // namespace
+} // namespace hal_test::md5sum

@@ -8,6 +8,7 @@
 #include <iconv.h>
 #include <set>
 
+namespace hal_test::oled_fonts {
 namespace {
 
 using testing::Each;
@@ -128,3 +129,4 @@ TEST(Convert2Font, TurnsSquaresOfEverySide) {
 }
 
 } // namespace
+} // namespace hal_test::oled_fonts

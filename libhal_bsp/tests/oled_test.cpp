@@ -1,22 +1,18 @@
 // The OLED on the board: what the driver gets, what is on the panel, what is logged.
 
-#include "client/board_fixture.h"
 #include "core/bytes.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <fcntl.h>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <iterator>
 #include <numeric>
-#include <png.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
+namespace hal_test::oled {
 namespace {
 
 using testing::AllOf;
@@ -26,7 +22,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 using vb::Bytes;
-using vb::Json;
 using Unicodes = std::u32string;
 using Glyph = std::array<std::uint8_t, 32>;
 using Texts = std::vector<std::string>;
@@ -68,13 +63,15 @@ Glyph glyph_of(const Record& record, std::size_t cell) {
     return cells;
 }
 
-class Oled : public vb::BoardTest {
+class Oled : public OnBoard {
   protected:
     void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
+        OnBoard::SetUp();
+        for (const std::uint32_t panel : {0U, 1U}) {
+            EXPECT_EQ(hal_oled_clear(panel), 0);
+        }
+        forget_trace();
     }
-
     static int show(const Unicodes& text, int len = -1, std::uint8_t row = 0,
                     std::uint8_t column = 0, std::uint32_t panel = 0) {
         Unicodes data = text;
@@ -106,7 +103,7 @@ class Oled : public vb::BoardTest {
         return all.empty() ? Record{} : all.front();
     }
     Texts rows(int panel = 0) {
-        return board().ask("oled.show", {{"panel", panel}}).at("text").get<Texts>();
+        return ask("oled.show", {{"panel", panel}}).at("text").get<Texts>();
     }
 };
 
@@ -273,15 +270,7 @@ TEST_F(Oled, AFontFileThatFailsLeavesASquareAndTheLineIsShown) {
         EXPECT_EQ(glyph_of(line, 1) == square, each.square_of_the_file);
         EXPECT_NE(glyph_of(line, 1), Glyph{}) << "nothing shows that something is there";
     }
-}
-
-TEST_F(Oled, TheFontFileIsAFileToReadOnly) {
-    EXPECT_EQ(open(kFont, O_RDWR), -1);
-    EXPECT_EQ(errno, EROFS);
-    const int fd = open(kFont, O_RDONLY);
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(lseek(fd, 0, SEEK_END), 282752);
-    close(fd);
+    appear(kFont);
 }
 
 TEST_F(Oled, PreparedCellsAreDrawnOnAClearedPanel) {
@@ -311,34 +300,17 @@ TEST_F(Oled, PreparedCellsAreDrawnOnAClearedPanel) {
         EXPECT_EQ(rows()[1], "");
     }
     EXPECT_THAT(logged("ERROR"), IsEmpty());
-
-    // The picture, pixel by pixel: dots of 3 x 3 on a grid of 4.
-    const Bytes file = *vb::from_hex(board().ask("oled.png").get<std::string>());
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    ASSERT_NE(png_image_begin_read_from_memory(&image, file.data(), file.size()), 0);
-    image.format = PNG_FORMAT_GRAY;
-    ASSERT_EQ(image.width * image.height, 512U * 256);
-    Bytes grey(512 * 256);
-    ASSERT_NE(png_image_finish_read(&image, nullptr, grey.data(), 0, nullptr), 0);
-    for (std::size_t y = 0; y < 16; ++y) {
-        for (std::size_t x = 0; x < 128; ++x) {
-            const int byte = cells[x / 8 * 16 + y / 8 * 8 + x % 8];
-            ASSERT_EQ(grey[((48 + y) * 4 + 1) * 512 + x * 4 + 1] > 100,
-                      ((byte >> (y % 8)) & 1) != 0);
-        }
-    }
 }
 
 TEST_F(Oled, TheDisplayIsHiddenAndShownWithWhatIsOnIt) {
     EXPECT_EQ(show_chars("on"), 0);
-    const Json lit = board().ask("oled.picture");
+    const Json lit = ask("oled.picture");
     for (const std::uint32_t state : {0U, 1U}) {
         forget_trace();
         EXPECT_EQ(hal_oled_display_ctl(0, state), 0);
         EXPECT_EQ(record().cmd, 4U);
-        EXPECT_EQ(board().ask("oled.show").at("on"), state == 1);
-        EXPECT_EQ(board().ask("oled.picture") == lit, state == 1);
+        EXPECT_EQ(ask("oled.show").at("on"), state == 1);
+        EXPECT_EQ(ask("oled.picture") == lit, state == 1);
     }
     forget_trace();
     EXPECT_EQ(hal_oled_display_ctl(0, 2), -35);
@@ -374,40 +346,7 @@ TEST_F(Oled, WhatCannotBeDoneIsMinus35AndLeavesThePanelAlone) {
     }
     EXPECT_EQ(rows()[0], "keep");
     EXPECT_EQ(hal_oled_show_string(0, &nothing), 0) << "the type is looked at with each character";
-
-    Record unknown{};
-    unknown.cmd = 2;
-    const int fd = open(kNode, O_RDWR);
-    EXPECT_EQ(ioctl(fd, 0xC0086FB3, &unknown), -1);
-    EXPECT_EQ(errno, EINVAL) << "the driver knows no such command";
-    close(fd);
-}
-
-TEST_F(Oled, CallsSurviveTheFailureOfAnyOfTheirSteps) {
-    const std::function<int()> calls[] = {[] { return show_chars("sweep"); },
-                                          [] { return hal_oled_clear(0); },
-                                          [] { return hal_oled_display_ctl(0, 1); },
-                                          [] { return hal_oled_test(0, 0, 0, F8X16, 80); }};
-    for (const auto& call : calls) {
-        Texts errors;
-        std::vector<int> results;
-        sweep(
-            kNode, "EIO",
-            [&] {
-                forget_trace();
-                results.push_back(call());
-            },
-            [&](bool failed) {
-                EXPECT_EQ(results.back(), failed ? -35 : 0);
-                EXPECT_EQ(opens(kNode, 0), 0);
-                const Texts now = logged();
-                errors.insert(errors.end(), now.begin(), now.end());
-            });
-        Texts expected(results.size() - 1, kIoctlError);
-        expected.front() = "open /dev/x9oled error";
-        EXPECT_EQ(errors, expected);
-        EXPECT_GE(results.size(), 3U);
-    }
 }
 
 } // namespace
+} // namespace hal_test::oled

@@ -12,6 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+namespace hal_test::partition_lookup {
 namespace {
 
 const std::string& cmdline_path() {
@@ -21,6 +22,7 @@ const std::string& cmdline_path() {
 }
 
 } // namespace
+} // namespace hal_test::partition_lookup
 
 // Stands before the C library's.
 extern "C" int open(const char* path, int flags, ...) {
@@ -28,14 +30,14 @@ extern "C" int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = va_arg(arguments, mode_t);
     va_end(arguments);
+    using hal_test::partition_lookup::cmdline_path;
     const bool redirected = std::strcmp(path, "/proc/cmdline") == 0;
     return static_cast<int>(
         syscall(SYS_openat, AT_FDCWD, redirected ? cmdline_path().c_str() : path, flags, mode));
 }
 
+namespace hal_test::partition_lookup {
 namespace {
-
-using hal_test::LogTap;
 
 TEST(Lookup, TakesTheSlotFromTheCommandLine) {
     log_set_quiet(true);
@@ -96,3 +98,4 @@ TEST(Lookup, FindsThePartitionOfTheOtherSlot) {
 }
 
 } // namespace
+} // namespace hal_test::partition_lookup

@@ -1,6 +1,6 @@
 // Updates and backups on a board whose slot A runs.
-#include "client/board_fixture.h"
 #include "oem_image.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <random>
 
+namespace hal_test::partition {
 namespace {
 
 namespace fs = std::filesystem;
@@ -45,15 +45,24 @@ std::string image_of(const std::string& payload) {
     return head("/dev/shm/image", length);
 }
 
-class Partition : public vb::BoardTest {
+class Partition : public OnBoard {
   protected:
-    void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
+    void TearDown() override {
+        for (const std::string& node : gone_) {
+            appear(node);
+        }
+        OnBoard::TearDown();
+    }
+    void take_away(const std::string& node) {
+        vanish(node);
+        gone_.push_back(node);
     }
     std::size_t count(const std::string& kind, const std::string& node) {
         return events({{"kind", kind}, {"node", node}}).size();
     }
+
+  private:
+    std::vector<std::string> gone_;
 };
 
 TEST_F(Partition, SizesAreThoseOfTheBoard) {
@@ -111,7 +120,7 @@ TEST_F(Partition, WriterSaysWhatFailed) {
         EXPECT_EQ(writeImageToCustomPart(each.source, each.part, each.offset, each.size), 0);
         EXPECT_THAT(logged("ERROR"), ElementsAre(each.error));
     }
-    vanish(kOther);
+    take_away(kOther);
     forget_trace();
     EXPECT_EQ(writeImageToCustomPart(kSource, "system", 0, 0), 0);
     EXPECT_THAT(logged("ERROR"),
@@ -181,9 +190,9 @@ TEST_F(Partition, BackupCopiesTheRunningSlot) {
     EXPECT_EQ(zeda_partition_backup("oem"), -1);
     EXPECT_EQ(zeda_partition_backup(nullptr), -1);
     EXPECT_EQ(zeda_partition_backup(std::string(98, 'x').c_str()), -1);
-    vanish(kOther);
+    take_away(kOther);
     EXPECT_EQ(zeda_partition_backup("system"), -1);
-    vanish(kFolder + "system_a");
+    take_away(kFolder + "system_a");
     EXPECT_EQ(zeda_partition_backup("system"), -1);
     EXPECT_THAT(logged("ERROR"),
                 ElementsAre("unknow partition name: oem!\n",
@@ -221,3 +230,4 @@ TEST_F(Partition, BackupWithDelayRestoresTheDirtyPagesHoweverItEnds) {
 }
 
 } // namespace
+} // namespace hal_test::partition

@@ -9,6 +9,7 @@
 #include <limits>
 #include <unistd.h>
 
+namespace hal_test::timing {
 namespace {
 
 timeval now{};
@@ -19,18 +20,20 @@ constexpr auto kMost = std::numeric_limits<time_t>::max();
 constexpr auto kLeast = std::numeric_limits<time_t>::min();
 
 } // namespace
+} // namespace hal_test::timing
 
 extern "C" {
 int gettimeofday(timeval* time, void*) noexcept {
-    *time = now;
+    *time = hal_test::timing::now;
     return 0;
 }
 int usleep(useconds_t time) {
-    slept = time;
-    return sleep_result;
+    hal_test::timing::slept = time;
+    return hal_test::timing::sleep_result;
 }
 }
 
+namespace hal_test::timing {
 namespace {
 
 TEST(Timing, DelayCountsItsMicrosecondsIn32Bits) {
@@ -96,3 +99,4 @@ TEST(Timing, InputFrequencyIsNotTouched) {
 }
 
 } // namespace
+} // namespace hal_test::timing

@@ -1,6 +1,6 @@
-// The three stores of settings: what the application gets, and what tools and driver saw.
+// The stores of settings behind command-line tools: what the application gets, what the tools saw.
 
-#include "client/board_fixture.h"
+#include "tests/support/on_board.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -8,10 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
+namespace hal_test::tool_store {
 namespace {
 
 using testing::Contains;
@@ -20,7 +19,6 @@ using testing::EndsWith;
 using testing::IsEmpty;
 
 constexpr char kEnv[] = "/dev/block/by-name/env";
-constexpr char kVendor[] = "/dev/vendor_storage";
 constexpr char kTooLong[] = "the command would be longer than 127 characters: not run";
 constexpr char kNoBuffer[] = "the buffer for the value is null";
 constexpr char kNotStarted[] = "popen read_device_info";
@@ -73,13 +71,7 @@ std::string letters(std::size_t count) {
     return std::string(count, 'x');
 }
 
-class Settings : public vb::BoardTest {
-  protected:
-    void SetUp() override {
-        BoardTest::SetUp();
-        log_set_quiet(true);
-    }
-};
+class ToolStore : public OnBoard {};
 
 // --- the bootloader environment ---
 
@@ -88,17 +80,12 @@ Value env(const std::string& name) {
 }
 
 bool env_becomes(const char* name, const std::string& value) {
-    for (int tries = 0; tries < 500; ++tries) {
-        if (env(name) == Value{0, value}) {
-            return true;
-        }
-        usleep(10000);
-    }
-    return false;
+    return comes_true([&] { return env(name) == Value{0, value}; });
 }
 
-TEST_F(Settings, TheEnvironmentIsReadFromTheToolsFirstLine) {
-    EXPECT_EQ(std::system("/usr/bin/fw_setenv cr \"$(printf '3\\r')\";"
+TEST_F(ToolStore, TheEnvironmentIsReadFromTheToolsFirstLine) {
+    EXPECT_EQ(std::system("/usr/bin/fw_setenv bootdelay 2;"
+                          "/usr/bin/fw_setenv cr \"$(printf '3\\r')\";"
                           "/usr/bin/fw_setenv long $(printf %0200d 7);"
                           "/usr/bin/fw_setenv equals a=b=c"),
               0);
@@ -115,7 +102,7 @@ TEST_F(Settings, TheEnvironmentIsReadFromTheToolsFirstLine) {
     EXPECT_THAT(logged("ERROR"), IsEmpty());
 }
 
-TEST_F(Settings, WhatCannotBeReadFromTheEnvironmentLeavesTheBuffer) {
+TEST_F(ToolStore, WhatCannotBeReadFromTheEnvironmentLeavesTheBuffer) {
     EXPECT_EQ(value_of(hal_fw_printenv, nullptr), (Value{-1, kUntouched}));
     EXPECT_EQ(hal_fw_printenv(nullptr, nullptr), -1);
     EXPECT_EQ(hal_fw_printenv("bootdelay", nullptr), -35);
@@ -132,7 +119,7 @@ TEST_F(Settings, WhatCannotBeReadFromTheEnvironmentLeavesTheBuffer) {
     EXPECT_THAT(logged(), IsEmpty()); // neither a line nor a failure of ours
 }
 
-TEST_F(Settings, TheEnvironmentIsSetInTheBackground) {
+TEST_F(ToolStore, TheEnvironmentIsSetInTheBackground) {
     EXPECT_EQ(hal_fw_setenv("bootdelay", "5"), 0);
     EXPECT_TRUE(env_becomes("bootdelay", "5"));
     EXPECT_EQ(hal_fw_setenv("bootdelay", nullptr), 0);
@@ -146,7 +133,7 @@ TEST_F(Settings, TheEnvironmentIsSetInTheBackground) {
     EXPECT_EQ(hal_fw_setenv("bootdelay", "6"), 0);
     expect_event({{"kind", "fault"}, {"action", "hold=tool"}});
     expect_none({{"kind", "write"}, {"node", kEnv}, {"error", "EIO"}});
-    board().ask("fault.release", {{"tag", "tool"}});
+    ask("fault.release", {{"tag", "tool"}});
     expect_event({{"kind", "write"}, {"node", kEnv}, {"error", "EIO"}});
 
     forget_trace();
@@ -162,13 +149,14 @@ TEST_F(Settings, TheEnvironmentIsSetInTheBackground) {
 
 // --- the system configuration ---
 
-TEST_F(Settings, TheSystemConfigurationIsReadAndSet) {
+TEST_F(ToolStore, TheSystemConfigurationIsReadAndSet) {
     const auto config = [](const std::string& key) {
         return value_of(hal_sysconfig_get, key.c_str());
     };
     const auto store = [&](const std::string& key, const std::string& value) {
-        board().ask("sysconfig.set", {{"key", key}, {"value", value}});
+        ask("sysconfig.set", {{"key", key}, {"value", value}});
     };
+    store("hostname", "board");
     EXPECT_EQ(config("hostname"), (Value{0, "board"}));
     EXPECT_EQ(hal_sysconfig_set("hostname", "desk"), 0);
     EXPECT_EQ(config("hostname"), (Value{0, "desk"}));
@@ -204,87 +192,5 @@ TEST_F(Settings, TheSystemConfigurationIsReadAndSet) {
                 ElementsAre(kTooLong, kNoBuffer, kTooLong, kNotStarted, kNotStarted));
 }
 
-// --- the vendor storage ---
-
-constexpr char kWriteError[] = "vendor write fail, ret:-1\n";
-constexpr char kCleanError[] = "vendor clean fail, ret:-1\n";
-
-TEST_F(Settings, AnItemIsClearedThenWritten) {
-    EXPECT_EQ(hal_vendor_write(0x10007, "abcdEFG", 4), 0);
-    const auto requests = events({{"kind", "ioctl"}, {"request", "VENDOR_WRITE"}});
-    ASSERT_EQ(requests.size(), 2U);
-    const std::string head = "51455256"
-                             "0700"
-                             "0400";
-    EXPECT_EQ(requests[0]["bytes"], head + std::string(128, '0'));
-    EXPECT_EQ(requests[1]["bytes"], head + "61626364" + std::string(120, '0'));
-    EXPECT_THAT(logged(),
-                ElementsAre(testing::MatchesRegex("sys_fd: [0-9]+, buf: abcd, len: 4\n")));
-    EXPECT_EQ(board().ask("vendor.list"), (vb::Json{{"7", "61626364"}}));
-
-    std::array<char, 12> item{};
-    item.fill('G');
-    EXPECT_EQ(hal_vendor_read(7, item.data(), 8), 0); // more than it has
-    EXPECT_EQ(std::string(item.data(), item.size()), std::string("abcd\0\0\0\0GGGG", 12));
-    EXPECT_EQ(hal_vendor_read(0xFFFF0007, item.data(), 1), 0);
-    EXPECT_EQ(item[0], 'a');
-    EXPECT_EQ(opens(kVendor, 0), 0);
-}
-
-TEST_F(Settings, ItemsHaveUpTo64Bytes) {
-    std::array<char, 65> item{};
-    item.fill('7');
-    EXPECT_EQ(hal_vendor_write(1, item.data(), 64), 0);
-    EXPECT_EQ(hal_vendor_write(2, item.data(), 0), 0);
-    std::string sevens;
-    for (int i = 0; i < 64; ++i) {
-        sevens += "37";
-    }
-    EXPECT_EQ(board().ask("vendor.list"), (vb::Json{{"1", sevens}, {"2", ""}}));
-    std::array<char, 65> back{};
-    EXPECT_EQ(hal_vendor_read(1, back.data(), 64), 0);
-    EXPECT_EQ(std::string(back.data()), std::string(64, '7'));
-    forget_trace();
-    EXPECT_EQ(hal_vendor_write(1, item.data(), 65), -35);
-    EXPECT_EQ(hal_vendor_read(1, back.data(), UINT32_MAX), -35);
-    EXPECT_EQ(hal_vendor_write(1, nullptr, 0), -35);
-    EXPECT_EQ(hal_vendor_read(1, nullptr, 4), -35);
-    expect_none({{"kind", "open"}, {"node", kVendor}});
-    EXPECT_THAT(logged(), IsEmpty());
-}
-
-TEST_F(Settings, FailuresOfTheVendorStorageAreTold) {
-    struct Case {
-        const char* fault;
-        int32_t result;
-        std::vector<std::string> errors;
-    };
-    const std::vector<Case> cases = {
-        {"ioctl=VENDOR_WRITE:EIO:once", 0, {kCleanError}},
-        {"ioctl=VENDOR_WRITE:EIO:after=1:once", -35, {kWriteError}},
-        {"ioctl=VENDOR_WRITE:EIO", -35, {kCleanError, kWriteError}},
-        {"open:EACCES", -35, {"vendor storage open fail\n"}},
-    };
-    for (const Case& each : cases) {
-        SCOPED_TRACE(each.fault);
-        forget_trace();
-        add_fault(std::string(kVendor) + ":" + each.fault);
-        EXPECT_EQ(hal_vendor_write(3, "abc", 3), each.result);
-        EXPECT_EQ(logged("ERROR"), each.errors);
-        clear_faults();
-    }
-    forget_trace();
-    std::string item = kUntouched;
-    EXPECT_EQ(hal_vendor_read(4, item.data(), 3), -35); // there is none
-    add_fault(std::string(kVendor) + ":ioctl=VENDOR_READ:EIO");
-    EXPECT_EQ(hal_vendor_read(3, item.data(), 3), -35);
-    clear_faults();
-    vanish(kVendor);
-    EXPECT_EQ(hal_vendor_read(3, item.data(), 3), -35);
-    EXPECT_EQ(item, kUntouched);
-    EXPECT_THAT(logged("ERROR"),
-                ElementsAre("vendor storage read error, ret:-1\n",
-                            "vendor storage read error, ret:-1\n", "vendor storage open fail\n"));
-}
-
 } // namespace
+} // namespace hal_test::tool_store
