@@ -61,7 +61,7 @@ TEST_F(PowerTest, AFolderIsOneBoardsAlone) {
                          "read -ru 3; " +
                          board + "true; status=$?; kill $first; exit $status"});
     EXPECT_NE(result.status, 0);
-    EXPECT_THAT(result.err, HasSubstr("another board's"));
+    EXPECT_THAT(result.err, HasSubstr("in use by another board"));
 }
 
 TEST_F(PowerTest, ACutKeepsWhatWasFlushedAndEndsTheProgramAtOnce) {
