@@ -59,10 +59,6 @@ const Command* find_command(const Command& root, std::span<const std::string>& w
     return command;
 }
 
-std::string name_on_line(const Parameter& parameter) {
-    return parameter.is_option() ? parameter.name : fmt::format("{} is missing", parameter.name);
-}
-
 // --- one command's words ---
 
 // The words of a command as CLI11 takes them apart.
@@ -143,8 +139,9 @@ class Parser {
             return given.parameter->required && given.option->count() == 0;
         });
         // An unknown option is a clearer complaint than what it may have been meant as.
-        return !app_.remaining().empty() || found == given_.end() ? too_much()
-                                                                  : name_on_line(*found->parameter);
+        return !app_.remaining().empty() || found == given_.end()
+                   ? too_much()
+                   : found->parameter->name + " is missing";
     }
 
     // An option that lacks its value, or a flag that has one.
@@ -188,12 +185,14 @@ int run(const Command& command, const Tool& tool, bool verbose) {
     return tool.output().complete() || status != kExitDone ? status : kExitFailure;
 }
 
-int print_help(const Command& command, const Tool& tool, bool all) {
-    if (all) {
+// For programs, every command below this one; for people, the help of this one.
+int print_help(const Command& command, const Tool& tool) {
+    if (tool.output().json()) {
         print_all(tool.output(), command);
     } else {
-        tool.output().print({{"help", help_text(command)}},
-                            help_text(command).substr(0, help_text(command).size() - 1));
+        std::string text = help_text(command);
+        text.pop_back(); // its last newline comes with the printing
+        tool.output().print({}, text);
     }
     return tool.output().complete() ? kExitDone : kExitFailure;
 }
@@ -236,7 +235,7 @@ int run_command_line(const Command& root, Tool& tool, std::vector<std::string> w
         return complain_of_group(found, tool, rest);
     }
     if (help) {
-        return print_help(found, tool, common.json);
+        return print_help(found, tool);
     }
     const Command* meant = found.meant_by_itself();
     const Command& command = meant != nullptr ? *meant : found;
