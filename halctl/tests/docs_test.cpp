@@ -8,8 +8,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
+#include <string_view>
 
 namespace halctl_tests::docs {
 namespace {
@@ -76,22 +76,36 @@ class FreshFolder {
     fs::path path_;
 };
 
-// Lines as a document can have them: blanks at their ends are no blanks anybody sees.
-std::string trimmed(const std::string& text) {
-    return std::regex_replace(text, std::regex(" +\n"), "\n");
+// "..." in a pattern stands for anything.
+bool is_like(std::string_view line, std::string_view pattern) {
+    const std::size_t gap = pattern.find("...");
+    if (gap == std::string_view::npos) {
+        return line == pattern;
+    }
+    if (!line.starts_with(pattern.substr(0, gap))) {
+        return false;
+    }
+    line.remove_prefix(gap);
+    pattern.remove_prefix(gap + 3);
+    for (std::size_t at = 0; at <= line.size(); ++at) {
+        if (is_like(line.substr(at), pattern)) {
+            return true;
+        }
+    }
+    return false;
 }
 
-// "..." in a line stands for anything, as a whole line for any number of lines.
+// Line by line; blanks at the end of a line are none that anybody sees.
 bool is_printed(const std::vector<std::string>& wanted, const std::string& text) {
-    std::string pattern;
-    for (const std::string& line : wanted) {
-        std::string escaped =
-            std::regex_replace(line, std::regex(R"([\\^$|()\[\]{}*+?.])"), "\\$&");
-        const std::string any = line == "..." ? "(?:.*\n)*" : ".*";
-        escaped = std::regex_replace(escaped, std::regex(R"(\\\.\\\.\\\.)"), any);
-        pattern += escaped + (line == "..." ? "" : "\n");
+    std::istringstream lines(text);
+    std::size_t number = 0;
+    for (std::string line; std::getline(lines, line); ++number) {
+        line.erase(line.find_last_not_of(' ') + 1);
+        if (number == wanted.size() || !is_like(line, wanted[number])) {
+            return false;
+        }
     }
-    return std::regex_match(trimmed(text), std::regex(pattern));
+    return number == wanted.size();
 }
 
 std::string joined(const std::vector<std::string>& lines) {
