@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 
 namespace hal_test::listener_contract {
 namespace {
@@ -137,17 +138,24 @@ void poke_keypad(vb::Client& board) {
 
 // ---- T-bars ----
 
+std::mutex tbars_mutex; // a callback stops and starts, too
 std::vector<hal_tbar*> tbars;
 
 int start_tbar(bool with) {
     hal_tbar* const tbar = hal_tbar_init(with ? on_event<const std::uint8_t*> : nullptr, 3);
+    const std::lock_guard guard(tbars_mutex);
     tbars.push_back(tbar);
     return tbar == nullptr ? -1 : 0;
 }
 
 int stop_tbar() {
+    std::vector<hal_tbar*> all;
+    {
+        const std::lock_guard guard(tbars_mutex);
+        all.swap(tbars);
+    }
     int result = 0;
-    for (hal_tbar* const tbar : std::exchange(tbars, {})) {
+    for (hal_tbar* const tbar : all) {
         result = tbar == nullptr ? result : hal_tbar_deinit(tbar);
     }
     return result;
