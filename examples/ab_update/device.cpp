@@ -93,6 +93,7 @@ std::optional<std::uint32_t> whole_system(int slot, std::size_t bytes) {
     std::array<char, kLabelBytes + 1> label{};
     std::ifstream(partition, std::ios::binary).read(label.data(), kLabelBytes);
     unsigned version = 0;
+    // NOLINTNEXTLINE(cert-err34-c): eight digits fit
     if (std::sscanf(label.data(), "system %8u", &version) != 1) {
         return std::nullopt;
     }

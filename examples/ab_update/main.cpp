@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 
+// NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
     CLI::App app("The life of an A/B system update: vboard run -- ab_update");
     std::uint64_t seed = 1;

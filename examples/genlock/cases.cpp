@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 
 namespace {
@@ -61,7 +62,7 @@ bool is_listed(const std::string& rates, std::uint16_t x100) {
     }
     std::istringstream words(rates);
     for (std::string word; std::getline(words, word, ',');) {
-        if (std::lround(std::atof(word.c_str()) * 100) == x100) {
+        if (std::lround(std::strtod(word.c_str(), nullptr) * 100) == x100) {
             return true;
         }
     }

@@ -44,16 +44,18 @@ class Frame {
 
     void scales() {
         const double x_step = step_for(chart_.x.span(), 10);
-        for (double x = std::ceil(chart_.x.low / x_step) * x_step; x <= chart_.x.high;
-             x += x_step) {
+        const double first_x = std::ceil(chart_.x.low / x_step) * x_step;
+        for (int i = 0; first_x + i * x_step <= chart_.x.high; ++i) {
+            const double x = first_x + i * x_step;
             const Point foot = place({x, chart_.y.low});
             canvas_.line(foot, {foot.x, chart_.corner.y}, {kGrid, 0.8});
             canvas_.write(
                 {{foot.x, foot.y + 15}, number(x, x_step), kSmall, kInk, Anchor::kMiddle});
         }
         const double y_step = step_for(chart_.y.span(), 6);
-        for (double y = std::ceil(chart_.y.low / y_step) * y_step; y <= chart_.y.high;
-             y += y_step) {
+        const double first_y = std::ceil(chart_.y.low / y_step) * y_step;
+        for (int i = 0; first_y + i * y_step <= chart_.y.high; ++i) {
+            const double y = first_y + i * y_step;
             const Point left = place({chart_.x.low, y});
             canvas_.line(left, {left.x + chart_.width, left.y}, {kGrid, 0.8});
             canvas_.write(

@@ -15,16 +15,16 @@ Generator::~Generator() {
     }
 }
 
-bool Generator::enable(std::uint16_t rate_x100) {
+bool Generator::enable(std::uint16_t rate_x100) const {
     return ioctl(fd_, HAL_GEN_SET_ENABLE, &rate_x100) >= 0;
 }
 
-bool Generator::disable() {
+bool Generator::disable() const {
     std::uint32_t zero = 0;
     return ioctl(fd_, HAL_GEN_SET_DISABLE, &zero) >= 0;
 }
 
-bool Generator::set_clock(std::uint32_t hz) {
+bool Generator::set_clock(std::uint32_t hz) const {
     return ioctl(fd_, HAL_GEN_SET_CLK, &hz) >= 0;
 }
 

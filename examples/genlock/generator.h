@@ -21,9 +21,9 @@ class Generator {
     // Whether the node could be opened; if not, errno says why.
     explicit operator bool() const { return fd_ >= 0; }
 
-    bool enable(std::uint16_t rate_x100);
-    bool disable();
-    bool set_clock(std::uint32_t hz);
+    bool enable(std::uint16_t rate_x100) const;
+    bool disable() const;
+    bool set_clock(std::uint32_t hz) const;
     // Nothing where the request fails, where no new frame has come since the last call, or where
     // the generator has not made ten frames yet.
     std::optional<gen_timestamp> new_stamps();

@@ -35,6 +35,7 @@ struct Arguments {
 Target target_of(const Arguments& arguments) {
     Target target;
     target.rate_x100 = static_cast<std::uint16_t>(std::lround(arguments.rate * 100));
+    // NOLINTNEXTLINE(cert-err34-c): what does not fit comes out as another raster, which is shown
     if (std::sscanf(arguments.raster.c_str(), "%hux%hu", &target.h_total, &target.v_total) != 2 ||
         target.h_total == 0 || target.v_total == 0) {
         throw CLI::ValidationError("--raster", "PIXELSxLINES is wanted");
@@ -103,6 +104,7 @@ int run_with(const Arguments& arguments) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
     CLI::App app("Locks the video output to a reference frame rate, and draws what happened.");
     Arguments arguments;

@@ -36,6 +36,7 @@ constexpr std::array kStates = {StateLook{HAL_GENLOCK_ADJ, "adj", 0xE8B04A},
 template <class Value>
 std::vector<Point> over_time(const std::vector<Sample>& samples, Value value) {
     std::vector<Point> points;
+    points.reserve(samples.size());
     for (const Sample& sample : samples) {
         points.push_back({sample.seconds, value(sample)});
     }

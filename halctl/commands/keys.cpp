@@ -16,7 +16,7 @@ namespace {
 
 struct KeyEvent {
     EventTime time;
-    keypad_event key;
+    keypad_event key{};
 };
 
 // The library's callback carries no data of ours.

@@ -45,7 +45,7 @@ void probe(log_event* event) {
 
 class Report {
   public:
-    void add(const char* sink, bool reached, const std::string& text, Json details = {}) {
+    void add(const char* sink, bool reached, const std::string& text, const Json& details = {}) {
         Json entry = {{"sink", sink}, {"reached", reached}};
         entry.update(details.is_null() ? Json::object() : details);
         sinks_.push_back(std::move(entry));

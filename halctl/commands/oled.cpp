@@ -82,8 +82,10 @@ int run_display(Tool& tool, const Arguments& arguments) {
 
 // Cells that show every pixel lit and dark, and their order: chequered ones between those whose
 // lit columns grow from left to right.
-std::array<std::uint8_t, HAL_OLED_CELLS * HAL_OLED_CELL_BYTES> test_cells() {
-    std::array<std::uint8_t, HAL_OLED_CELLS * HAL_OLED_CELL_BYTES> cells{};
+using Cells = std::array<std::uint8_t, std::size_t{HAL_OLED_CELLS} * HAL_OLED_CELL_BYTES>;
+
+Cells test_cells() {
+    Cells cells{};
     for (std::size_t i = 0; i < cells.size(); ++i) {
         const std::size_t cell = i / HAL_OLED_CELL_BYTES;
         const std::size_t column = i % 8;
