@@ -46,6 +46,7 @@ void take_line(log_event* event) {
     char letter = 0;
     int priority = 0;
     int tries = 0;
+    // NOLINTBEGIN(cert-err34-c): the library printed the numbers
     if (std::sscanf(text.data(), "slot %c: priority = %d, tries_remaining = %d", &letter, &priority,
                     &tries) == 3) {
         const std::size_t slot = letter == 'A' ? 0 : 1;
@@ -54,6 +55,7 @@ void take_line(log_event* event) {
     } else if (std::sscanf(text.data(), "last_boot=%d", &slots.last_boot) == 1) {
         slots.complete = true;
     }
+    // NOLINTEND(cert-err34-c)
 }
 
 std::optional<Slots> read_slots() {

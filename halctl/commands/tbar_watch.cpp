@@ -19,7 +19,7 @@ constexpr std::size_t kBarWidth = 40;
 
 struct Movement {
     EventTime time;
-    std::array<std::uint8_t, HAL_TBAR_DATA_SIZE> bytes;
+    std::array<std::uint8_t, HAL_TBAR_DATA_SIZE> bytes{};
 };
 
 struct WatchArguments {

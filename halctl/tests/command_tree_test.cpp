@@ -197,19 +197,19 @@ INSTANTIATE_TEST_SUITE_P(CommandTree, EachPart, testing::Range(0, kParts));
 
 // Daemons that a command leaves behind hold nothing open that somebody waits for.
 TEST(CommandTree, EveryCommandEndsInAPipeAndWithoutAReader) {
-    std::string script = "cd /dev/shm; export odd=\n";
+    std::string script = R"(cd /dev/shm
+        try() {
+            x=$(timeout 10 "$@" 2>/dev/null </dev/null)
+            [ $? != 124 ] || echo "hangs: $*"
+            timeout 10 "$@" 2>/dev/null | true
+            s=${PIPESTATUS[0]}
+            case $s in 0 | 1 | 69 | 141) ;; *) echo "$s without a reader: $*" ;; esac
+        }
+)";
     for (const json& command : all_commands()) {
-        const std::string line = line_with(command);
-        script += "x=$(timeout 10 sh -c '" + line +
-                  "' 2>/dev/null </dev/null)\n"
-                  "[ $? != 124 ] || echo 'hangs: " +
-                  line +
-                  "'\n"
-                  "timeout 10 " +
-                  line +
-                  " 2>/dev/null | true; s=${PIPESTATUS[0]}\n"
-                  "case $s in 0 | 1 | 69 | 141) ;; *) echo \"$s without a reader: " +
-                  line + "\"; esac\n";
+        script += "try ";
+        script += line_with(command);
+        script += "\n";
     }
     const CommandResult result = run({"vboard", "run", "--", "bash", "-c", script});
     EXPECT_EQ(result.out, "");
