@@ -15,12 +15,9 @@ if(HAL_SANITIZE)
   set(HAL_TEST_SECONDS 180)
 endif()
 
-# For every program of the tests in which threads are cancelled.
-set(HAL_ASAN_OPTIONS ${CMAKE_CURRENT_LIST_DIR}/asan_options.cpp)
-
 function(_hal_test_program name main)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
-  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_ASAN_OPTIONS})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_SANITIZER_OPTIONS})
   target_link_libraries(${name} PRIVATE
     hal_options ${main} GTest::gtest GTest::gmock ${ARG_LIBS})
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60

@@ -8,6 +8,9 @@ find_package(Threads REQUIRED)
 
 set(HAL_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize takes them")
 
+# A source of every program that has threads and may be built with a sanitizer.
+set(HAL_SANITIZER_OPTIONS ${CMAKE_CURRENT_LIST_DIR}/sanitizer_options.cpp)
+
 add_library(hal_warnings INTERFACE)
 target_compile_options(hal_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
