@@ -11,13 +11,18 @@ include(GoogleTest)
 
 # How long a test may take. Under a sanitizer the longest stories take half a minute.
 set(HAL_TEST_SECONDS 60)
+set(HAL_SANITIZED 0)
 if(HAL_SANITIZE)
   set(HAL_TEST_SECONDS 180)
+  set(HAL_SANITIZED 1)
 endif()
 
 function(_hal_test_program name main)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_SANITIZER_OPTIONS})
+  target_compile_options(${name} PRIVATE -O0) # they run but once for each time they are built
+  # Sweeps over all there is take samples then: a transfer is five times as dear.
+  target_compile_definitions(${name} PRIVATE HAL_SANITIZED=${HAL_SANITIZED})
   target_link_libraries(${name} PRIVATE
     hal_options ${main} GTest::gtest GTest::gmock ${ARG_LIBS})
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60

@@ -190,6 +190,9 @@ TEST_F(Oled, EachOfAllChineseCharactersShowsItsGlyphOrTheSquare) {
     ASSERT_EQ(font.size(), 94U * 94 * 32);
     Unicodes all(0x9FA6 - 0x4E00, 0);
     std::iota(all.begin(), all.end(), U'\x4E00');
+    if (HAL_SANITIZED != 0) {
+        std::erase_if(all, [](char32_t code) { return code % 16 != 0; });
+    }
     constexpr std::size_t kBatch = 2048; // characters, eight in a line
     for (std::size_t start = 0; start < all.size(); start += kBatch) {
         const Unicodes batch = all.substr(start, kBatch);

@@ -159,11 +159,15 @@ std::string good_value(const Json& argument) {
 TEST_F(Ctl, StandsAnythingInAnyArgument) {
     const std::string long_word(100'000, 'x');
     Client board = client();
+    unsigned number = 0;
     for (const Json& verb : board.ask("verbs")) {
         const Json& arguments = verb["arguments"];
         for (std::size_t bad = 0; bad < arguments.size(); ++bad) {
             if (verb["follows"] == true && arguments[bad]["type"] == "text") {
                 continue; // any text is right, and the answer has no end
+            }
+            if (HAL_SANITIZED != 0 && number++ % 4 != 0) {
+                continue;
             }
             for (const std::string& value :
                  {std::string(), std::string("-1"), std::string("nan"), std::string("1e999"),
