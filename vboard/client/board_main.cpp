@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -38,6 +39,9 @@ class HangWatch : public testing::EmptyTestEventListener {
   public:
     HangWatch() {
         std::thread([] {
+            sigset_t signals{}; // those of a test are not for this thread, and do not wake it
+            sigfillset(&signals);
+            pthread_sigmask(SIG_BLOCK, &signals, nullptr);
             while (true) {
                 const time_t start = test_start_;
                 const timespec end{start + kHangsAfter, 0};
