@@ -29,3 +29,18 @@ if(HAL_SANITIZE)
     -fsanitize=${HAL_SANITIZE} -fno-sanitize-recover=all)
   target_link_options(hal_options INTERFACE -fsanitize=${HAL_SANITIZE})
 endif()
+
+# What a distribution builds its libraries with, for what runs on the board. Binding stays lazy:
+# some functions come from the process later. The frames are small enough for small stacks.
+add_library(hal_hardened INTERFACE)
+if(NOT HAL_SANITIZE)
+  target_compile_options(hal_hardened INTERFACE
+    -fstack-protector-strong -fstack-clash-protection -Wframe-larger-than=2048
+    $<$<CONFIG:RelWithDebInfo>:-U_FORTIFY_SOURCE> $<$<CONFIG:RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|amd64")
+    target_compile_options(hal_hardened INTERFACE -fcf-protection)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    target_compile_options(hal_hardened INTERFACE -mbranch-protection=standard)
+  endif()
+  target_link_options(hal_hardened INTERFACE -Wl,-z,relro -Wl,-z,separate-code -Wl,-z,noexecstack)
+endif()

@@ -3,6 +3,7 @@
 
 #include "clock/callbacks.h"
 #include "clock/cdcm6208_divider.h"
+#include "support/fields.h"
 #include "support/log.h"
 
 #include <array>
@@ -29,8 +30,10 @@ constexpr uint16_t kControlFinal = 0x0200; // clear while the divider is being w
 using Image = std::array<uint16_t, HAL_CDCM6208_IMAGE>;
 using Word = std::array<uint8_t, 2>; // most significant byte first
 
-constexpr Word to_word(uint16_t value) {
-    return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFF)};
+Word to_word(uint16_t value) {
+    Word word{};
+    hal::store_be(word, value);
+    return word;
 }
 
 void write_image(uint32_t dev, const uint16_t* regs) {
@@ -126,7 +129,7 @@ int32_t cdcm_6208_readbytedata(uint32_t dev, uint16_t reg, uint16_t* value) {
     if (hal::bus_read(cdcm6208_user_cfg, dev, cdcm6208_devlist[dev].i2c_addr, number, data) == 0) {
         return 0;
     }
-    *value = static_cast<uint16_t>(data[0] << 8 | data[1]);
+    *value = hal::load_be<uint16_t>(data);
     return 1;
 }
 
@@ -140,10 +143,8 @@ void cdcm6208_read_register(uint32_t dev, uint16_t* regs) {
 }
 
 void cdcm6208softreset(uint32_t dev) {
-    uint16_t value = 0;
-    if (cdcm_6208_readbytedata(dev, kResetRegister, &value) == 0) {
-        return;
-    }
+    uint16_t value = 0; // stays so where it cannot be read: the steps go on all the same
+    cdcm_6208_readbytedata(dev, kResetRegister, &value);
     cdcm_6208_writebytedata(dev, kResetRegister, static_cast<uint16_t>(value & ~kResetBit));
     hal::delay_ms(cdcm6208_user_cfg, 20);
     cdcm_6208_writebytedata(dev, kResetRegister, value);

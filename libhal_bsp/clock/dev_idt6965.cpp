@@ -57,9 +57,10 @@ void write_byte(uint32_t dev, uint8_t reg, uint8_t value) {
     idt6965_reg_write(dev, reg, {&value, 1});
 }
 
-std::optional<uint8_t> read_byte(uint32_t dev, uint8_t reg) {
+// 0 where it cannot be read.
+uint8_t read_byte(uint32_t dev, uint8_t reg) {
     uint8_t value = 0;
-    return idt6965_reg_read(dev, reg, {&value, 1}) != 0 ? std::optional(value) : std::nullopt;
+    return idt6965_reg_read(dev, reg, {&value, 1}) != 0 ? value : uint8_t{0};
 }
 
 template <typename Block>
@@ -90,13 +91,6 @@ uint8_t with_bit(uint8_t value, uint8_t bit, bool set) {
     return static_cast<uint8_t>(set ? value | bit : value & ~bit);
 }
 
-// A register that cannot be read is left alone: the other outputs' bits are in it.
-void change_bit(uint32_t dev, uint8_t reg, std::optional<uint8_t> before, uint8_t bit, bool set) {
-    if (before) {
-        write_byte(dev, reg, with_bit(*before, bit, set));
-    }
-}
-
 } // namespace
 
 int32_t idt6965_out_freq_config(uint32_t dev, uint32_t port, uint32_t freq_hz) {
@@ -123,14 +117,14 @@ int32_t idt6965_port_ctrl(uint32_t dev, uint32_t port, uint32_t on) {
     }
     const bool set = on == kOn;
     const auto bit = static_cast<uint8_t>(0x80 >> port);
-    const auto enables = read_byte(dev, kEnables);
-    const auto switches = read_byte(dev, kSwitches);
-    change_bit(dev, kEnables, enables, bit, set);
-    change_bit(dev, kSwitches, switches, bit, set);
+    const uint8_t enables = read_byte(dev, kEnables);
+    const uint8_t switches = read_byte(dev, kSwitches);
+    write_byte(dev, kEnables, with_bit(enables, bit, set));
+    write_byte(dev, kSwitches, with_bit(switches, bit, set));
     read_byte(dev, kEnables);
     read_byte(dev, kSwitches);
     if (port == 0) {
-        change_bit(dev, kSwitches, read_byte(dev, kSwitches), 0x80, set);
+        write_byte(dev, kSwitches, with_bit(read_byte(dev, kSwitches), 0x80, set));
     } else {
         write_byte(dev, register_of(port, 0x61, 2), set ? 1 : 0);
     }
@@ -143,7 +137,7 @@ int32_t idt6965_change_out_freq(uint32_t dev, uint32_t port, uint8_t dir) {
     }
     DividerBlock block{};
     if (idt6965_reg_read(dev, divider_register(port), block) == 0) {
-        return 0;
+        block = {}; // what cannot be read counts 0, and the steps go on
     }
     block = to_block(step(from_block(block), dir));
     DividerBlock sent = block;

@@ -13,7 +13,12 @@
 
 static_assert(offsetof(gen_sys_param, fd) == 4 && offsetof(gen_sys_param, reserved1) == 8 &&
               offsetof(gen_sys_param, mutex) == 16);
-// The mutex has another size on other machines.
+// The mutex has a size of its own on each machine.
+#if defined(__aarch64__)
+static_assert(sizeof(pthread_mutex_t) == 48 && sizeof(gen_sys_param) == 200);
+#elif defined(__x86_64__)
+static_assert(sizeof(pthread_mutex_t) == 40 && sizeof(gen_sys_param) == 192);
+#endif
 #define AFTER_MUTEX(field) (offsetof(gen_sys_param, field) - 16 - sizeof(pthread_mutex_t))
 static_assert(AFTER_MUTEX(ptp_enable) == 0 && AFTER_MUTEX(gen_enable) == 4 &&
               AFTER_MUTEX(is_master) == 8 && AFTER_MUTEX(eth_name) == 9 &&

@@ -1,8 +1,8 @@
 // The SoC's own HDMI output.
 #include <hal_bsp/armhdmi_out.h>
 
+#include "support/caller.h"
 #include "support/command.h"
-#include "support/log.h"
 
 #include <cstddef>
 
@@ -15,9 +15,9 @@ constexpr const char* kModule = "hal_armhdmi_out";
 constexpr int32_t kDone = 0;
 constexpr int32_t kRefused = -1;
 
-int32_t check(const arm_video_out* out, int line = __builtin_LINE()) {
+int32_t check(const hal::Caller& caller, const arm_video_out* out) {
     if (out == nullptr) {
-        log_log(HAL_LOG_ERROR, kModule, line, "[HAL]error: para arm_video_out is NULL!\n");
+        caller.log(HAL_LOG_ERROR, "[HAL]error: para arm_video_out is NULL!\n");
         return kRefused;
     }
     return kDone;
@@ -26,15 +26,15 @@ int32_t check(const arm_video_out* out, int line = __builtin_LINE()) {
 } // namespace
 
 int32_t hal_arm_video_out_init(const arm_video_out* out) {
-    return check(out);
+    return check(kModule, out);
 }
 
 int32_t hal_arm_video_out_deinit(const arm_video_out* out) {
-    return check(out);
+    return check(kModule, out);
 }
 
 int32_t hal_arm_video_out_set_hdcp(const arm_video_out* out, uint32_t enable) {
-    if (check(out) != kDone || out->out_type != ARM_VIDEO_OUT_HDMI) {
+    if (check(kModule, out) != kDone || out->out_type != ARM_VIDEO_OUT_HDMI) {
         return kRefused;
     }
     return hal_armhdmi_out_set_hdcp(out->out_index, static_cast<int32_t>(enable));

@@ -16,7 +16,7 @@ static_assert(offsetof(ethlink_info, port_num) == 4 && offsetof(ethlink_info, ph
 
 namespace {
 
-using hal::CommandLine;
+using CommandLine = hal::CommandText<128>;
 
 constexpr const char* kModule = "hal_ethlink";
 

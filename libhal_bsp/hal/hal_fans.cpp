@@ -25,7 +25,7 @@ Node node_of(uint32_t channel) {
     return node;
 }
 
-int32_t control(const fan_ctl_req* request, unsigned long code, int line = __builtin_LINE()) {
+int32_t control(const hal::Caller& caller, const fan_ctl_req* request, unsigned long code) {
     if (request == nullptr) {
         return kFailed;
     }
@@ -34,8 +34,7 @@ int32_t control(const fan_ctl_req* request, unsigned long code, int line = __bui
     std::array<char, 64> open_error{};
     std::snprintf(open_error.data(), open_error.size(), "open dev %s dev error!", node.data());
     const auto result = hal::call_device(
-        {kModule, node.data(), code, open_error.data(), "ioctl PWM_LASER_SET_SPEED error"}, record,
-        line);
+        caller, {node.data(), code, open_error.data(), "ioctl PWM_LASER_SET_SPEED error"}, record);
     return result && *result >= 0 ? *result : kFailed;
 }
 
@@ -48,7 +47,8 @@ int32_t hal_fans_get_rpm(fan_rpm_req* request) {
     fan_rpm_req record = *request;
     const Node node = node_of(record.channel);
     const auto result =
-        hal::call_device({kModule, node.data(), PWM_LASER_GET_SPEED, "open dev pwm-fan dev error!",
+        hal::call_device(kModule,
+                         {node.data(), PWM_LASER_GET_SPEED, "open dev pwm-fan dev error!",
                           "ioctl PWM_LASER_GET_SPEED error"},
                          record);
     if (!result || *result < 0) {
@@ -61,9 +61,9 @@ int32_t hal_fans_get_rpm(fan_rpm_req* request) {
 }
 
 int32_t hal_fans_set_speed(const fan_ctl_req* request) {
-    return control(request, PWM_LASER_SET_SPEED);
+    return control(kModule, request, PWM_LASER_SET_SPEED);
 }
 
 int32_t hal_fans_power_ctl(const fan_ctl_req* request) {
-    return control(request, PWM_LASER_POWER_CTL);
+    return control(kModule, request, PWM_LASER_POWER_CTL);
 }

@@ -34,11 +34,9 @@ static_assert(offsetof(TransferRecord, operation) == 8 && offsetof(TransferRecor
               offsetof(TransferRecord, buffer) == 24 && sizeof(TransferRecord) == 32);
 
 // The size field of the code says 8. A refusal is told on standard output, not in the log.
-constexpr hal::DeviceRequest kTransfer{kModule, "/dev/fpga", 0xC00865A0, "open /dev/fpga error\n",
-                                       nullptr};
+constexpr hal::DeviceRequest kTransfer{"/dev/fpga", 0xC00865A0, "open /dev/fpga error\n", nullptr};
 
 constexpr hal::ListenerPlan kListener{
-    .module = kModule,
     .node = "/dev/fpgavm",
     .body = hal_fpga_intr_listen,
     .starting = "hal_fpga_poll_init start\n",
@@ -53,7 +51,7 @@ constexpr hal::ListenerPlan kListener{
 
 int32_t transfer(Operation operation, uint32_t addr, uint32_t len, const void* buf,
                  const char* refusal) {
-    const hal::DeviceCall call(kTransfer);
+    const hal::DeviceCall call(kModule, kTransfer);
     if (!call) {
         return kNoNode;
     }
@@ -87,14 +85,14 @@ int32_t hal_fpga_write([[maybe_unused]] uint32_t unused, uint32_t addr, uint32_t
 }
 
 int32_t hal_fpga_poll_init(hal_fpga_callback callback) {
-    return hal::start_listener(hal_fpag_info, callback, kListener);
+    return hal::start_listener(kModule, hal_fpag_info, callback, kListener);
 }
 
 int32_t hal_fpga_poll_deinit(void) {
-    hal::stop_listener(hal_fpag_info, kListener);
+    hal::stop_listener(kModule, hal_fpag_info, kListener);
     return 0;
 }
 
 void* hal_fpga_intr_listen([[maybe_unused]] void* arg) {
-    hal::listen_for_ever(hal_fpag_info, kListener, hear_interrupt);
+    hal::listen_for_ever(kModule, hal_fpag_info, kListener, hear_interrupt);
 }

@@ -1,8 +1,8 @@
 // The bootloader environment, through its command-line tools.
 #include <hal_bsp/fwenv.h>
 
-#include "hal/tool_store.h"
 #include "support/log.h"
+#include "support/tool_store.h"
 
 #include <cstring>
 
@@ -10,7 +10,7 @@ static_assert(sizeof(hal::ToolLine) == HAL_FW_VALUE_SIZE);
 
 namespace {
 
-using hal::CommandLine;
+using hal::ToolCommand;
 
 constexpr const char* kModule = "hal_fwenv";
 
@@ -25,7 +25,7 @@ int32_t hal_fw_printenv(const char* name, char* value) {
     if (!hal::has_buffer(kModule, value)) {
         return hal::kToolFailed;
     }
-    const auto line = hal::ask_tool(kModule, CommandLine("/usr/bin/fw_printenv %s", name));
+    const auto line = hal::ask_tool(kModule, ToolCommand("/usr/bin/fw_printenv %s", name));
     if (!line) {
         return hal::kToolFailed;
     }
@@ -43,7 +43,8 @@ int32_t hal_fw_setenv(const char* name, const char* value) {
     if (name == nullptr) {
         return hal::kToolFailed;
     }
-    return hal::tell_tool(kModule, value != nullptr
-                                       ? CommandLine("/usr/bin/fw_setenv %s %s &", name, value)
-                                       : CommandLine("/usr/bin/fw_setenv %s &", name));
+    return hal::tell_tool(kModule,
+                          value != nullptr ? ToolCommand("/usr/bin/fw_setenv %s %s &", name, value)
+                                           : ToolCommand("/usr/bin/fw_setenv %s &", name),
+                          hal::CommandEnd::kInBackground);
 }

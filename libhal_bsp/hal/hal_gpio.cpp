@@ -4,6 +4,7 @@
 #include "support/device_call.h"
 #include "support/listener.h"
 #include "support/log.h"
+#include "support/transfer.h"
 
 #include <array>
 #include <cstddef>
@@ -50,21 +51,16 @@ struct ValueRecord {
 static_assert(offsetof(ValueRecord, value) == 4 && sizeof(ValueRecord) == 8);
 
 // The size field of every code says 8, whatever the record's length.
-constexpr hal::DeviceRequest kConfig{kModule, kNode, 0x40086721,
-                                     "hal_gpio_config open drvgpio error\n",
+constexpr hal::DeviceRequest kConfig{kNode, 0x40086721, "hal_gpio_config open drvgpio error\n",
                                      "CMD_GPIO_CONFIG ioctl error!\n"};
-constexpr hal::DeviceRequest kSetValue{kModule, kNode, 0x40086722,
-                                       "hal_gpio_set_value open drvgpio error\n",
+constexpr hal::DeviceRequest kSetValue{kNode, 0x40086722, "hal_gpio_set_value open drvgpio error\n",
                                        "CMD_GPIO_SETVAL ioctl error\n"};
-constexpr hal::DeviceRequest kGetValue{kModule, kNode, 0xC0086723,
-                                       "hal_gpio_get_value open drvgpio error\n",
+constexpr hal::DeviceRequest kGetValue{kNode, 0xC0086723, "hal_gpio_get_value open drvgpio error\n",
                                        "CMD_GPIO_GETVAL ioctl error\n"};
-constexpr hal::DeviceRequest kDeconfig{kModule, kNode, 0x40086724,
-                                       "hal_gpio_deconfig open drvgpio error\n",
+constexpr hal::DeviceRequest kDeconfig{kNode, 0x40086724, "hal_gpio_deconfig open drvgpio error\n",
                                        "CMD_GPIO_DECONFIG ioctl error\n"};
 
 constexpr hal::ListenerPlan kListener{
-    .module = kModule,
     .node = kNode,
     .body = hal_gpio_listen,
     .starting = "hal_gpio_init start\n",
@@ -96,7 +92,7 @@ void fill_label(std::array<char, 32>& label, const hal_gpio_cfg& cfg) {
 hal::Pass hear_event(int fd) {
     // The driver may tell more than is used; words that it leaves out are 0.
     std::array<char, 100> message{};
-    if (read(fd, message.data(), message.size()) < 1) {
+    if (hal::read_some(fd, message.data(), message.size()) < 1) {
         return hal::Pass::kAtOnce;
     }
     ValueRecord edge{};
@@ -109,15 +105,15 @@ hal::Pass hear_event(int fd) {
 } // namespace
 
 int32_t hal_gpio_init(hal_gpio_callback callback) {
-    return hal::start_listener(hal_gpio_info, callback, kListener);
+    return hal::start_listener(kModule, hal_gpio_info, callback, kListener);
 }
 
 void hal_gpio_deinit(void) {
-    hal::stop_listener(hal_gpio_info, kListener);
+    hal::stop_listener(kModule, hal_gpio_info, kListener);
 }
 
 void* hal_gpio_listen([[maybe_unused]] void* arg) {
-    hal::listen_for_ever(hal_gpio_info, kListener, hear_event);
+    hal::listen_for_ever(kModule, hal_gpio_info, kListener, hear_event);
 }
 
 int32_t hal_gpio_config(const hal_gpio_cfg* cfg) {
@@ -125,7 +121,7 @@ int32_t hal_gpio_config(const hal_gpio_cfg* cfg) {
         HAL_LOG(HAL_LOG_ERROR, "hal_gpio_config null cfg\n");
         return kFailed;
     }
-    const hal::DeviceCall call(kConfig);
+    const hal::DeviceCall call(kModule, kConfig);
     if (!call) {
         return kFailed;
     }
@@ -141,17 +137,17 @@ int32_t hal_gpio_config(const hal_gpio_cfg* cfg) {
 
 int32_t hal_gpio_deconfig(uint32_t gpio) {
     ValueRecord record{gpio, 0};
-    return hal::call_device(kDeconfig, record).value_or(kFailed);
+    return hal::call_device(kModule, kDeconfig, record).value_or(kFailed);
 }
 
 int32_t hal_gpio_set_value(uint32_t gpio, uint32_t value) {
     ValueRecord record{gpio, value};
-    return hal::call_device(kSetValue, record).value_or(kFailed);
+    return hal::call_device(kModule, kSetValue, record).value_or(kFailed);
 }
 
 int32_t hal_gpio_get_value(uint32_t gpio) {
     ValueRecord record{gpio, 0};
-    const std::optional<int> result = hal::call_device(kGetValue, record);
+    const std::optional<int> result = hal::call_device(kModule, kGetValue, record);
     if (!result) {
         return kFailed;
     }

@@ -4,6 +4,8 @@
 #include "support/device_call.h"
 #include "support/listener.h"
 #include "support/log.h"
+#include "support/run_flag.h"
+#include "support/transfer.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -33,7 +35,7 @@ constexpr const char* kNode = "/dev/keypad";
 
 constexpr int32_t kFailed = -1;
 constexpr int32_t kNoThread = -35;
-constexpr std::chrono::microseconds kRest{20000};
+constexpr hal::Pace kPace{.rest = std::chrono::microseconds(20000)};
 
 // The LED driver's record.
 struct LedRecord {
@@ -49,11 +51,9 @@ static_assert(offsetof(LedRecord, value6) == 8 && offsetof(LedRecord, value20) =
               sizeof(LedRecord) == 28);
 
 // The size field of the code says 8. A refusal is not logged.
-constexpr hal::DeviceRequest kSetLed{kModule, "/dev/led", 0x40084C21, "open led error", nullptr};
+constexpr hal::DeviceRequest kSetLed{"/dev/led", 0x40084C21, "open led error", nullptr};
 
-// Counts the beginnings and ends of listening. A thread looks at `running` only now and then: by
-// that flag alone it would not notice an end that is followed by a new beginning.
-constinit std::atomic<uint32_t> turn{0};
+constinit hal::Runs runs;
 
 // What a listening thread has for itself. Its descriptor is a copy: the record's can be closed, and
 // its number be given out again, while the thread waits on it.
@@ -61,22 +61,20 @@ struct Listening {
     State& info;
     hal_keypad_callback_v2 callback;
     hal::Fd fd;
-    uint32_t began;
-
-    [[nodiscard]] bool is_wanted() const {
-        return turn == began && std::atomic_ref(info.running).load() != 0;
-    }
+    hal::Run<decltype(State::running)> run;
 };
 
 Listening listening_of(State& info) {
     const int fd = std::atomic_ref(info.fd).load();
     return {info, std::atomic_ref(info.callback).load(),
-            hal::Fd(fd > 0 ? fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1), turn};
+            hal::Fd(fd > 0 ? fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1) : -1),
+            runs.current(info.running)};
 }
 
 hal::Pass hear_key(Listening& listening) {
     keypad_event record{};
-    if (!listening.is_wanted() || read(listening.fd.get(), &record, sizeof record) < 1) {
+    if (!listening.run.is_wanted() ||
+        hal::read_some(listening.fd.get(), &record, sizeof record) < 1) {
         return hal::Pass::kAtOnce;
     }
     keypad_event event{};
@@ -84,7 +82,7 @@ hal::Pass hear_key(Listening& listening) {
     event.value4 = record.value4;
     event.value8 = record.value8;
     event.value12 = record.value12;
-    if (listening.is_wanted()) {
+    if (listening.run.is_wanted()) {
         hal::call_back(listening.callback, &event);
     }
     return hal::Pass::kRest;
@@ -92,17 +90,11 @@ hal::Pass hear_key(Listening& listening) {
 
 void listen_while_wanted(Listening& listening) {
     HAL_LOG(HAL_LOG_INFO, "thread running!!!!");
-    while (listening.is_wanted()) {
-        hal::listen_once(listening.fd.get(), kRest, [&](hal::Wait outcome) {
-            return outcome == hal::Wait::kReadable ? hear_key(listening) : hal::Pass::kRest;
+    while (listening.run.is_wanted()) {
+        hal::listen_once(listening.fd.get(), kPace, [&](hal::Wait outcome) {
+            return outcome == hal::Wait::kReady ? hear_key(listening) : hal::Pass::kRest;
         });
     }
-}
-
-void* run_listening(void* arg) {
-    const std::unique_ptr<Listening> listening(static_cast<Listening*>(arg));
-    listen_while_wanted(*listening);
-    return nullptr;
 }
 
 // 0, or the error number.
@@ -114,16 +106,7 @@ int start_listening(State& info) {
     if (!listening->fd) {
         return errno;
     }
-    const int error = hal::start_detached_thread(info.tid, run_listening, listening.get());
-    if (error == 0) {
-        static_cast<void>(listening.release()); // it is the thread's
-    }
-    return error;
-}
-
-void end_listening(State& info) {
-    ++turn;
-    std::atomic_ref(info.running).store(0);
+    return hal::start_worker<listen_while_wanted>(info.tid, std::move(listening));
 }
 
 } // namespace
@@ -131,7 +114,7 @@ void end_listening(State& info) {
 int32_t hal_keypad_init_v2(hal_keypad_callback_v2 callback) {
     State& info = gst_hal_keypad_all_info_v2;
     const hal::CancelOff no_cancel;
-    end_listening(info);
+    runs.end(info.running);
     hal::close_shared(info.fd);
     std::atomic_ref(info.callback).store(callback);
     hal::Fd node = hal::open_fd(kNode, O_RDWR);
@@ -142,9 +125,9 @@ int32_t hal_keypad_init_v2(hal_keypad_callback_v2 callback) {
         return kFailed;
     }
     std::atomic_ref(info.fd).store(node.release());
-    std::atomic_ref(info.running).store(1);
+    runs.begin(info.running);
     if (const int error = start_listening(info); error != 0) {
-        end_listening(info);
+        runs.end(info.running);
         hal::close_shared(info.fd);
         errno = error;
         HAL_LOG(HAL_LOG_ERROR, "create thread hal_keypad_listen_v2 failed erron= %d/n", error);
@@ -156,7 +139,7 @@ int32_t hal_keypad_init_v2(hal_keypad_callback_v2 callback) {
 
 void hal_keypad_deinit_v2(void) {
     State& info = gst_hal_keypad_all_info_v2;
-    end_listening(info);
+    runs.end(info.running);
     if (std::atomic_ref(info.fd).load() < 1) {
         return;
     }
@@ -179,5 +162,5 @@ int32_t hal_keypad_led_ctl_v2(const led_ctl_req* req) {
     }
     LedRecord record{req->value0,  0,           req->value6, req->value8, req->value12,
                      req->value16, req->value20};
-    return hal::call_device(kSetLed, record).value_or(kFailed);
+    return hal::call_device(kModule, kSetLed, record).value_or(kFailed);
 }

@@ -4,7 +4,9 @@
 #include "genlock/genlock_log.h"
 #include "genlock/reference_period.h"
 #include "support/cancel.h"
+#include "support/lock.h"
 #include "support/thread.h"
+#include "support/wait.h"
 
 #include <algorithm>
 #include <array>
@@ -34,17 +36,6 @@ constexpr std::size_t kWords = sizeof(gen_timestamp) / sizeof(uint64_t);
 // The last record that was not a repetition, and how often it has been repeated.
 std::array<uint64_t, kWords> last_record{};
 uint8_t repeats = 0;
-
-class Locked {
-  public:
-    explicit Locked(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    ~Locked() { pthread_mutex_unlock(&mutex_); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-  private:
-    pthread_mutex_t& mutex_;
-};
 
 const char* name_of(uint32_t state) {
     constexpr std::array kNames = {"idle", "start", "adj", "lock", "error"};
@@ -200,7 +191,7 @@ void* gen_loop_thread_task(void* arg) {
         microseconds time{};
         uint32_t state = HAL_GENLOCK_IDLE;
         {
-            const Locked lock(p.mutex);
+            const hal::Locked lock(p.mutex);
             time = pass(p, __func__);
             state = p.gen_state;
         }

@@ -1,8 +1,8 @@
 // The system configuration, through its command-line tool.
 #include <hal_bsp/sysconf.h>
 
-#include "hal/tool_store.h"
 #include "support/log.h"
+#include "support/tool_store.h"
 
 #include <cstring>
 
@@ -10,7 +10,7 @@ static_assert(sizeof(hal::ToolLine) == HAL_SYSCONFIG_VALUE_SIZE);
 
 namespace {
 
-using hal::CommandLine;
+using hal::ToolCommand;
 
 constexpr const char* kModule = "hal_sysconf";
 
@@ -20,7 +20,7 @@ int32_t hal_sysconfig_get(const char* key, char* value) {
     if (key == nullptr || !hal::has_buffer(kModule, value)) {
         return hal::kToolFailed;
     }
-    const auto line = hal::ask_tool(kModule, CommandLine("/usr/bin/sysconfig get %s", key));
+    const auto line = hal::ask_tool(kModule, ToolCommand("/usr/bin/sysconfig get %s", key));
     if (!line) {
         return hal::kToolFailed;
     }
@@ -33,7 +33,8 @@ int32_t hal_sysconfig_set(const char* key, const char* value) {
     if (key == nullptr) {
         return hal::kToolFailed;
     }
-    return hal::tell_tool(kModule, value != nullptr
-                                       ? CommandLine("/usr/bin/sysconfig set %s %s", key, value)
-                                       : CommandLine("/usr/bin/sysconfig set %s", key));
+    return hal::tell_tool(kModule,
+                          value != nullptr ? ToolCommand("/usr/bin/sysconfig set %s %s", key, value)
+                                           : ToolCommand("/usr/bin/sysconfig set %s", key),
+                          hal::CommandEnd::kAwaited);
 }

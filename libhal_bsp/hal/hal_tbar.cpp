@@ -1,6 +1,7 @@
 // T-bar faders.
 #include <hal_bsp/tbar.h>
 
+#include "support/device_call.h"
 #include "support/fd.h"
 #include "support/listener.h"
 #include "support/log.h"
@@ -11,7 +12,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <new>
-#include <sys/ioctl.h>
 
 struct hal_tbar {
     int32_t fd;
@@ -26,7 +26,7 @@ namespace {
 constexpr const char* kModule = "hal_tbar";
 
 constexpr int32_t kFailed = -1;
-constexpr std::chrono::microseconds kRest{20000};
+constexpr hal::Pace kPace{.rest = std::chrono::microseconds(20000)};
 
 constexpr unsigned long kReadData = 0x80035400;
 constexpr unsigned long kSetLock = 0x40015401; // the size field says 1
@@ -37,13 +37,9 @@ hal::Fd open_tbar(uint8_t number) {
     return hal::open_fd(path.data(), O_RDONLY);
 }
 
-int32_t issue(const hal_tbar& tbar, unsigned long code, void* argument, int line) {
-    const int result = ioctl(tbar.fd, code, argument);
-    if (result < 0) {
-        log_log(HAL_LOG_ERROR, kModule, line, "ioctl is null! \n");
-        return kFailed;
-    }
-    return result;
+int32_t issue(const hal::Caller& caller, const hal_tbar& tbar, unsigned long code, void* argument) {
+    const int result = hal::issue_on(caller, tbar.fd, code, argument, "ioctl is null! \n");
+    return result < 0 ? kFailed : result;
 }
 
 } // namespace
@@ -95,7 +91,7 @@ int32_t hal_tbar_read_data(hal_tbar* tbar, uint8_t* data) {
         HAL_LOG(HAL_LOG_ERROR, "ptr is null! \n");
         return kFailed;
     }
-    return issue(*tbar, kReadData, data, __LINE__);
+    return issue(kModule, *tbar, kReadData, data);
 }
 
 int32_t hal_tbar_set_lock(hal_tbar* tbar, uint16_t lock) {
@@ -104,7 +100,7 @@ int32_t hal_tbar_set_lock(hal_tbar* tbar, uint16_t lock) {
         return kFailed;
     }
     HAL_LOG(HAL_LOG_INFO, "hal_tbar_set_lock\n");
-    return issue(*tbar, kSetLock, &lock, __LINE__);
+    return issue(kModule, *tbar, kSetLock, &lock);
 }
 
 void* hal_tbar_listen(void* arg) {
@@ -115,8 +111,8 @@ void* hal_tbar_listen(void* arg) {
     auto* const tbar = static_cast<hal_tbar*>(arg);
     std::array<uint8_t, HAL_TBAR_DATA_SIZE> data{}; // the last that could be read
     for (;;) {
-        hal::listen_once(tbar->fd, kRest, [&](hal::Wait outcome) {
-            if (outcome == hal::Wait::kReadable) {
+        hal::listen_once(tbar->fd, kPace, [&](hal::Wait outcome) {
+            if (outcome == hal::Wait::kReady) {
                 hal_tbar_read_data(tbar, data.data());
                 hal::call_back(tbar->callback, data.data());
                 hal::end_if_retired(); // the callback may have freed the handle

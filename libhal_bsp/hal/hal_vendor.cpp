@@ -26,9 +26,8 @@ static_assert(offsetof(vendor_req, id) == 4 && offsetof(vendor_req, len) == 6 &&
               offsetof(vendor_req, data) == 8 && sizeof(vendor_req) == 72);
 
 // The size fields of the codes say 4, and both say write, though a read gives data back.
-constexpr hal::DeviceRequest kRead{kModule, "/dev/vendor_storage", 0x40047601,
-                                   "vendor storage open fail\n"};
-constexpr hal::DeviceRequest kWrite{kModule, "/dev/vendor_storage", 0x40047602,
+constexpr hal::DeviceRequest kRead{"/dev/vendor_storage", 0x40047601, "vendor storage open fail\n"};
+constexpr hal::DeviceRequest kWrite{"/dev/vendor_storage", 0x40047602,
                                     "vendor storage open fail\n"};
 
 bool will_do(const void* data, uint32_t len) {
@@ -49,7 +48,7 @@ int32_t hal_vendor_write(uint32_t id, const void* data, uint32_t len) {
     if (!will_do(data, len)) {
         return kFailed;
     }
-    const hal::DeviceCall call(kWrite);
+    const hal::DeviceCall call(kModule, kWrite);
     if (!call) {
         return kFailed;
     }
@@ -73,7 +72,7 @@ int32_t hal_vendor_read(uint32_t id, void* data, uint32_t len) {
     if (!will_do(data, len)) {
         return kFailed;
     }
-    const hal::DeviceCall call(kRead);
+    const hal::DeviceCall call(kModule, kRead);
     if (!call) {
         return kFailed;
     }

@@ -1,7 +1,8 @@
 // Digests of file ranges, and the check of OEM images.
 #include <hal_bsp/md5sum.h>
 
-#include "support/cancel.h"
+#include "hal/md5sum.h"
+#include "support/fields.h"
 #include "support/log.h"
 #include "support/text.h"
 
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 // The interface that the images' makers use, too. OpenSSL 3 would have us take another, which
 // allocates.
@@ -17,6 +19,8 @@
 #include <openssl/md5.h>
 
 namespace {
+
+using hal::ImageFile;
 
 constexpr const char* kModule = "md5sum";
 
@@ -33,42 +37,7 @@ constexpr std::size_t kMarkerBytes = sizeof HAL_OEM_MARKER - 1;
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kHexDigits = std::size_t{2} * HAL_MD5_BYTES;
 
-// A file that is read in pieces. The input buffer is its owner's own: no heap, and large enough
-// for the system calls not to count.
-class Reader {
-  public:
-    explicit Reader(const char* path) {
-        const hal::CancelOff no_cancel; // a cancelled fopen could lose its descriptor
-        file_ = path != nullptr ? std::fopen(path, "rb") : nullptr;
-        if (file_ != nullptr) {
-            std::setvbuf(file_, buffer_.data(), _IOFBF, buffer_.size());
-        }
-    }
-    ~Reader() {
-        if (file_ != nullptr) {
-            const hal::CancelOff no_cancel;
-            std::fclose(file_);
-        }
-    }
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
-
-    explicit operator bool() const { return file_ != nullptr; }
-
-    // A file that cannot be sought in, such as a pipe, stands at its start.
-    bool seek(uint64_t offset) {
-        return fseeko(file_, static_cast<off_t>(offset), SEEK_SET) == 0 || offset == 0;
-    }
-
-    // Whether as many bytes came.
-    bool read(void* bytes, std::size_t size) { return std::fread(bytes, 1, size, file_) == size; }
-
-  private:
-    std::array<char, 65536> buffer_;
-    std::FILE* file_ = nullptr;
-};
-
-bool digest_range(Reader& file, uint64_t offset, uint64_t size, Digest& digest) {
+bool digest_range(ImageFile& file, uint64_t offset, uint64_t size, Digest& digest) {
     const bool there = file.seek(offset);
     MD5_CTX context;
     MD5_Init(&context);
@@ -108,16 +77,13 @@ struct OemHeader {
     std::array<uint8_t, kLengthBytes> length{};
     std::array<char, HAL_OEM_JSON_MAX + 1> json{};
 
-    [[nodiscard]] uint32_t json_length() const {
-        return length[0] | uint32_t{length[1]} << 8 | uint32_t{length[2]} << 16 |
-               uint32_t{length[3]} << 24;
-    }
+    [[nodiscard]] uint32_t json_length() const { return hal::load_le<uint32_t>(length); }
     [[nodiscard]] uint32_t size() const {
         return static_cast<uint32_t>(kMarkerBytes + kLengthBytes) + json_length();
     }
 };
 
-bool read_or_log(Reader& file, void* bytes, std::size_t size) {
+bool read_or_log(ImageFile& file, void* bytes, std::size_t size) {
     const bool done = file.read(bytes, size);
     if (!done) {
         HAL_LOG(HAL_LOG_ERROR, "fread fail.\n");
@@ -127,7 +93,7 @@ bool read_or_log(Reader& file, void* bytes, std::size_t size) {
 
 enum class HeaderState { kGood, kUnreadable, kOtherMarker };
 
-HeaderState read_header(Reader& file, OemHeader& header) {
+HeaderState read_header(ImageFile& file, OemHeader& header) {
     if (!read_or_log(file, header.marker.data(), kMarkerBytes)) {
         return HeaderState::kUnreadable;
     }
@@ -142,8 +108,7 @@ HeaderState read_header(Reader& file, OemHeader& header) {
     return good ? HeaderState::kGood : HeaderState::kUnreadable;
 }
 
-HeaderState find_header(const char* path, uint64_t offset, OemHeader& header) {
-    Reader file(path);
+HeaderState find_header(ImageFile& file, const char* path, uint64_t offset, OemHeader& header) {
     if (!file) {
         HAL_LOG(HAL_LOG_ERROR, "open file failed %s", hal::shown(path));
         return HeaderState::kUnreadable;
@@ -155,15 +120,41 @@ HeaderState find_header(const char* path, uint64_t offset, OemHeader& header) {
     return read_header(file, header);
 }
 
+// checkdata of a file that was opened, or could not be.
+int32_t check_data(ImageFile& file, const char* path, uint8_t* digest, uint64_t offset,
+                   uint64_t size) {
+    if (!file) {
+        HAL_LOG(HAL_LOG_ERROR, "open file failed %s", hal::shown(path));
+        return kNoMatch;
+    }
+    Digest computed{};
+    if (!digest_range(file, offset, size, computed)) {
+        HAL_LOG(HAL_LOG_ERROR, "fread error.\n");
+        return kNoMatch;
+    }
+    log_digest(computed);
+    if (digest != nullptr) {
+        std::memcpy(digest, computed.data(), computed.size());
+    }
+    HAL_LOG(HAL_LOG_INFO, "MD5Check is ok of %s\n", path);
+    return kMatches;
+}
+
+void log_range(uint64_t offset, uint64_t size) {
+    HAL_LOG(HAL_LOG_INFO, "checkSize = %llu. offset=%llu \n", static_cast<unsigned long long>(size),
+            static_cast<unsigned long long>(offset));
+}
+
 // Whether the payload's digest is the one in the header.
-bool payload_matches(const char* path, uint64_t offset, uint64_t total_len,
+bool payload_matches(ImageFile& file, const char* path, uint64_t offset, uint64_t total_len,
                      const OemHeader& header) {
     Digest expected{};
     Digest computed{};
     const bool known = get_md5_from_json(header.json.data(), expected.data()) == kMatches;
-    const bool done =
-        total_len >= header.size() && checkdata(path, computed.data(), offset + header.size(),
-                                                total_len - header.size()) == kMatches;
+    const uint64_t start = offset + header.size();
+    const uint64_t size = total_len - header.size(); // wraps where the header is all there is, and
+    log_range(start, size);                          // no file has so many bytes
+    const bool done = check_data(file, path, computed.data(), start, size) == kMatches;
     log_digest("get md5 from oem.img: %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x\n", expected);
     log_digest("calculate md5 from oem.img: %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x %x\n",
                computed);
@@ -183,27 +174,59 @@ bool is_text_of(const char* text, const Digest& digest) {
 
 } // namespace
 
-int32_t checkdata(const char* path, uint8_t* digest, uint64_t offset, uint64_t size) {
-    HAL_LOG(HAL_LOG_INFO, "checkSize = %llu. offset=%llu \n", static_cast<unsigned long long>(size),
-            static_cast<unsigned long long>(offset));
-    Digest computed{};
-    {
-        Reader file(path);
-        if (!file) {
-            HAL_LOG(HAL_LOG_ERROR, "open file failed %s", hal::shown(path));
-            return kNoMatch;
-        }
-        if (!digest_range(file, offset, size, computed)) {
-            HAL_LOG(HAL_LOG_ERROR, "fread error.\n");
-            return kNoMatch;
-        }
+namespace hal {
+
+ImageFile::ImageFile(const char* path) {
+    if (path != nullptr) {
+        file_ = open_file(path, "rbe");
     }
-    log_digest(computed);
-    if (digest != nullptr) {
-        std::memcpy(digest, computed.data(), computed.size());
+    if (!file_) {
+        return;
     }
-    HAL_LOG(HAL_LOG_INFO, "MD5Check is ok of %s\n", path);
+    constexpr std::size_t kBuffer = 65536; // on the heap: a caller's stack may be smaller
+    buffer_.reset(new (std::nothrow) char[kBuffer]);
+    if (buffer_) {
+        std::setvbuf(file_.stream(), buffer_.get(), _IOFBF, kBuffer);
+    }
+}
+
+bool ImageFile::seek(uint64_t offset) {
+    return fseeko(file_.stream(), static_cast<off_t>(offset), SEEK_SET) == 0 || offset == 0;
+}
+
+bool ImageFile::read(void* bytes, std::size_t size) {
+    return file_.read({static_cast<char*>(bytes), size}) == size;
+}
+
+int32_t check_oem_image(ImageFile& file, const char* path, uint64_t offset, uint64_t total_len,
+                        uint32_t* header_len) {
+    HAL_LOG(HAL_LOG_INFO, "offset: %llu file_len:%llu\n", static_cast<unsigned long long>(offset),
+            static_cast<unsigned long long>(total_len));
+    OemHeader header;
+    const HeaderState state = find_header(file, path, offset, header);
+    if (state == HeaderState::kOtherMarker && header_len != nullptr) {
+        *header_len = 0;
+    }
+    if (state != HeaderState::kGood) {
+        return kBadHeader;
+    }
+    if (!payload_matches(file, path, offset, total_len, header)) {
+        HAL_LOG(HAL_LOG_ERROR, "md5 check failed\n");
+        return kDigestsDiffer;
+    }
+    HAL_LOG(HAL_LOG_ERROR, "md5 check successed!\n");
+    if (header_len != nullptr) {
+        *header_len = header.size();
+    }
     return kMatches;
+}
+
+} // namespace hal
+
+int32_t checkdata(const char* path, uint8_t* digest, uint64_t offset, uint64_t size) {
+    log_range(offset, size);
+    ImageFile file(path);
+    return check_data(file, path, digest, offset, size);
 }
 
 int32_t get_md5_from_json(const char* json, uint8_t* digest) {
@@ -223,33 +246,17 @@ int32_t get_md5_from_json(const char* json, uint8_t* digest) {
 }
 
 int32_t kaOemMd5(const char* path, uint64_t offset, uint64_t total_len, uint32_t* header_len) {
-    HAL_LOG(HAL_LOG_INFO, "offset: %llu file_len:%llu\n", static_cast<unsigned long long>(offset),
-            static_cast<unsigned long long>(total_len));
-    OemHeader header;
-    const HeaderState state = find_header(path, offset, header);
-    if (state == HeaderState::kOtherMarker && header_len != nullptr) {
-        *header_len = 0;
-    }
-    if (state != HeaderState::kGood) {
-        return kBadHeader;
-    }
-    if (!payload_matches(path, offset, total_len, header)) {
-        HAL_LOG(HAL_LOG_ERROR, "md5 check failed\n");
-        return kDigestsDiffer;
-    }
-    HAL_LOG(HAL_LOG_ERROR, "md5 check successed!\n");
-    if (header_len != nullptr) {
-        *header_len = header.size();
-    }
-    return kMatches;
+    ImageFile file(path);
+    return hal::check_oem_image(file, path, offset, total_len, header_len);
 }
 
 int32_t comparefile(const char* path1, const char* path2, uint64_t offset1, uint64_t offset2,
                     uint64_t size) {
     Digest first{};
     Digest second{};
-    if (checkdata(path1, first.data(), offset1, size) != kMatches ||
-        checkdata(path2, second.data(), offset2, size) != kMatches || first != second) {
+    const bool first_done = checkdata(path1, first.data(), offset1, size) == kMatches;
+    const bool second_done = checkdata(path2, second.data(), offset2, size) == kMatches;
+    if (!first_done || !second_done || first != second) {
         HAL_LOG(HAL_LOG_ERROR, "MD5Check is error of %s\n", hal::shown(path1));
         return kNoMatch;
     }

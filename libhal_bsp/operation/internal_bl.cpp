@@ -3,6 +3,7 @@
 
 #include "support/fd.h"
 #include "support/log.h"
+#include "support/transfer.h"
 
 #include <algorithm>
 #include <array>
@@ -44,7 +45,7 @@ int32_t operation_set_backlight(backlight_req* request) {
     std::array<char, 10> text{};
     std::snprintf(text.data(), text.size(), "%d", value);
     HAL_LOG(HAL_LOG_INFO, "bl_level is: %s", text.data());
-    const ssize_t result = write(file.get(), text.data(), std::strlen(text.data()));
+    const ssize_t result = hal::write_some(file.get(), text.data(), std::strlen(text.data()));
     if (result < 0) {
         HAL_LOG(HAL_LOG_ERROR, "write bl_fd error");
     }

@@ -2,45 +2,62 @@
 
 #include "support/cancel.h"
 
-#include <cstdarg>
+#include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 
 namespace hal {
 
-CommandLine::CommandLine(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(text_, sizeof text_, format, arguments);
-    va_end(arguments);
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof text_) {
-        text_[0] = '\0';
+void format_whole(std::span<char> text, const char* format, va_list values) {
+    const int length = std::vsnprintf(text.data(), text.size(), format, values);
+    if (length < 0 || static_cast<std::size_t>(length) >= text.size()) {
+        text.front() = '\0';
     }
 }
 
-int run_command(const char* command) {
+int run_command(Command command) {
+    if (!command) {
+        errno = E2BIG;
+        return -1;
+    }
     const CancelOff no_cancel;
-    return std::system(command);
+    return std::system(command.text());
 }
 
-CommandOutput::CommandOutput(const char* command) {
+CommandOutput::CommandOutput(Command command, CommandEnd end) : end_(end) {
+    if (!command) {
+        errno = E2BIG;
+        return;
+    }
     const CancelOff no_cancel; // a cancelled popen could lose its child
-    stream_ = popen(command, "r");
+    stream_ = popen(command.text(), "r");
+    if (stream_ != nullptr) {
+        fcntl(fileno(stream_), F_SETFD, FD_CLOEXEC);
+    }
 }
 
 CommandOutput::~CommandOutput() {
     if (stream_ != nullptr) {
         const CancelOff no_cancel;
+        if (end_ == CommandEnd::kAwaited) {
+            drain();
+        }
         pclose(stream_);
     }
 }
 
 void CommandOutput::read(std::span<char> text) {
-    const std::size_t length = std::fread(text.data(), 1, text.size() - 1, stream_);
-    text[length] = '\0';
+    text[read_stream(stream_, text.first(text.size() - 1))] = '\0';
 }
 
 bool CommandOutput::read_line(std::span<char> text) {
-    return std::fgets(text.data(), static_cast<int>(text.size()), stream_) != nullptr;
+    return hal::read_line(stream_, text);
+}
+
+void CommandOutput::drain() {
+    std::array<char, 256> unwanted;
+    while (read_stream(stream_, unwanted) == unwanted.size()) {
+    }
 }
 
 } // namespace hal

@@ -6,20 +6,19 @@
 
 namespace hal {
 
-DeviceCall::DeviceCall(const DeviceRequest& request, int line)
-    : request_(request), line_(line), fd_(open_fd(request.node, O_RDWR)) {
-    if (!fd_) {
-        open_errno_ = errno;
-        log_log(request.level, request.module, line, "%s", request.open_error);
-    }
-}
-
-int DeviceCall::issue_raw(void* record) const {
-    const int result = ioctl(fd_.get(), request_.code, record);
-    if (result < 0 && request_.ioctl_error != nullptr) {
-        log_log(request_.level, request_.module, line_, "%s", request_.ioctl_error);
+int issue_on(const Caller& caller, int fd, unsigned long code, void* record, const char* error) {
+    const int result = ioctl(fd, code, record);
+    if (result < 0 && error != nullptr) {
+        caller.log(HAL_LOG_ERROR, error);
     }
     return result;
+}
+
+DeviceCall::DeviceCall(const Caller& caller, const DeviceRequest& request)
+    : caller_(caller), request_(request), fd_(open_fd(request.node, O_RDWR)) {
+    if (!fd_) {
+        caller.log(HAL_LOG_ERROR, request.open_error);
+    }
 }
 
 } // namespace hal

@@ -1,9 +1,9 @@
-// One request on a device node: open it, issue one ioctl on a record, close it.
+// Requests to device drivers: one ioctl on a record, on a node that is opened for it or on a
+// descriptor that the caller holds.
 #pragma once
 
+#include "support/caller.h"
 #include "support/fd.h"
-
-#include <hal_bsp/log.h>
 
 #include <bit>
 #include <optional>
@@ -16,23 +16,23 @@ static_assert(std::endian::native == std::endian::little);
 
 // What a module asks of its node, and how it speaks of failures.
 struct DeviceRequest {
-    const char* module = nullptr;
     const char* node = nullptr;
     unsigned long code = 0;
     const char* open_error = nullptr;  // logged when the node cannot be opened
     const char* ioctl_error = nullptr; // logged when the request's result is negative; null: not
-    int level = HAL_LOG_ERROR;
 };
 
-// In two steps, for modules that have something to do between them. Messages carry the line of
-// the module that made the call.
+// The ioctl's own result; `error` is logged when it is negative, unless it is null.
+int issue_on(const Caller& caller, int fd, unsigned long code, void* record, const char* error);
+
+// In two steps, for modules that have something to do between them. The request has to outlive it.
 class DeviceCall {
   public:
-    explicit DeviceCall(const DeviceRequest& request, int line = __builtin_LINE());
+    DeviceCall(const Caller& caller, const DeviceRequest& request);
+    DeviceCall(const Caller& caller, const DeviceRequest&& request) = delete;
 
-    // Whether the node could be opened; if not, errno is in open_errno().
+    // Whether the node could be opened; errno says why not.
     explicit operator bool() const { return static_cast<bool>(fd_); }
-    [[nodiscard]] int open_errno() const { return open_errno_; }
     // The node's descriptor, for the log.
     [[nodiscard]] int descriptor() const { return fd_.get(); }
 
@@ -40,23 +40,19 @@ class DeviceCall {
     template <typename Record>
     int issue(Record& record) const {
         static_assert(std::is_trivially_copyable_v<Record> && std::is_standard_layout_v<Record>);
-        return issue_raw(&record);
+        return issue_on(caller_, fd_.get(), request_.code, &record, request_.ioctl_error);
     }
 
   private:
-    int issue_raw(void* record) const;
-
+    Caller caller_;
     const DeviceRequest& request_;
-    int line_;
     Fd fd_;
-    int open_errno_ = 0;
 };
 
 // In one step: the ioctl's own result, or nothing if the node could not be opened.
 template <typename Record>
-std::optional<int> call_device(const DeviceRequest& request, Record& record,
-                               int line = __builtin_LINE()) {
-    const DeviceCall call(request, line);
+std::optional<int> call_device(const Caller& caller, const DeviceRequest& request, Record& record) {
+    const DeviceCall call(caller, request);
     return call ? std::optional(call.issue(record)) : std::nullopt;
 }
 

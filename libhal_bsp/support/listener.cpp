@@ -6,24 +6,24 @@
 
 namespace hal {
 
-int open_and_run(const ListenerFields& fields, const ListenerPlan& plan, int line) {
+int open_and_run(const Caller& caller, const ListenerFields& fields, const ListenerPlan& plan) {
     Fd node = open_fd(plan.node, O_RDWR);
     std::atomic_ref(fields.fd).store(node.release());
     if (fields.fd < 0) {
-        log_log(HAL_LOG_ERROR, plan.module, line, "%s", plan.open_error);
-        return kListenerNoNode;
+        caller.log(HAL_LOG_ERROR, plan.open_error);
+        return plan.results.no_node;
     }
     std::atomic_ref(fields.inited).store(1);
     if (const int error = start_thread(fields.thread, plan.body, nullptr); error != 0) {
         std::atomic_ref(fields.inited).store(0);
         close_shared(fields.fd);
-        log_log(HAL_LOG_ERROR, plan.module, line, plan.thread_error, error);
-        return kListenerNoThread;
+        caller.log(HAL_LOG_ERROR, plan.thread_error, error);
+        return plan.results.no_thread;
     }
     if (plan.started != nullptr) {
-        log_log(HAL_LOG_INFO, plan.module, line, "%s", plan.started);
+        caller.log(HAL_LOG_INFO, plan.started);
     }
-    return kListenerStarted;
+    return plan.results.started;
 }
 
 void stop_and_close(const ListenerFields& fields) {

@@ -6,34 +6,45 @@
 // look at them from any thread; they are touched through std::atomic_ref.
 #pragma once
 
+#include "support/caller.h"
 #include "support/cancel.h"
 #include "support/thread.h"
-
-#include <hal_bsp/log.h>
+#include "support/wait.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 namespace hal {
 
-// Results of start_listener.
-inline constexpr int kListenerStarted = 0;
-inline constexpr int kListenerNoNode = -1;
-inline constexpr int kListenerAlreadyStarted = -2;
-inline constexpr int kListenerNoThread = -3;
+// What a module's init call returns.
+struct ListenerResults {
+    int started = 0;
+    int no_node = -1;
+    int already_started = -2;
+    int no_thread = -3;
+};
+
+// How long a listening thread waits, and rests then.
+struct Pace {
+    std::chrono::microseconds wait{200000};
+    std::chrono::microseconds rest{2000};
+};
 
 // What sets one listening module apart from another.
 struct ListenerPlan {
-    const char* module;
     const char* node;
     ThreadBody body;
-    const char* starting;        // INFO
-    const char* already_started; // ERROR
-    const char* open_error;      // ERROR
-    const char* thread_error;    // ERROR, a format that takes the error number
-    const char* started;         // INFO; null: nothing is logged
-    const char* running;         // INFO, by the thread
-    const char* stopping;        // INFO
+    const char* starting;                      // INFO
+    const char* already_started;               // ERROR
+    const char* open_error;                    // ERROR
+    const char* thread_error;                  // ERROR, a format that takes the error number
+    const char* started;                       // INFO; null: nothing is logged
+    const char* running;                       // INFO, by the thread
+    const char* stopping;                      // INFO
+    const char* wait_error = "select error\n"; // ERROR, by the thread
+    ListenerResults results{};
+    Pace pace{};
 };
 
 // The part of a module's record that is alike in all of them.
@@ -43,25 +54,24 @@ struct ListenerFields {
     pthread_t& thread;
 };
 
-// Opens the node and starts the thread, or leaves the module idle: one of the results above.
-int open_and_run(const ListenerFields& fields, const ListenerPlan& plan, int line);
+// Opens the node and starts the thread, or leaves the module idle: one of the plan's results.
+int open_and_run(const Caller& caller, const ListenerFields& fields, const ListenerPlan& plan);
 
 // Ends the thread, if there is one, and closes the descriptor. Not a cancellation point.
 void stop_and_close(const ListenerFields& fields);
 
-// The body of a module's init call. The caller's line goes into the messages.
+// The body of a module's init call.
 template <typename Info, typename Callback>
-int start_listener(Info& info, Callback callback, const ListenerPlan& plan,
-                   int line = __builtin_LINE()) {
-    log_log(HAL_LOG_INFO, plan.module, line, "%s", plan.starting);
+int start_listener(const Caller& caller, Info& info, Callback callback, const ListenerPlan& plan) {
+    caller.log(HAL_LOG_INFO, plan.starting);
     if (std::atomic_ref(info.inited).load() == 1) {
-        log_log(HAL_LOG_ERROR, plan.module, line, "%s", plan.already_started);
-        return kListenerAlreadyStarted;
+        caller.log(HAL_LOG_ERROR, plan.already_started);
+        return plan.results.already_started;
     }
     const std::atomic_ref shared_callback(info.cb);
     shared_callback.store(callback);
-    const int result = open_and_run({info.inited, info.fd, info.thread}, plan, line);
-    if (result == kListenerNoThread) {
+    const int result = open_and_run(caller, {info.inited, info.fd, info.thread}, plan);
+    if (result == plan.results.no_thread) {
         shared_callback.store(nullptr);
     }
     return result;
@@ -69,8 +79,8 @@ int start_listener(Info& info, Callback callback, const ListenerPlan& plan,
 
 // The body of a module's deinit call.
 template <typename Info>
-void stop_listener(Info& info, const ListenerPlan& plan, int line = __builtin_LINE()) {
-    log_log(HAL_LOG_INFO, plan.module, line, "%s", plan.stopping);
+void stop_listener(const Caller& caller, Info& info, const ListenerPlan& plan) {
+    caller.log(HAL_LOG_INFO, plan.stopping);
     stop_and_close({info.inited, info.fd, info.thread});
     std::atomic_ref(info.cb).store(nullptr);
 }
@@ -78,15 +88,12 @@ void stop_listener(Info& info, const ListenerPlan& plan, int line = __builtin_LI
 // What follows once a thread has dealt with what its wait brought.
 enum class Pass { kRest, kAtOnce };
 
-inline constexpr std::chrono::microseconds kListenerWait{200000};
-inline constexpr std::chrono::microseconds kListenerRest{2000};
-
 // One pass of a listening thread: waits until `fd` is readable, has `handle` deal with the outcome
 // of the wait, and rests if that says so.
 template <typename Handle>
-void listen_once(int fd, std::chrono::microseconds pause, Handle handle) {
-    if (handle(wait_readable(fd, kListenerWait)) == Pass::kRest) {
-        rest(pause);
+void listen_once(int fd, const Pace& pace, Handle handle) {
+    if (handle(wait_readable(fd, pace.wait)) == Pass::kRest) {
+        rest(pace.rest);
     }
 }
 
@@ -94,30 +101,30 @@ void listen_once(int fd, std::chrono::microseconds pause, Handle handle) {
 // readable, for ever. Record descriptors of 0 and below are none: they stand so before init and
 // after deinit.
 template <typename Info, typename OnReadable>
-[[noreturn]] void listen_for_ever(Info& info, const ListenerPlan& plan, OnReadable on_readable,
-                                  int line = __builtin_LINE()) {
-    log_log(HAL_LOG_INFO, plan.module, line, "%s", plan.running);
+[[noreturn]] void listen_for_ever(const Caller& caller, Info& info, const ListenerPlan& plan,
+                                  OnReadable on_readable) {
+    caller.log(HAL_LOG_INFO, plan.running);
     for (;;) {
         end_if_retired(); // the application may have stopped its own listener
         const int shared_fd = std::atomic_ref(info.fd).load();
         const int fd = shared_fd > 0 ? shared_fd : -1;
-        listen_once(fd, kListenerRest, [&](Wait outcome) {
+        listen_once(fd, plan.pace, [&](Wait outcome) {
             if (outcome == Wait::kFailed) {
-                log_log(HAL_LOG_ERROR, plan.module, line, "select error\n");
+                caller.log(HAL_LOG_ERROR, plan.wait_error);
                 return Pass::kAtOnce;
             }
-            return outcome == Wait::kReadable ? on_readable(fd) : Pass::kRest;
+            return outcome == Wait::kReady ? on_readable(fd) : Pass::kRest;
         });
     }
 }
 
 // Calls a record's callback, if it has one. A cancellation waits until it returns: the application
 // may hold locks in it.
-template <typename Callback, typename Argument>
-void call_back(Callback& shared_callback, Argument argument) {
+template <typename Callback, typename... Arguments>
+void call_back(Callback& shared_callback, Arguments... arguments) {
     if (const auto callback = std::atomic_ref(shared_callback).load(); callback != nullptr) {
         const CancelOff no_cancel;
-        callback(argument);
+        callback(arguments...);
     }
 }
 

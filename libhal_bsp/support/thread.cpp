@@ -2,39 +2,13 @@
 
 #include "support/cancel.h"
 
-#include <poll.h>
-#include <sys/select.h>
-#include <unistd.h>
+#include <sys/prctl.h>
 
 namespace hal {
 
 namespace {
 
 constinit thread_local bool retired = false;
-
-timeval to_timeval(std::chrono::microseconds time) {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    return {static_cast<time_t>(seconds.count()),
-            static_cast<suseconds_t>((time - seconds).count())};
-}
-
-int select_readable(int fd, std::chrono::microseconds timeout) {
-    timeval left = to_timeval(timeout);
-    if (fd < 0) {
-        return select(0, nullptr, nullptr, nullptr, &left);
-    }
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(fd, &readable);
-    return select(fd + 1, &readable, nullptr, nullptr, &left);
-}
-
-int poll_readable(int fd, std::chrono::microseconds timeout) {
-    pollfd entry{fd, POLLIN, 0};
-    const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(timeout);
-    const int ready = poll(&entry, 1, static_cast<int>(milliseconds.count()));
-    return (entry.revents & POLLNVAL) != 0 ? -1 : ready;
-}
 
 } // namespace
 
@@ -55,6 +29,10 @@ int start_detached_thread(pthread_t& thread, ThreadBody body, void* arg) {
     return error;
 }
 
+void name_thread(const char* name) {
+    prctl(PR_SET_NAME, name, 0, 0, 0);
+}
+
 void stop_thread(pthread_t thread) {
     if (pthread_equal(thread, pthread_self()) != 0) {
         retired = true;
@@ -70,20 +48,6 @@ void end_if_retired() {
     if (retired) {
         pthread_exit(nullptr);
     }
-}
-
-Wait wait_readable(int fd, std::chrono::microseconds timeout) {
-    pthread_testcancel();
-    const int ready = fd < FD_SETSIZE ? select_readable(fd, timeout) : poll_readable(fd, timeout);
-    if (ready < 0) {
-        return Wait::kFailed;
-    }
-    return ready == 0 ? Wait::kTimedOut : Wait::kReadable;
-}
-
-void rest(std::chrono::microseconds time) {
-    usleep(static_cast<useconds_t>(time.count()));
-    pthread_testcancel();
 }
 
 } // namespace hal

@@ -1,7 +1,7 @@
-// Threads, the waits in which they spend their time, and how they are ended.
+// Threads: how they are started, and how they are ended.
 #pragma once
 
-#include <chrono>
+#include <memory>
 #include <pthread.h>
 
 namespace hal {
@@ -15,21 +15,30 @@ int start_thread(pthread_t& thread, ThreadBody body, void* arg);
 // The same for a thread that nobody waits for: it ends by itself, and leaves nothing behind then.
 int start_detached_thread(pthread_t& thread, ThreadBody body, void* arg);
 
+// Starts a detached thread that owns its work: it is deleted when kRun has returned, or when the
+// thread is unwound, or here where no thread could be had.
+template <auto kRun, typename Work>
+int start_worker(pthread_t& thread, std::unique_ptr<Work> work) {
+    const auto body = [](void* arg) -> void* {
+        const std::unique_ptr<Work> own(static_cast<Work*>(arg));
+        kRun(*own);
+        return nullptr;
+    };
+    const int error = start_detached_thread(thread, body, work.get());
+    if (error == 0) {
+        static_cast<void>(work.release()); // it is the thread's
+    }
+    return error;
+}
+
+// Names the calling thread, as ps and a debugger show it: 15 characters of it.
+void name_thread(const char* name);
+
 // Cancels a thread and waits for it to end. Not a cancellation point. A thread that ends itself
 // in this way is detached instead and ends when it next calls end_if_retired.
 void stop_thread(pthread_t thread);
 
 // Ends the calling thread if it was given to stop_thread by itself.
 void end_if_retired();
-
-enum class Wait { kFailed, kTimedOut, kReadable };
-
-// Waits with select until `fd` is readable. A cancellation point, also when it does not wait.
-// Works for descriptors beyond FD_SETSIZE, which select cannot hold. A negative `fd` is never
-// readable: the time-out passes.
-Wait wait_readable(int fd, std::chrono::microseconds timeout);
-
-// Sleeps, then passes a cancellation point.
-void rest(std::chrono::microseconds time);
 
 } // namespace hal

@@ -5,7 +5,9 @@
 #include <hal_bsp/hal_bsp.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -43,6 +45,14 @@ std::string image_of(const std::string& payload) {
     std::uint64_t length = 0;
     EXPECT_EQ(oem_image_pack(kSource, "/dev/shm/image", &length), 0);
     return head("/dev/shm/image", length);
+}
+
+std::string printed_by(const char* command) {
+    std::string text(4096, '\0');
+    FILE* const pipe = popen(command, "r");
+    text.resize(std::fread(text.data(), 1, text.size(), pipe));
+    pclose(pipe);
+    return text;
 }
 
 class Partition : public OnBoard {
@@ -140,9 +150,9 @@ TEST_F(Partition, WriterSurvivesTheFailureOfAnyCallOnItsTarget) {
             errors.push_back(done ? "" : said.front().substr(0, 12));
         },
         [](bool) {});
-    EXPECT_THAT(errors, ElementsAre("Can't open /", "Write failed", "Write failed", "Write failed",
-                                    "Write failed", ""))
-        << "the open, three blocks, the flush";
+    EXPECT_THAT(errors,
+                ElementsAre("Can't open /", "Write failed", "Write failed", "Write failed", "", ""))
+        << "the open, three blocks, the flush, whose result nobody looks at";
 }
 
 TEST_F(Partition, UpdateWritesThePayloadOfAGoodImage) {
@@ -157,19 +167,40 @@ TEST_F(Partition, UpdateWritesThePayloadOfAGoodImage) {
                                       Contains("update partiton system is ok! ERR_CODE = 0\n")));
 }
 
+// Whose path is another file's by the time that it is written.
+TEST_F(Partition, UpdateWritesWhatItHasChecked) {
+    const std::string payload = noise(16384);
+    const std::string image = image_of(payload);
+    const std::string other = std::string(kSource) + ".other";
+    fill(kSource, image);
+    fill(other, std::string(image.size(), '!'));
+    static std::string open_in_children;
+    log_add_callback(
+        [](log_event* event) {
+            if (std::strcmp(event->fmt, "start update partiton %s\n") == 0) {
+                std::rename((std::string(kSource) + ".other").c_str(), kSource);
+                open_in_children = printed_by("ls -l /proc/self/fd");
+            }
+        },
+        nullptr, HAL_LOG_INFO);
+    EXPECT_EQ(hal_partition_update(kSource, "system", 0, static_cast<std::uint32_t>(image.size())),
+              1);
+    EXPECT_EQ(head(kOther, 16384), payload);
+    EXPECT_THAT(open_in_children,
+                AllOf(testing::HasSubstr("/proc/"), Not(testing::HasSubstr(kSource))));
+}
+
 TEST_F(Partition, UpdateOpensNoPartitionForABadImage) {
     const std::string good = image_of(noise(100));
-    const std::string empty = image_of("");
     std::string bad = good;
     bad.back() ^= 1;
     forget_trace();
     for (const auto& [image, last] :
-         {std::pair(bad, "kaOemMd5 failed!\n"), std::pair("Yeda" + good, "kaOemMd5 failed!\n"),
-          std::pair(empty + "behind", "writeImageToPartition failed.\n")}) {
+         {std::pair(bad, "kaOemMd5 failed!\n"), std::pair("Yeda" + good, "kaOemMd5 failed!\n")}) {
         fill(kSource, image);
-        const std::size_t length = image.ends_with("behind") ? empty.size() : good.size();
-        EXPECT_EQ(hal_partition_update(kSource, "system", 0, static_cast<std::uint32_t>(length)),
-                  -1);
+        EXPECT_EQ(
+            hal_partition_update(kSource, "system", 0, static_cast<std::uint32_t>(good.size())),
+            -1);
         EXPECT_EQ(logged("ERROR").back(), last);
     }
     EXPECT_EQ(hal_partition_update(nullptr, nullptr, 0, 8), -1);
@@ -177,6 +208,12 @@ TEST_F(Partition, UpdateOpensNoPartitionForABadImage) {
     EXPECT_EQ(hal_partition_update(nullptr, "system", 0, 8), -1);
     EXPECT_EQ(logged("ERROR").back(), "img_path is NULL, ERR_CODE = 3\n");
     EXPECT_EQ(count("open", kOther), 0U);
+
+    const std::string empty = image_of("");
+    fill(kSource, empty + "behind");
+    EXPECT_EQ(hal_partition_update(kSource, "system", 0, static_cast<std::uint32_t>(empty.size())),
+              -1);
+    EXPECT_THAT(logged("ERROR"), Contains("writeImageToPartition failed.\n"));
 }
 
 TEST_F(Partition, BackupCopiesTheRunningSlot) {

@@ -3,6 +3,7 @@
 #include "support/device_call.h"
 #include "support/fd.h"
 #include "support/thread.h"
+#include "support/wait.h"
 #include "tests/support/log_tap.h"
 
 #include <array>
@@ -170,7 +171,7 @@ TEST(Cancellation, ThreadThatStopsItselfEndsWhereItSaysSo) {
     }
     // Its copy of the writer is the last, and is closed by the unwinding.
     pipe.writer.reset();
-    EXPECT_EQ(hal::wait_readable(pipe.reader.get(), kForEver), Wait::kReadable);
+    EXPECT_EQ(hal::wait_readable(pipe.reader.get(), kForEver), Wait::kReady);
     EXPECT_EQ(reached, 2);
 }
 
@@ -179,7 +180,7 @@ TEST(WaitReadable, TellsReadableTimedOutAndFailedApart) {
     const int reader = pipe.reader.get();
     EXPECT_EQ(hal::wait_readable(reader, kNoTime), Wait::kTimedOut);
     ASSERT_EQ(write(pipe.writer.get(), "x", 1), 1);
-    EXPECT_EQ(hal::wait_readable(reader, kForEver), Wait::kReadable);
+    EXPECT_EQ(hal::wait_readable(reader, kForEver), Wait::kReady);
     EXPECT_EQ(hal::wait_readable(-1, kNoTime), Wait::kTimedOut);
     const int closed = null_device().get();
     EXPECT_EQ(hal::wait_readable(closed, kNoTime), Wait::kFailed);
@@ -198,26 +199,26 @@ TEST(WaitReadable, WorksBeyondWhatSelectCanHold) {
     ASSERT_EQ(high.get(), kHigh);
     EXPECT_EQ(hal::wait_readable(kHigh, kNoTime), Wait::kTimedOut);
     ASSERT_EQ(write(pipe.writer.get(), "x", 1), 1);
-    EXPECT_EQ(hal::wait_readable(kHigh, kForEver), Wait::kReadable);
+    EXPECT_EQ(hal::wait_readable(kHigh, kForEver), Wait::kReady);
     high.reset();
     EXPECT_EQ(hal::wait_readable(kHigh, kNoTime), Wait::kFailed);
 }
 
-TEST(DeviceCallTest, MessagesCarryModuleLineAndLevel) {
+TEST(DeviceCallTest, MessagesCarryModuleAndLine) {
     LogTap::instance().take();
     std::array<char, 4> record{};
-    constexpr hal::DeviceRequest kAbsent{"mod", "/nonexistent", 1, "no node\n", "refused\n"};
-    constexpr hal::DeviceRequest kRefuses{"mod",       "/dev/null", 1,
-                                          "no node\n", "refused\n", HAL_LOG_WARN};
-    const hal::DeviceCall call(kAbsent);
-    const int line = __LINE__;
-    EXPECT_EQ(call.open_errno(), ENOENT);
-    EXPECT_EQ(hal::call_device(kAbsent, record), std::nullopt);
-    EXPECT_EQ(hal::call_device(kRefuses, record), -1);
+    constexpr hal::DeviceRequest kAbsent{"/nonexistent", 1, "no node\n", "refused\n"};
+    constexpr hal::DeviceRequest kRefuses{"/dev/null", 1, "no node\n", "refused\n"};
+    const int line = __LINE__ + 1;
+    const hal::DeviceCall call("mod", kAbsent);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(call);
+    EXPECT_EQ(hal::call_device("mod", kAbsent, record), std::nullopt);
+    EXPECT_EQ(hal::call_device("mod", kRefuses, record), -1);
     EXPECT_THAT(LogTap::instance().take(),
-                ElementsAre(Message{HAL_LOG_ERROR, "mod", line - 1, "no node\n"},
-                            Message{HAL_LOG_ERROR, "mod", line + 2, "no node\n"},
-                            Message{HAL_LOG_WARN, "mod", line + 3, "refused\n"}));
+                ElementsAre(Message{HAL_LOG_ERROR, "mod", line, "no node\n"},
+                            Message{HAL_LOG_ERROR, "mod", line + 3, "no node\n"},
+                            Message{HAL_LOG_ERROR, "mod", line + 4, "refused\n"}));
 }
 
 } // namespace

@@ -40,4 +40,17 @@ if [ -z "$sanitizers" ] && sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' "$work/dynamic" 
     grep -vE '^(lib(c|m|stdc\+\+|gcc_s|z|crypto)\.so\.|ld-linux)'; then
     echo "^ needed, but not to be" && failed=1
 fi
+if [ -z "$sanitizers" ]; then
+    # Threads that nobody joins stay mapped; pointers into other libraries cannot be overwritten;
+    # functions that come from the process later are looked up when they are called.
+    readelf -lW "$library" > "$work/segments"
+    if ! grep -q 'FLAGS_1.*NODELETE' "$work/dynamic" || grep -qE 'BIND_NOW|FLAGS_1.*NOW' "$work/dynamic" ||
+        ! grep -q GNU_RELRO "$work/segments" || ! grep -q 'GNU_STACK.* RW ' "$work/segments"; then
+        echo "not linked as it has to be:" && cat "$work/dynamic" "$work/segments" && failed=1
+    fi
+    nm -D --undefined-only "$library" > "$work/undefined"
+    if ! grep -q __stack_chk_fail "$work/undefined" || ! grep -q __snprintf_chk "$work/undefined"; then
+        echo "not compiled with checks of the stack and of buffers" && failed=1
+    fi
+fi
 exit $failed

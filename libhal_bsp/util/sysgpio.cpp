@@ -4,6 +4,7 @@
 #include "support/cancel.h"
 #include "support/fd.h"
 #include "support/log.h"
+#include "support/transfer.h"
 
 #include <array>
 #include <cstdio>
@@ -47,12 +48,12 @@ class Decimal {
 };
 
 bool write_some(const hal::Fd& fd, std::string_view bytes) {
-    return write(fd.get(), bytes.data(), bytes.size()) > 0;
+    return hal::write_some(fd.get(), bytes.data(), bytes.size()) > 0;
 }
 
 std::optional<char> read_character(const hal::Fd& fd) {
     char character = 0;
-    return read(fd.get(), &character, 1) > 0 ? std::optional(character) : std::nullopt;
+    return hal::read_some(fd.get(), &character, 1) > 0 ? std::optional(character) : std::nullopt;
 }
 
 // --- with automatic export: every step has to succeed ---

@@ -2,6 +2,7 @@
 #include <hal_bsp/timing.h>
 
 #include "support/log.h"
+#include "support/wait.h"
 
 #include <unistd.h>
 
@@ -23,7 +24,7 @@ uint32_t microseconds(const timeval& time) {
 } // namespace
 
 int32_t systick_delayms(uint32_t ms) {
-    return usleep(ms * 1000U);
+    return hal::sleep_through(std::chrono::microseconds(ms * 1000U));
 }
 
 uint32_t tim_get_systime(void) {

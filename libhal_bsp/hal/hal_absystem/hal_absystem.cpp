@@ -4,6 +4,7 @@
 #include "hal/hal_absystem/record.h"
 #include "support/fd.h"
 #include "support/log.h"
+#include "support/transfer.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -38,7 +39,7 @@ bool misc_read(avb_ctrl_block& record) {
         return false;
     }
     avb_ctrl_block read_record{};
-    if (read(device.get(), &read_record, sizeof read_record) !=
+    if (hal::read_some(device.get(), &read_record, sizeof read_record) !=
         static_cast<ssize_t>(sizeof read_record)) {
         HAL_LOG(HAL_LOG_ERROR, "AVB_MISC_DEV read failed\n");
         return false;
@@ -52,7 +53,8 @@ bool misc_write(const avb_ctrl_block& record) {
     if (!device) {
         return false;
     }
-    if (write(device.get(), &record, sizeof record) != static_cast<ssize_t>(sizeof record)) {
+    if (hal::write_some(device.get(), &record, sizeof record) !=
+        static_cast<ssize_t>(sizeof record)) {
         HAL_LOG(HAL_LOG_ERROR, "AVB_MISC_DEV write failed\n");
         return false;
     }

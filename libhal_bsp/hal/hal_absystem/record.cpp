@@ -1,5 +1,6 @@
 #include "hal/hal_absystem/record.h"
 
+#include "support/fields.h"
 #include "support/log.h"
 
 #include <algorithm>
@@ -17,8 +18,9 @@ constexpr uint8_t kVersion = 1;
 std::array<uint8_t, 4> crc_of(const avb_ctrl_block& record) {
     const auto* bytes = reinterpret_cast<const Bytef*>(&record);
     const uLong crc = crc32(0, bytes, offsetof(avb_ctrl_block, crc32));
-    return {static_cast<uint8_t>(crc >> 24), static_cast<uint8_t>(crc >> 16),
-            static_cast<uint8_t>(crc >> 8), static_cast<uint8_t>(crc)};
+    std::array<uint8_t, 4> bytes_of_crc{};
+    store_be(bytes_of_crc, static_cast<uint32_t>(crc));
+    return bytes_of_crc;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "support/cancel.h"
 #include "support/fd.h"
 #include "support/log.h"
+#include "support/transfer.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -62,7 +63,8 @@ int32_t read_glyph(const hal::Fd& file, uint16_t gbk, Glyph& glyph) {
         return static_cast<int32_t>(place);
     }
     Glyph whole;
-    if (read(file.get(), whole.data(), whole.size()) != static_cast<ssize_t>(whole.size())) {
+    if (hal::read_some(file.get(), whole.data(), whole.size()) !=
+        static_cast<ssize_t>(whole.size())) {
         HAL_LOG(HAL_LOG_ERROR, "HZK16 read failed.");
         return -1;
     }

@@ -32,7 +32,7 @@ static_assert(offsetof(OledRecord, pos1) == 4 && offsetof(OledRecord, pos2) == 8
               offsetof(OledRecord, cell_count) == 272 && sizeof(OledRecord) == 276);
 
 // The size field of the code says 8.
-constexpr hal::DeviceRequest kRequest{kModule, "/dev/x9oled", 0xC0086FB3, "open /dev/x9oled error",
+constexpr hal::DeviceRequest kRequest{"/dev/x9oled", 0xC0086FB3, "open /dev/x9oled error",
                                       "OLEDDEV_IOCTL error"};
 
 OledRecord new_record(Command cmd, uint32_t oled_index) {
@@ -46,8 +46,8 @@ int32_t result_of(int result) {
     return result < 0 ? kFailed : result;
 }
 
-int32_t send(OledRecord& record, int line = __builtin_LINE()) {
-    return result_of(hal::call_device(kRequest, record, line).value_or(kFailed));
+int32_t send(const hal::Caller& caller, OledRecord& record) {
+    return result_of(hal::call_device(caller, kRequest, record).value_or(kFailed));
 }
 
 // ---- Text ----
@@ -84,7 +84,7 @@ int32_t hal_oled_show_string(uint32_t oled_index, const oled_string_req* req) {
         HAL_LOG(HAL_LOG_ERROR, "the text to show is null");
         return kFailed;
     }
-    const hal::DeviceCall call(kRequest);
+    const hal::DeviceCall call(kModule, kRequest);
     if (!call) {
         return kFailed;
     }
@@ -103,7 +103,7 @@ int32_t hal_oled_show_string(uint32_t oled_index, const oled_string_req* req) {
 
 int32_t hal_oled_clear(uint32_t oled_index) {
     OledRecord record = new_record(Command::kClear, oled_index);
-    return send(record);
+    return send(kModule, record);
 }
 
 int32_t hal_oled_display_ctl(uint32_t oled_index, uint32_t state) {
@@ -113,7 +113,7 @@ int32_t hal_oled_display_ctl(uint32_t oled_index, uint32_t state) {
     }
     OledRecord record = new_record(Command::kDisplay, oled_index);
     record.pos1 = state;
-    return send(record);
+    return send(kModule, record);
 }
 
 int32_t hal_oled_test(uint32_t oled_index, uint8_t pos1, uint8_t pos2, const void* data,
@@ -122,7 +122,7 @@ int32_t hal_oled_test(uint32_t oled_index, uint8_t pos1, uint8_t pos2, const voi
         HAL_LOG(HAL_LOG_ERROR, "the cells to draw are null");
         return kFailed;
     }
-    const hal::DeviceCall call(kRequest);
+    const hal::DeviceCall call(kModule, kRequest);
     if (!call) {
         return kFailed;
     }

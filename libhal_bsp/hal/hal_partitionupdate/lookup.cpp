@@ -5,6 +5,7 @@
 #include "support/fd.h"
 #include "support/log.h"
 #include "support/text.h"
+#include "support/transfer.h"
 
 #include <array>
 #include <cstdio>
@@ -32,31 +33,13 @@ using namespace hal::partition;
 constexpr int32_t kFound = 1;
 constexpr int32_t kNotFound = 0;
 
-struct Record {
-    std::array<char, 20> name;
-    std::array<char, HAL_PARTITION_PATH_MAX> path;
-};
-
-constexpr std::array<Record, 10> kPartitions{{
-    {{"uboot"}, {"/dev/block/by-name/uboot"}},
-    {{"boot_a"}, {"/dev/block/by-name/boot_a"}},
-    {{"boot_b"}, {"/dev/block/by-name/boot_b"}},
-    {{"system_a"}, {"/dev/block/by-name/system_a"}},
-    {{"system_b"}, {"/dev/block/by-name/system_b"}},
-    {{"oem_a"}, {"/dev/block/by-name/oem_a"}},
-    {{"oem_b"}, {"/dev/block/by-name/oem_b"}},
-    {{"custom_a"}, {"/dev/block/by-name/custom_a"}},
-    {{"custom_b"}, {"/dev/block/by-name/custom_b"}},
-    {{"vbmeta_a"}, {"/dev/block/by-name/vbmeta_a"}},
-}};
-
-using CommandLine = std::array<char, 1024 + 1>;
+using KernelArguments = std::array<char, 1024 + 1>;
 
 // A text; empty where it cannot be read.
-CommandLine command_line() {
-    CommandLine text{};
+KernelArguments kernel_arguments() {
+    KernelArguments text{};
     const hal::Fd file = hal::open_fd("/proc/cmdline", O_RDONLY);
-    if (!file || read(file.get(), text.data(), text.size() - 1) < 0) {
+    if (!file || hal::read_some(file.get(), text.data(), text.size() - 1) < 0) {
         text.front() = '\0';
     }
     return text;
@@ -80,7 +63,7 @@ static_assert(std::tuple_size_v<FullName> == kNameMax + sizeof "_a");
 
 int32_t find_record(const char* full_name, char* path) {
     HAL_LOG(HAL_LOG_INFO, "getPartitionType===== tmp_name:%s\n", full_name);
-    for (const Record& record : kPartitions) {
+    for (const Partition& record : kPartitions) {
         if (std::strcmp(record.name.data(), full_name) == 0) {
             HAL_LOG(HAL_LOG_INFO, "getPartitionType is %s\n", record.path.data());
             std::strcpy(path, record.path.data()); // NOLINT: the record's size is the buffer's
@@ -101,7 +84,7 @@ uint64_t get_rootfs_partition_size(const char* path) {
 }
 
 int32_t getNowSlot(void) {
-    const CommandLine text = command_line();
+    const KernelArguments text = kernel_arguments();
     const char* const key = std::strstr(text.data(), "androidboot.slot_suffix");
     if (key == nullptr) {
         return HAL_SLOT_B;

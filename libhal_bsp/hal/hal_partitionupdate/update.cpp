@@ -3,6 +3,7 @@
 #include <hal_bsp/partition.h>
 
 #include "hal/hal_partitionupdate/partitions.h"
+#include "hal/md5sum.h"
 #include "support/command.h"
 #include "support/log.h"
 
@@ -104,11 +105,6 @@ bool too_long(const char* part) {
     return part != nullptr && !fits(part);
 }
 
-// An image without payload is not for the writer: to it no bytes stand for the whole file.
-bool write_payload(const char* img_path, const char* part, uint64_t offset, uint64_t size) {
-    return size > 0 && writeImageToCustomPart(img_path, part, offset, size) == 1;
-}
-
 } // namespace
 
 int32_t hal_partition_update(const char* img_path, const char* part, uint32_t img_offset,
@@ -123,13 +119,15 @@ int32_t hal_partition_update(const char* img_path, const char* part, uint32_t im
         return kFailed;
     }
     uint32_t header_len = 0;
-    const int32_t result = kaOemMd5(img_path, img_offset, img_len, &header_len);
+    hal::ImageFile image(img_path); // once: what is checked is what is written
+    const int32_t result = hal::check_oem_image(image, img_path, img_offset, img_len, &header_len);
     if (result < 0) {
         HAL_LOG(HAL_LOG_ERROR, "kaOemMd5 failed!\n");
         return kFailed;
     }
     HAL_LOG(HAL_LOG_INFO, "start update partiton %s\n", part);
-    if (!write_payload(img_path, part, uint64_t{img_offset} + header_len, img_len - header_len)) {
+    if (write_open_image(image.descriptor(), img_path, part, uint64_t{img_offset} + header_len,
+                         img_len - header_len) == 0) {
         HAL_LOG(HAL_LOG_ERROR, "writeImageToPartition failed.\n");
         return kFailed;
     }

@@ -100,8 +100,8 @@ HAL_API int32_t cdcm_6208_readbytedata(uint32_t dev, uint16_t reg, uint16_t* val
 HAL_API void cdcm6208_read_register(uint32_t dev, uint16_t* regs);
 
 /*
- * Resets the chip's logic: bit 6 of register 3 clear for 20 ms, then the register as it was. A
- * register 3 that cannot be read is not written either: its value would be lost.
+ * Resets the chip's logic: bit 6 of register 3 clear for 20 ms, then the register as it was. One
+ * that cannot be read counts 0, and is written all the same.
  */
 HAL_API void cdcm6208softreset(uint32_t dev);
 
@@ -183,7 +183,7 @@ HAL_API int32_t idt6965_set_out_mode(uint32_t dev, uint32_t port, uint32_t mode)
 /*
  * Switches an output, 1 to 4, on (`on` 1) or off (any other value); port 0 is the switch of all
  * together. The registers that it shares with other outputs keep what they hold for those; one
- * that cannot be read is left alone. Returns
+ * that cannot be read counts 0, and is written all the same. Returns
  *   1  done
  *   0  there is no such port
  */
@@ -194,8 +194,7 @@ HAL_API int32_t idt6965_port_ctrl(uint32_t dev, uint32_t port, uint32_t on);
  * the frequency by about VCO * 2^-24 / divider^2; down with 0; any other `dir` writes it back as
  * it is. It wraps within 12 bits of integer part. Returns
  *   1  the new divider reads back as written
- *   0  it does not, there is no such port, or the old one cannot be read (nothing is written
- *      then)
+ *   0  it does not, or there is no such port. An old divider that cannot be read counts 0
  */
 HAL_API int32_t idt6965_change_out_freq(uint32_t dev, uint32_t port, uint8_t dir);
 

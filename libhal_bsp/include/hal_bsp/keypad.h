@@ -79,9 +79,10 @@ HAL_API int32_t hal_keypad_init_v2(hal_keypad_callback_v2 callback);
 /*
  * Stops listening and closes the record's descriptor. It waits for nothing and may be called from
  * the callback: the thread ends by itself within its cycle, 220 ms at most, or once the callback
- * that is under way has returned, and keeps the driver's node open until then. From that thread
- * there may be the end of one callback after this call, and no beginning of another. A
- * hal_keypad_init_v2 that follows starts a thread of its own, however soon it comes. Harmless
+ * that is under way has returned, and keeps the driver's node open until then. One
+ * callback that was about to begin when this was called may still begin, or go on, and none after
+ * it: what the callback uses has to be there for those 220 ms, and the library is never unmapped.
+ * A hal_keypad_init_v2 that follows starts a thread of its own, however soon it comes. Harmless
  * while stopped. Not a cancellation point. One thread at a time, together with
  * hal_keypad_init_v2.
  */

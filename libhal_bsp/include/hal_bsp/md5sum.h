@@ -11,10 +11,9 @@
  *    8 + L   rest  payload: what the digest covers and what is written to a partition
  *
  * Nothing here keeps state: each call opens its own file and closes it again on every path.
- * Paths that are null count as files that cannot be opened. Files are read in order through
- * buffered input, with the buffers on the stack: a calling thread needs 80 KiB of it. The
- * functions are cancellation points while they read; a thread that is cancelled there leaves no
- * file open.
+ * Paths that are null count as files that cannot be opened. Files are read in order, in
+ * pieces of 512 bytes through buffered input, with the buffer on the heap. The functions are
+ * cancellation points while they read; a thread that is cancelled there leaves no file open.
  *
  * Digests are 16 bytes. Where one cannot be computed, because a file cannot be opened or does not
  * hold the range, the comparisons say that nothing matches.

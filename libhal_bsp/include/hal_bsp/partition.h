@@ -10,8 +10,8 @@
  * without it counts as slot B, one with another suffix than _a or _b as unknown (2); the slotted
  * partitions cannot be found then.
  *
- * Data goes in blocks of 16 KiB through one buffer on the stack, and to storage with one flush at
- * the end. The last block is filled up with zeros. An update needs 80 KiB of stack. Nothing here
+ * Data goes in blocks of 16 KiB through one buffer, on the heap, and to storage with one flush at
+ * the end, whose result is not looked at. The last block is filled up with zeros. Nothing here
  * checks whether an image fits: it is the write at the partition's end that fails. A failed copy
  * leaves its target partly written. Every failure is logged at ERROR.
  *
@@ -61,9 +61,9 @@ HAL_API int32_t getPartitionType(const char* name, char* path);
  * for `part`; a `size` of 0 stands for the size of the whole file, whatever the offset. The
  * second function also sleeps `delay_us` microseconds after every read and every write. One
  * thread at a time. Returns
- *   1  written and flushed
- *   0  there is no such partition, a file cannot be opened, the source ends too early, the target
- *      is full, or the flush failed (a target that knows no flush, such as a pipe, is none)
+ *   1  written
+ *   0  there is no such partition, a file cannot be opened, the source has no such offset or ends
+ *      too early, or the target is full
  */
 HAL_API int32_t writeImageToCustomPart(const char* img_path, const char* part, uint64_t offset,
                                        uint64_t size);
@@ -72,10 +72,13 @@ HAL_API int32_t writeImageToCustomPart_withdealy(const char* img_path, const cha
 
 /*
  * Checks the OEM image (md5sum.h) of `img_len` bytes at `img_offset` in a file, and writes its
- * payload to the partition. One thread at a time. Returns
+ * payload to the partition. The file is opened once: what was checked is what is written, whatever
+ * becomes of the path meanwhile. An image of which the header is all counts, as for the writer, for
+ * the whole file: what lies behind it is written until the file ends, which is a failure. One
+ * thread at a time. Returns
  *    1  written
  *   -1  `part` or `img_path` is null, the image does not check, or it cannot be written. The
- *       partition has not been opened where the image does not check or has no payload.
+ *       partition has not been opened where the image does not check.
  */
 HAL_API int32_t hal_partition_update(const char* img_path, const char* part, uint32_t img_offset,
                                      uint32_t img_len);

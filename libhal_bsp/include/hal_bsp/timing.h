@@ -16,9 +16,8 @@ extern "C" {
 #endif
 
 /*
- * Sleeps for `ms` milliseconds. The microseconds are counted in 32 bits: 4294968 ms and more
- * wrap to a shorter sleep. Returns the result of usleep(3): 0, or -1 when a signal ended it
- * early.
+ * Sleeps for `ms` milliseconds, whatever signals come meanwhile. The microseconds are counted in 32
+ * bits: 4294968 ms and more wrap to a shorter sleep. Returns the result of usleep(3), which is 0.
  */
 HAL_API int32_t systick_delayms(uint32_t ms);
 

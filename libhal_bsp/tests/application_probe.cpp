@@ -1,0 +1,48 @@
+// An application that has functions of its own by names of the library's, which the library must
+// not take for its own, and that is done with the library while the key listener still ends.
+#include <hal_bsp/keypad.h>
+#include <hal_bsp/partition.h>
+#include <hal_bsp/timing.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <dlfcn.h>
+#include <thread>
+
+int32_t is_dir_exist(const char* path) {
+    return std::printf("the application's is_dir_exist: %s\n", path);
+}
+
+int32_t getNowSlot() {
+    return std::printf("the application's getNowSlot\n");
+}
+
+namespace {
+
+void hear(keypad_event* /*event*/) {}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    void* const library = argc > 1 ? dlopen(argv[1], RTLD_LAZY) : nullptr;
+    if (library == nullptr) {
+        std::puts(dlerror());
+        return 1;
+    }
+    const auto exists = reinterpret_cast<int32_t (*)(const char*)>(dlsym(library, "dir_exist"));
+    const auto find_partition =
+        reinterpret_cast<int32_t (*)(const char*, char*)>(dlsym(library, "getPartitionType"));
+    const auto listen =
+        reinterpret_cast<int32_t (*)(hal_keypad_callback_v2)>(dlsym(library, "hal_keypad_init_v2"));
+    const auto stop = reinterpret_cast<void (*)()>(dlsym(library, "hal_keypad_deinit_v2"));
+    std::array<char, HAL_PARTITION_PATH_MAX> path{};
+    const int32_t found = find_partition("system", path.data());
+    std::printf("%d %d %s\n", exists("/"), found, path.data());
+    std::printf("%d\n", listen(hear));
+    stop();
+    dlclose(library);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    std::puts("still here");
+    return 0;
+}
