@@ -18,7 +18,11 @@
  *
  * Threads that call the library may be cancelled (pthread_cancel) as long as their cancellation
  * type is deferred, which is how every thread starts. A function whose comment says that it is
- * not a cancellation point is always completed.
+ * not a cancellation point is always completed. Signals, whose handlers may be installed without
+ * SA_RESTART, change no result. A stack of 16 KiB is enough for every function.
+ *
+ * A library that was loaded with dlopen stays mapped after dlclose: a listener that was stopped may
+ * need a moment to end.
  *
  * Records and objects hold plain fixed-width fields in the order shown. An exported state object
  * (hal_gpio_info and its like) is there to be looked at; the library alone writes it. Board data
