@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <vector>
@@ -24,7 +25,7 @@ inline double nanoseconds_of(const std::function<void()>& deed, int times) {
 inline double quantile(std::vector<double>& values, double share) {
     std::sort(values.begin(), values.end());
     const auto last = static_cast<double>(values.size() - 1);
-    return values[static_cast<std::size_t>(share * last + 0.5)];
+    return values[static_cast<std::size_t>(std::lround(share * last))];
 }
 
 // Times `ours` against `bare`, `pairs` times `times` calls of each, and prints the ratio.

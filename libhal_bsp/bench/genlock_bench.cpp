@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): the C library's
 extern "C" void* __libc_malloc(std::size_t size);
 
 namespace {
@@ -43,11 +44,13 @@ namespace {
 
 void measure(const char* name, const std::function<void()>& deed) {
     constexpr int kTimes = 1'000'000;
+    constexpr int kRounds = 9;
     std::vector<double> times;
+    times.reserve(kRounds);
     const std::size_t before = allocations;
     bench::nanoseconds_of(deed, kTimes / 10);
     const std::size_t asked = allocations - before;
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < kRounds; ++i) {
         times.push_back(bench::nanoseconds_of(deed, kTimes));
     }
     std::printf("%-32s median %6.1f ns   worst %6.1f ns   %zu allocations\n", name,

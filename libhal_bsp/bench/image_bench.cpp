@@ -29,6 +29,7 @@ constexpr int kPairs = 5;
 } // namespace
 
 // Stands before the C library's: the partition becomes a file of ours.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
@@ -81,7 +82,7 @@ void make_payload() {
 uint32_t make_image() {
     std::array<uint8_t, HAL_MD5_BYTES> digest{};
     need(checkdata(kPlain, digest.data(), 0, kPayload) == 1, "checkdata");
-    const std::string json = "{\"md5\":\"" + hex(digest) + "\"}";
+    const std::string json = R"({"md5":")" + hex(digest) + R"("})";
     std::ofstream file(kImage, std::ios::binary);
     file << HAL_OEM_MARKER << static_cast<char>(json.size()) << std::string(3, '\0') << json;
     file << std::ifstream(kPlain, std::ios::binary).rdbuf();

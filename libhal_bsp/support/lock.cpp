@@ -13,4 +13,21 @@ int init_condition(pthread_cond_t& condition) {
     return error;
 }
 
+timespec monotonic_after(std::chrono::milliseconds time) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+    now.tv_sec += whole.count();
+    now.tv_nsec += std::chrono::nanoseconds(time - whole).count();
+    if (now.tv_nsec >= std::nano::den) {
+        ++now.tv_sec;
+        now.tv_nsec -= std::nano::den;
+    }
+    return now;
+}
+
+int wait_for_signal(const Locked& lock, pthread_cond_t& condition, timespec end) {
+    return pthread_cond_timedwait(&condition, &lock.mutex(), &end);
+}
+
 } // namespace hal

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <ctime>
 #include <pthread.h>
 
 namespace hal {
@@ -24,23 +25,23 @@ class Locked {
 // does not touch them. 0, or the error number.
 int init_condition(pthread_cond_t& condition);
 
-// Waits until the condition is signalled and `is_true` holds, or the time-out has passed; whether
-// it holds then. A cancellation point; a thread that is cancelled in it holds the lock while it is
-// unwound. For conditions of init_condition.
+// A moment of the monotonic clock, so far from now.
+timespec monotonic_after(std::chrono::milliseconds time);
+
+// pthread_cond_timedwait(3) for a condition of init_condition.
+int wait_for_signal(const Locked& lock, pthread_cond_t& condition, timespec end);
+
+// Waits until `is_true` holds, looking at it whenever the condition is signalled, or the time-out
+// has passed; whether it holds then. A cancellation point; a thread that is cancelled in it holds
+// the lock while it is unwound. (AddressSanitizer does not notice that, and would still hold this
+// frame's surroundings for forbidden.)
 template <typename Predicate>
-bool wait_until_true(const Locked& lock, pthread_cond_t& condition,
-                     std::chrono::milliseconds timeout, Predicate is_true) {
-    timespec end{};
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    const auto whole = std::chrono::floor<std::chrono::seconds>(timeout);
-    end.tv_sec += whole.count();
-    end.tv_nsec += std::chrono::nanoseconds(timeout - whole).count();
-    if (end.tv_nsec >= std::nano::den) {
-        ++end.tv_sec;
-        end.tv_nsec -= std::nano::den;
-    }
+__attribute__((no_sanitize_address)) bool
+wait_until_true(const Locked& lock, pthread_cond_t& condition, std::chrono::milliseconds timeout,
+                Predicate is_true) {
+    const timespec end = monotonic_after(timeout);
     while (!is_true()) {
-        if (pthread_cond_timedwait(&condition, &lock.mutex(), &end) != 0) {
+        if (wait_for_signal(lock, condition, end) != 0) {
             return is_true();
         }
     }

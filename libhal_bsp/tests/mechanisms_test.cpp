@@ -36,6 +36,10 @@ using hal::Wait;
 using testing::ElementsAre;
 using Texts = std::vector<std::string>;
 
+// No temporaries in frames that a cancellation unwinds: see lock.h.
+constexpr std::chrono::microseconds kHour = 1h;
+constexpr std::chrono::milliseconds kHourInMs = 1h;
+
 // A file that goes with the test.
 class Scratch {
   public:
@@ -221,7 +225,7 @@ TEST(WorkerTest, OwnsItsWorkToTheEnd) {
     constexpr auto kForEver = [](Work&) {
         hal::name_thread("mechanism");
         for (;;) {
-            hal::rest(1h);
+            hal::rest(kHour);
         }
     };
     std::atomic<int> deleted = 0;
@@ -244,7 +248,8 @@ TEST(ConditionTest, EndsByTheSignalByTheTimeAndByCancellation) {
     }
     const auto waiting = [](void*) -> void* {
         const hal::Locked lock(mutex);
-        return hal::wait_until_true(lock, condition, 1h, [] { return done; }) ? &done : nullptr;
+        return hal::wait_until_true(lock, condition, kHourInMs, [] { return done; }) ? &done
+                                                                                     : nullptr;
     };
     pthread_t thread{};
     ASSERT_EQ(hal::start_thread(thread, waiting, nullptr), 0);
