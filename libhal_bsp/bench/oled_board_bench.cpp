@@ -25,7 +25,8 @@ void bare_request() {
 void bare_glyph(std::uint16_t gbk) {
     std::array<std::uint8_t, 32> glyph{};
     const int fd = open("/usr/share/fonts/HZK16", O_RDONLY | O_CLOEXEC);
-    lseek(fd, (((gbk >> 8) - 0xA1) * 94 + (gbk & 0xFF) - 0xA1) * 32, SEEK_SET);
+    const off_t glyph_number = ((gbk >> 8) - 0xA1) * 94 + (gbk & 0xFF) - 0xA1;
+    lseek(fd, glyph_number * 32, SEEK_SET);
     if (read(fd, glyph.data(), glyph.size()) != static_cast<ssize_t>(glyph.size())) {
         std::printf("the font file cannot be read\n");
     }

@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
     if (argc != 2) {
         return 64;
     }
-    const iconv_t conversion = iconv_open("CP936", "UCS-2LE");
+    iconv_t conversion = iconv_open("CP936", "UCS-2LE");
     if (conversion == reinterpret_cast<iconv_t>(-1)) {
         std::fputs("the C library has no conversion to CP936 (its gconv modules)\n", stderr);
         return 1;

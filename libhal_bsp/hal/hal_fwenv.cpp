@@ -35,7 +35,8 @@ int32_t hal_fw_printenv(const char* name, char* value) {
     if (result == nullptr) {
         return hal::kToolFailed;
     }
-    std::memcpy(value, result + 1, std::strlen(result)); // its end included
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the text and its end, without the '='
+    std::memcpy(value, result + 1, std::strlen(result));
     return hal::kToolDone;
 }
 

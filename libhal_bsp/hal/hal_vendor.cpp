@@ -16,7 +16,7 @@ constexpr int32_t kDone = 0;
 constexpr int32_t kFailed = -35;
 
 // The driver's record.
-struct vendor_req {
+struct vendor_req { // NOLINT(readability-identifier-naming): the driver's name
     std::array<char, 4> tag;
     uint16_t id;
     uint16_t len;

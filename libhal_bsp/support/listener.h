@@ -33,15 +33,15 @@ struct Pace {
 
 // What sets one listening module apart from another.
 struct ListenerPlan {
-    const char* node;
-    ThreadBody body;
-    const char* starting;                      // INFO
-    const char* already_started;               // ERROR
-    const char* open_error;                    // ERROR
-    const char* thread_error;                  // ERROR, a format that takes the error number
-    const char* started;                       // INFO; null: nothing is logged
-    const char* running;                       // INFO, by the thread
-    const char* stopping;                      // INFO
+    const char* node = nullptr;
+    ThreadBody body = nullptr;
+    const char* starting = nullptr;            // INFO
+    const char* already_started = nullptr;     // ERROR
+    const char* open_error = nullptr;          // ERROR
+    const char* thread_error = nullptr;        // ERROR, a format that takes the error number
+    const char* started = nullptr;             // INFO; null: nothing is logged
+    const char* running = nullptr;             // INFO, by the thread
+    const char* stopping = nullptr;            // INFO
     const char* wait_error = "select error\n"; // ERROR, by the thread
     ListenerResults results{};
     Pace pace{};

@@ -70,7 +70,7 @@ std::optional<Source> source_of(hal::Fd file, const char* path) {
 
 // Where the bytes come from: a path, or a file that is open already.
 struct Image {
-    const char* path;
+    const char* path = nullptr;
     int open = -1;
 
     [[nodiscard]] hal::Fd descriptor() const {
