@@ -230,7 +230,7 @@ int32_t checkdata(const char* path, uint8_t* digest, uint64_t offset, uint64_t s
 }
 
 int32_t get_md5_from_json(const char* json, uint8_t* digest) {
-    constexpr const char* kKey = "\"md5\":\"";
+    constexpr const char* kKey = R"("md5":")";
     const char* const key = json != nullptr ? std::strstr(json, kKey) : nullptr;
     if (key == nullptr || digest == nullptr) {
         return kNoMatch;

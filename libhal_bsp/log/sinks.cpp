@@ -35,6 +35,7 @@ void write_line(log_event& ev, const char* time_format, std::span<char> stamp) {
     const StreamLock lock(stream);
     std::fprintf(stream, "%s %-5s %s:%d: ", stamp.data(), log_level_string(ev.level), ev.file,
                  ev.line);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): log_log has started it
     std::vfprintf(stream, ev.fmt, ev.ap);
     std::fputc('\n', stream);
     std::fflush(stream);
@@ -60,6 +61,7 @@ void format_for_system_log(log_event& ev, std::span<char> text) {
     const int prefix = std::snprintf(text.data(), text.size(),
                                      "%-5s %s:%d: ", log_level_string(ev.level), file, ev.line);
     const auto rest = text.subspan(written(prefix, text.size()));
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): log_log has started it
     if (std::vsnprintf(rest.data(), rest.size(), fmt, ev.ap) < 0) {
         std::snprintf(rest.data(), rest.size(), "%s", fmt);
     }

@@ -10,9 +10,9 @@ namespace hal {
 
 // An attribute, and how a module speaks of it.
 struct Attribute {
-    const char* path;
-    const char* missing;    // ERROR, where there is no such file
-    const char* unopenable; // for each attempt that fails
+    const char* path = nullptr;
+    const char* missing = nullptr;    // ERROR, where there is no such file
+    const char* unopenable = nullptr; // for each attempt that fails
     int unopenable_level = HAL_LOG_ERROR;
 };
 

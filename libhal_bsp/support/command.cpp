@@ -55,7 +55,7 @@ bool CommandOutput::read_line(std::span<char> text) {
 }
 
 void CommandOutput::drain() {
-    std::array<char, 256> unwanted;
+    std::array<char, 256> unwanted{};
     while (read_stream(stream_, unwanted) == unwanted.size()) {
     }
 }
