@@ -14,7 +14,8 @@ Board::Board(BoardClock clock)
       started_(clock_.now_ns()),
       trace_([this] { return now(); }),
       transfers_(*this),
-      power_(*this) {}
+      power_(*this),
+      uevents_(trace_) {}
 
 Board::~Board() = default;
 

@@ -14,6 +14,7 @@
 #include "core/trace.h"
 #include "core/transfers.h"
 #include "core/tree.h"
+#include "core/uevents.h"
 #include "core/unique_fd.h"
 #include "core/verbs.h"
 
@@ -64,6 +65,7 @@ class Board {
     Transfers& transfers() { return transfers_; }
     Verbs& verbs() { return verbs_; }
     Power& power() { return power_; }
+    Uevents& uevents() { return uevents_; }
 
     // A file that is there again at the next start of the board, by a name such as
     // "partition.misc"; empty at first. std::system_error where it cannot be had.
@@ -125,6 +127,7 @@ class Board {
     Transfers transfers_;
     Verbs verbs_;
     Power power_;
+    Uevents uevents_;
     std::map<std::string, std::unique_ptr<LineBank>> banks_;
     std::map<unsigned, std::unique_ptr<I2cBus>> i2c_buses_;
     std::map<std::string, std::shared_ptr<Entry>> vanished_;

@@ -104,6 +104,33 @@ void add_node_verbs(Board& board) {
                }});
 }
 
+void add_uevent_verbs(Board& board) {
+    Verbs& verbs = board.verbs();
+    verbs.add({"uevent.send",
+               {Argument::text("action"), Argument::text("devpath"),
+                Argument::object("values").or_else(Json::object())},
+               "tell of an object as the kernel does: add, remove, change...; VALUES are more KEYs",
+               [&board](const Json& arguments) -> Json {
+                   Uevents::Values values;
+                   for (const auto& [key, value] : arguments["values"].items()) {
+                       if (!value.is_string()) {
+                           throw UsageError(fmt::format("VALUES: {} is no text", value.dump()));
+                       }
+                       values[key] = value.get<std::string>();
+                   }
+                   board.uevents().send(arguments["action"].get<std::string>(),
+                                        arguments["devpath"].get<std::string>(), values);
+                   return {};
+               }});
+    verbs.add({"uevent.raw",
+               {Argument::text("lines")},
+               "send any uevent: its header, ACTION@DEVPATH, then KEY=VALUEs, a line each",
+               [&board](const Json& arguments) -> Json {
+                   board.uevents().send_lines(arguments["lines"].get<std::string>());
+                   return {};
+               }});
+}
+
 Argument kind_argument() {
     return Argument::text("kind").or_none("every kind");
 }
@@ -154,6 +181,7 @@ void add_board_verbs(Board& board) {
     add_fault_verbs(board);
     add_node_verbs(board);
     add_trace_verbs(board);
+    add_uevent_verbs(board);
     board.power().add_verbs();
 }
 
