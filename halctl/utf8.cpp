@@ -11,7 +11,7 @@ std::optional<std::vector<std::uint32_t>> code_points(const std::string& text) {
     if (text.empty()) { // nothing to convert, and no room for it, which iconv does not take
         return std::vector<std::uint32_t>{};
     }
-    const iconv_t conversion = iconv_open("UCS-4LE", "UTF-8");
+    iconv_t conversion = iconv_open("UCS-4LE", "UTF-8");
     if (conversion == reinterpret_cast<iconv_t>(-1)) {
         return std::nullopt;
     }
