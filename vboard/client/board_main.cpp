@@ -43,10 +43,10 @@ class HangWatch : public testing::EmptyTestEventListener {
             sigfillset(&signals);
             pthread_sigmask(SIG_BLOCK, &signals, nullptr);
             while (true) {
-                const time_t start = test_start_;
+                const time_t start = test_start;
                 const timespec end{start + kHangsAfter, 0};
                 syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr);
-                if (test_start_ == start) {
+                if (test_start == start) {
                     show_stacks();
                     return;
                 }
@@ -55,7 +55,7 @@ class HangWatch : public testing::EmptyTestEventListener {
     }
 
   private:
-    void OnTestStart(const testing::TestInfo&) override { test_start_ = now(); }
+    void OnTestStart(const testing::TestInfo&) override { test_start = now(); }
 
     static time_t now() {
         timespec time{};
@@ -63,7 +63,7 @@ class HangWatch : public testing::EmptyTestEventListener {
         return time.tv_sec;
     }
 
-    static inline std::atomic<time_t> test_start_{now()};
+    static inline std::atomic<time_t> test_start{now()};
 };
 
 class HowToRunAlone : public testing::EmptyTestEventListener {

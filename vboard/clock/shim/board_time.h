@@ -72,6 +72,7 @@ std::int64_t real_instant_ns(const ClockRate& rate, BoardTime time, std::int64_t
 class RealTimeout {
   public:
     explicit RealTimeout(const timespec* board);
+    ~RealTimeout() = default;
     RealTimeout(const RealTimeout&) = delete;
     RealTimeout& operator=(const RealTimeout&) = delete;
 
@@ -91,6 +92,7 @@ class RealTimeout {
 class RealDeadline {
   public:
     RealDeadline(const timespec* board, clockid_t clock, clockid_t target);
+    ~RealDeadline() = default;
     RealDeadline(const RealDeadline&) = delete;
     RealDeadline& operator=(const RealDeadline&) = delete;
 
