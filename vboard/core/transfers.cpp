@@ -112,6 +112,9 @@ void Transfers::interrupt(std::uint64_t id) {
     if (transfer->open()) {
         transfer->open()->waiting.remove(transfer);
     }
+    for (auto& [tag, kept] : held_) {
+        std::erase(kept, transfer);
+    }
     finish(transfer, Outcome::failed(EINTR));
 }
 

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 namespace vb::transfers_test {
@@ -53,6 +54,17 @@ TEST_F(TransfersTest, AreHeldUntilTheyAreReleased) {
     expect_event({{"kind", "fault"}, {"action", "hold=gate"}});
     EXPECT_EQ(board().ask("fault.held", {{"tag", "gate"}}), 1);
     EXPECT_EQ(board().ask("fault.release", {{"tag", "gate"}}), 1);
+}
+
+TEST_F(TransfersTest, AreHeldNoLongerOnceTheirCallerWasInterrupted) {
+    const UniqueFd fd = configured();
+    std::signal(SIGUSR1, [](int) {});
+    add_fault("/dev/drvgpio:ioctl:hold=gate:once");
+    std::jthread caller([&] { EXPECT_EQ(get(fd), -EINTR); });
+    expect_event({{"kind", "fault"}, {"action", "hold=gate"}});
+    pthread_kill(caller.native_handle(), SIGUSR1);
+    caller.join();
+    EXPECT_EQ(board().ask("fault.release", {{"tag", "gate"}}), 0);
 }
 
 TEST_F(TransfersTest, LoseExactlyOneBitOrTheEndOfARead) {
