@@ -97,39 +97,73 @@ void readlink(fuse_req_t request, fuse_ino_t inode) {
     }
 }
 
-void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset,
-             fuse_file_info*) {
-    FuseServer& server = server_of(request);
-    std::vector<char> listing(size);
-    std::size_t used = 0;
-    off_t position = 0;
-    const auto add = [&](const char* name, mode_t mode, fuse_ino_t number) {
+// What a directory had in it when its listing began. A listing takes several calls, between which
+// entries come and go; a place in it has to mean the same entry all the time.
+struct Listing {
+    struct Name {
+        std::string name;
         struct stat attributes {};
-        attributes.st_ino = number;
-        attributes.st_mode = mode;
-        if (position++ < offset) {
-            return;
-        }
-        const std::size_t needed = fuse_add_direntry(request, listing.data() + used, size - used,
-                                                     name, &attributes, position);
-        if (needed <= size - used) {
-            used += needed;
-        } else {
-            size = used; // full: nothing shorter may slip in behind
-        }
     };
-    server.board().act([&] {
-        const auto directory = std::dynamic_pointer_cast<Directory>(server.entry(inode));
-        if (!directory) {
-            return;
-        }
-        add(".", S_IFDIR, inode);
-        add("..", S_IFDIR, inode);
-        directory->for_each([&](const std::string& name, const std::shared_ptr<Entry>& entry) {
-            add(name.c_str(), entry->mode(), entry->inode());
-        });
+    std::vector<Name> names;
+
+    void add(const std::string& name, mode_t mode, fuse_ino_t inode) {
+        Name& added = names.emplace_back();
+        added.name = name;
+        added.attributes.st_ino = inode;
+        added.attributes.st_mode = mode;
+    }
+};
+
+Listing& listing_of(const fuse_file_info* info) {
+    return *reinterpret_cast<Listing*>(static_cast<std::uintptr_t>(info->fh)); // NOLINT
+}
+
+Listing listing_now(const Directory& directory, fuse_ino_t inode) {
+    Listing listing;
+    listing.add(".", S_IFDIR, inode);
+    listing.add("..", S_IFDIR, inode);
+    directory.for_each([&](const std::string& name, const std::shared_ptr<Entry>& entry) {
+        listing.add(name, entry->mode(), entry->inode());
     });
-    fuse_reply_buf(request, listing.data(), used);
+    return listing;
+}
+
+void opendir(fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
+    auto listing = std::make_unique<Listing>();
+    info->fh = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(listing.get()));
+    if (fuse_reply_open(request, info) != -ENOENT) {
+        static_cast<void>(listing.release()); // else the caller is gone and will never close it
+    }
+}
+
+void releasedir(fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
+    const std::unique_ptr<Listing> listing(&listing_of(info));
+    fuse_reply_err(request, 0);
+}
+
+void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset,
+             fuse_file_info* info) {
+    FuseServer& server = server_of(request);
+    std::vector<char> reply(size);
+    std::size_t used = 0;
+    server.board().act([&] {
+        Listing& listing = listing_of(info);
+        const auto directory = std::dynamic_pointer_cast<Directory>(server.entry(inode));
+        if (offset == 0 && directory) {
+            listing = listing_now(*directory, inode);
+        }
+        for (auto at = static_cast<std::size_t>(offset); at < listing.names.size(); ++at) {
+            const auto& [name, attributes] = listing.names[at];
+            const std::size_t needed =
+                fuse_add_direntry(request, reply.data() + used, size - used, name.c_str(),
+                                  &attributes, static_cast<off_t>(at + 1));
+            if (needed > size - used) {
+                break;
+            }
+            used += needed;
+        }
+    });
+    fuse_reply_buf(request, reply.data(), used);
 }
 
 // Devices come and go with the board, not by mkdir or rm.
@@ -323,7 +357,9 @@ fuse_lowlevel_ops fuse_operations() {
     operations.getattr = getattr;
     operations.setattr = setattr;
     operations.readlink = readlink;
+    operations.opendir = opendir;
     operations.readdir = readdir;
+    operations.releasedir = releasedir;
     operations.mknod = refuse_new;
     operations.mkdir = refuse_directory;
     operations.unlink = refuse_removal;

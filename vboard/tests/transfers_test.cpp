@@ -3,9 +3,13 @@
 #include "client/board_fixture.h"
 #include "tests/plain_calls.h"
 
+#include <dirent.h>
+#include <sys/syscall.h>
+
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <set>
 #include <thread>
 
 namespace vb::transfers_test {
@@ -99,6 +103,37 @@ TEST_F(TransfersTest, FindTheirNodeGoneAndBackAgain) {
     add_fault("/dev/drvgpio:ioctl:vanish:once");
     EXPECT_EQ(get(again), -ENODEV) << "vanished between open and request";
     EXPECT_THROW(vanish(kNode), ClientError);
+}
+
+// The names still to come in an open directory, or the next few of them.
+std::multiset<std::string> names_in(const UniqueFd& directory, bool all = true) {
+    std::multiset<std::string> names;
+    alignas(dirent64) char buffer[200];
+    long size = 0;
+    do {
+        size = syscall(SYS_getdents64, directory.get(), buffer, sizeof buffer);
+        for (long at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const dirent64*>(buffer + at);
+            names.emplace(static_cast<const char*>(entry->d_name));
+            at += entry->d_reclen;
+        }
+    } while (all && size > 0);
+    return names;
+}
+
+TEST_F(TransfersTest, ListADirectoryAsItWasAtItsBeginning) {
+    vanish(kNode);
+    const UniqueFd directory = plain::open("/dev", O_RDONLY | O_DIRECTORY);
+    std::multiset<std::string> names = names_in(directory, false);
+    ASSERT_LT(*names.rbegin(), "led") << "the rest is still to come";
+    appear(kNode); // before what has been listed
+    vanish("/dev/led");
+    names.merge(names_in(directory));
+    EXPECT_EQ(names.size(), std::set(names.begin(), names.end()).size());
+    EXPECT_EQ(names.count("drvgpio"), 0U);
+    EXPECT_EQ(names.count("led"), 1U);
+    lseek(directory.get(), 0, SEEK_SET);
+    EXPECT_EQ(names_in(directory).count("drvgpio"), 1U);
 }
 
 } // namespace
