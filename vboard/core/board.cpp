@@ -44,35 +44,7 @@ Board::Deeds Board::act_locked(const std::function<void()>& deed) {
     }
     deed();
     transfers_.settle();
-    if (watching_ > 0) {
-        acted_.notify_all();
-    }
     return std::exchange(later_, {});
-}
-
-std::optional<Json> Board::act_until(const std::function<std::optional<Json>()>& deed,
-                                     std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    std::optional<Json> result;
-    std::unique_lock lock(mutex_);
-    ++watching_;
-    bool timed_out = false;
-    while (true) {
-        const Deeds later = act_locked([&] { result = deed(); });
-        if (!later.empty()) {
-            lock.unlock();
-            for (const auto& each : later) {
-                each();
-            }
-            lock.lock();
-        }
-        if (result || timed_out) {
-            break;
-        }
-        timed_out = acted_.wait_until(lock, deadline) == std::cv_status::timeout;
-    }
-    --watching_;
-    return result;
 }
 
 void Board::start() {

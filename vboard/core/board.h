@@ -45,9 +45,6 @@ class Board {
 
     // Does something under the board's lock, then what follows from it.
     void act(const std::function<void()>& deed);
-    // The same again after every later change, until it returns something or real time runs out.
-    std::optional<Json> act_until(const std::function<std::optional<Json>()>& deed,
-                                  std::chrono::milliseconds limit);
     // Called at the start of every act(): for what must be seen before the deed.
     void before_each_act(std::function<void()> hook) { before_ = std::move(hook); }
     // Where what outlives a start of the board is kept: gives the file of a name. If not said,
@@ -112,8 +109,6 @@ class Board {
     BoardClock clock_;
     std::int64_t started_;
     std::mutex mutex_;
-    std::condition_variable acted_;
-    unsigned watching_ = 0; // threads in act_until()
     std::condition_variable_any timers_changed_;
     std::uint64_t timers_seen_ = 0; // moves on with every timer set and every change of speed
     std::function<void()> before_;

@@ -1,10 +1,13 @@
 #include "core/control.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
-#include <condition_variable>
-#include <deque>
-#include <mutex>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <system_error>
 #include <thread>
 
 namespace vb {
@@ -41,6 +44,85 @@ const std::vector<Argument>& wait_arguments() {
     return rows;
 }
 
+using WaitDeadline = std::optional<std::chrono::steady_clock::time_point>;
+
+// How long poll() is to wait; not a moment too short.
+int milliseconds_to(const WaitDeadline& deadline) {
+    if (!deadline) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
+}
+
+// A client's place in the trace. Its thread sleeps until an event comes that the client asked for,
+// or the client goes; nothing else that happens on the board wakes it, and what it has not fetched
+// yet stands in the trace and nowhere else.
+class TraceReader {
+  public:
+    // Reads from the event after number `since` on, or what comes from now on.
+    TraceReader(Board& board, Json match, std::optional<std::uint64_t> since)
+        : board_(board), match_(std::move(match)), stirred_(eventfd(0, EFD_CLOEXEC)) {
+        if (!stirred_) {
+            throw std::system_error(errno, std::generic_category(), "eventfd");
+        }
+        board_.act([&] {
+            place_ = since.value_or(board_.trace().last());
+            listener_ = board_.trace().listen([this](const Json& event) { stir(event); });
+        });
+    }
+    ~TraceReader() {
+        board_.act([&] { board_.trace().unlisten(listener_); });
+    }
+    TraceReader(const TraceReader&) = delete;
+    TraceReader& operator=(const TraceReader&) = delete;
+
+    // Waits for the next events, so many at most; none when the client is gone or time is up.
+    std::vector<Json> next(const LineStream& client, std::size_t most,
+                           const WaitDeadline& deadline) {
+        std::vector<Json> events;
+        do {
+            board_.act([&] {
+                will_look_ = false;
+                events = board_.trace().take(place_, match_, most);
+            });
+        } while (events.empty() && sleep(client, deadline));
+        return events;
+    }
+
+  private:
+    void stir(const Json& event) {
+        if (!will_look_ && matches(event, match_)) {
+            will_look_ = true;
+            eventfd_write(stirred_.get(), 1);
+        }
+    }
+
+    bool sleep(const LineStream& client, const WaitDeadline& deadline) {
+        // Asked for nothing, poll() still tells that the other end is gone, and not before it has
+        // given up to listen as well.
+        pollfd watched[] = {{client.descriptor(), 0, 0}, {stirred_.get(), POLLIN, 0}};
+        int ready = 0;
+        do {
+            ready = poll(watched, std::size(watched), milliseconds_to(deadline));
+        } while (ready < 0 && errno == EINTR);
+        if (ready <= 0 || watched[0].revents != 0) {
+            return false;
+        }
+        eventfd_t ignored = 0;
+        return eventfd_read(stirred_.get(), &ignored) == 0;
+    }
+
+    Board& board_;
+    Json match_;
+    UniqueFd stirred_;
+    // Under the board's lock:
+    std::uint64_t place_ = 0;
+    bool will_look_ = false;
+    int listener_ = 0;
+};
+
 } // namespace
 
 void ControlServer::serve(UniqueFd listener) {
@@ -76,9 +158,13 @@ void ControlServer::converse(LineStream stream) {
             stream.send(text_of(failure("usage", "a question is an object with a \"verb\"")));
             continue;
         }
-        const Json reply = answer(question);
+        const Json reply = answer(stream, question);
         if (reply["ok"] == true && board_.verbs().follows(question["verb"].get<std::string>())) {
-            follow(stream, reply["result"]);
+            try {
+                follow(stream, reply["result"]);
+            } catch (const std::exception& error) {
+                stream.send(text_of(failure(error)));
+            }
             return;
         }
         if (!stream.send(text_of(reply))) {
@@ -87,14 +173,14 @@ void ControlServer::converse(LineStream stream) {
     }
 }
 
-Json ControlServer::answer(const Json& question) {
+Json ControlServer::answer(const LineStream& stream, const Json& question) {
     try {
         const std::string verb = question["verb"].get<std::string>();
         if (verb == "verbs") {
             return {{"ok", true}, {"result", board_.verbs().describe()}};
         }
         if (verb == "trace.wait") {
-            return wait(question);
+            return wait(stream, question);
         }
         return act(question);
     } catch (const std::exception& error) {
@@ -116,47 +202,27 @@ Json ControlServer::act(const Json& question) {
     return refused ? *refused : Json{{"ok", true}, {"result", result}};
 }
 
-Json ControlServer::wait(const Json& question) {
+Json ControlServer::wait(const LineStream& stream, const Json& question) {
     const Json arguments = checked(wait_arguments(), question);
-    const auto since = arguments["since"].get<std::uint64_t>();
-    const Json& match = arguments["match"];
     const std::chrono::milliseconds limit(arguments["timeout_ms"].get<std::int64_t>());
-    const auto event = board_.act_until(
-        [&]() -> std::optional<Json> {
-            const std::vector<Json> found = board_.trace().after(since, match);
-            return found.empty() ? std::nullopt : std::optional(found.front());
-        },
-        limit);
-    return event ? Json{{"ok", true}, {"result", *event}} : failure("refused", "no such event");
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    TraceReader reader(board_, arguments["match"], arguments["since"].get<std::uint64_t>());
+    const std::vector<Json> found = reader.next(stream, 1, deadline);
+    return found.empty() ? failure("refused", "no such event")
+                         : Json{{"ok", true}, {"result", found.front()}};
 }
 
 void ControlServer::follow(LineStream& stream, const Json& match) {
-    std::mutex mutex;
-    std::condition_variable arrived;
-    std::deque<std::string> lines;
-    int listener = 0;
-    board_.act([&] {
-        listener = board_.trace().listen([&](const Json& event) {
-            if (matches(event, match)) {
-                const std::lock_guard lock(mutex);
-                lines.push_back(text_of(event));
-                arrived.notify_one();
-            }
-        });
-    });
+    constexpr std::size_t kAtOnce = 100;
+    TraceReader reader(board_, match, std::nullopt);
     // The first line says that from here on nothing is missed.
     bool connected = stream.send(text_of({{"ok", true}, {"result", "following"}}));
     while (connected) {
-        std::string line;
-        {
-            std::unique_lock lock(mutex);
-            arrived.wait(lock, [&] { return !lines.empty(); });
-            line = std::move(lines.front());
-            lines.pop_front();
-        }
-        connected = stream.send(std::move(line));
+        const std::vector<Json> events = reader.next(stream, kAtOnce, std::nullopt);
+        connected =
+            !events.empty() && std::all_of(events.begin(), events.end(),
+                                           [&](const Json& e) { return stream.send(text_of(e)); });
     }
-    board_.act([&] { board_.trace().unlisten(listener); });
 }
 
 } // namespace vb

@@ -6,7 +6,8 @@
 // are
 //   verbs                                    all verbs with their arguments and help
 //   trace.wait   since, match, timeout_ms    the first event after number `since` that matches
-// A verb that follows answers "following" and then sends every matching event as a line.
+// A verb that follows answers "following" and then sends every matching event as a line. Whatever
+// a client waits for ends when it goes.
 
 #include "core/board.h"
 #include "core/local_socket.h"
@@ -23,9 +24,9 @@ class ControlServer {
   private:
     void accept_all(const UniqueFd& listener);
     void converse(LineStream stream);
-    Json answer(const Json& question);
+    Json answer(const LineStream& stream, const Json& question);
     Json act(const Json& question);
-    Json wait(const Json& question);
+    Json wait(const LineStream& stream, const Json& question);
     void follow(LineStream& stream, const Json& match);
 
     Board& board_;

@@ -5,10 +5,14 @@
 namespace vb {
 
 bool matches(const Json& event, const Json& pattern) {
-    return std::all_of(pattern.items().begin(), pattern.items().end(), [&](const auto& wanted) {
+    // Not by items(), which makes a text of every key: this is asked at each event of the board.
+    for (auto wanted = pattern.begin(); wanted != pattern.end(); ++wanted) {
         const auto found = event.find(wanted.key());
-        return found != event.end() && *found == wanted.value();
-    });
+        if (found == event.end() || *found != *wanted) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Trace::write_to(const std::string& path, bool append) {
@@ -34,14 +38,18 @@ void Trace::add(const char* kind, const Json& details) {
     }
 }
 
-std::vector<Json> Trace::after(std::uint64_t since, const Json& pattern) const {
-    std::vector<Json> found;
-    for (const Json& event : events_) {
-        if (event["n"].get<std::uint64_t>() > since && matches(event, pattern)) {
-            found.push_back(event);
+std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::size_t most) const {
+    std::vector<Json> taken;
+    const std::uint64_t forgotten = last_ - events_.size();
+    place = std::max(place, forgotten);
+    while (place < last_ && taken.size() < most) {
+        const Json& event = events_[place - forgotten];
+        ++place;
+        if (matches(event, pattern)) {
+            taken.push_back(event);
         }
     }
-    return found;
+    return taken;
 }
 
 int Trace::listen(Listener listener) {

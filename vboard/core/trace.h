@@ -35,7 +35,12 @@ class Trace {
     // The number of the newest event; 0 before the first.
     std::uint64_t last() const { return last_; }
     // The events after number `since` that match. The oldest are forgotten in a long run.
-    std::vector<Json> after(std::uint64_t since, const Json& pattern) const;
+    std::vector<Json> after(std::uint64_t since, const Json& pattern) const {
+        return take(since, pattern, kRemembered);
+    }
+    // The same, but so many at most; `place` moves on to where to go on, so that who comes back
+    // with it has looked at each event once.
+    std::vector<Json> take(std::uint64_t& place, const Json& pattern, std::size_t most) const;
 
     int listen(Listener listener);
     void unlisten(int id) { listeners_.erase(id); }
@@ -49,7 +54,7 @@ class Trace {
 
     std::function<std::int64_t()> now_;
     std::unique_ptr<std::FILE, Closer> file_;
-    std::deque<Json> events_;
+    std::deque<Json> events_; // the last one is number last_
     std::uint64_t last_ = 0;
     std::map<int, Listener> listeners_;
     int next_listener_ = 1;

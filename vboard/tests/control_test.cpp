@@ -2,6 +2,8 @@
 
 #include "client/board_fixture.h"
 
+#include <chrono>
+#include <filesystem>
 #include <thread>
 
 namespace vb::control_test {
@@ -29,6 +31,30 @@ TEST_F(ControlTest, LetsOneFollowFromTheMomentItSaysSo) {
             });
         });
     EXPECT_EQ(levels, (std::vector{1, 0, 1}));
+}
+
+TEST_F(ControlTest, SpendsNothingOnClientsThatWentAway) {
+    const auto server_threads = [] { // the device server is the board's first process
+        return std::distance(std::filesystem::directory_iterator("/proc/1/task"), {});
+    };
+    const auto comes_true = [](const auto& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        return condition();
+    };
+    const auto before = server_threads();
+    std::vector<LineStream> clients;
+    for (int i = 0; i < 50; ++i) {
+        clients.emplace_back(connect_to(kInnerControlName))
+            .send(R"({"verb": "trace.follow", "kind": "never"})");
+        clients.emplace_back(connect_to(kInnerControlName))
+            .send(R"({"verb": "trace.wait", "match": {"kind": "never"}, "timeout_ms": 99999})");
+    }
+    EXPECT_TRUE(comes_true([&] { return server_threads() >= before + 100; }));
+    clients.clear();
+    EXPECT_TRUE(comes_true([&] { return server_threads() <= before + 9; })) << "or for its nodes";
 }
 
 TEST_F(ControlTest, RefusesWhatItDoesNotUnderstandAndGoesOn) {

@@ -1,11 +1,20 @@
 // What stands in the trace, and how strange input stands there.
 
+#include "client/client.h"
+#include "core/board_verbs.h"
 #include "core/bytes.h"
+#include "core/control.h"
 #include "core/requests.h"
 #include "core/syslog_socket.h"
 #include "core/trace.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <thread>
 
 namespace vb::trace_test {
 namespace {
@@ -22,6 +31,41 @@ TEST(Trace, NumbersStampsAndFindsEvents) {
     EXPECT_EQ(close.dump(), R"({"n":2,"t":1.5,"kind":"close","node":"/dev/led"})");
     EXPECT_TRUE(trace.after(0, {{"kind", "close"}, {"node", "/dev/oled"}}).empty());
     EXPECT_TRUE(trace.after(0, {{"line", 3}}).empty());
+}
+
+TEST(Trace, IsNotLookedThroughAgainForAClientThatWaits) {
+    const std::string name = "vboard-test/" + std::to_string(getpid());
+    const auto clock =
+        std::filesystem::temp_directory_path() / ("trace-" + std::to_string(getpid()));
+    auto& board = *new Board(BoardClock::create(clock)); // NOLINT: as on a board, for good
+    std::filesystem::remove(clock);
+    add_board_verbs(board);
+    (new ControlServer(board))->serve(listen_at(name)); // NOLINT: likewise
+    setenv("VBOARD_CONTROL", name.c_str(), 1);
+    for (int i = 0; i < 50'000; ++i) {
+        board.trace().add("note", {{"text", "x"}});
+    }
+
+    const auto cost = [](const auto& deed) { // on a busy machine too
+        const std::clock_t before = std::clock();
+        deed();
+        return std::clock() - before;
+    };
+    Client client = Client::of_this_board();
+    const auto pass = [&] {
+        for (int i = 0; i < 400; ++i) {
+            client.ask("trace.note", {{"text", "passing"}});
+        }
+    };
+    const Json awaited = {{"kind", "note"}, {"text", "last"}};
+    const auto look = cost([&] { board.trace().after(0, awaited); });
+    const auto alone = cost(pass);
+    std::optional<Json> found;
+    std::jthread waiter([&] { found = Client::of_this_board().wait(0, awaited); });
+    EXPECT_LT(cost(pass), 3 * (alone + look));
+    const Json last = client.ask("trace.note", {{"text", "last"}});
+    waiter.join();
+    EXPECT_EQ(found.value_or(Json::object()).value("n", Json()), last);
 }
 
 TEST(Records, AreDecodedByTheirFieldsAndNeverBeyondTheirEnd) {
