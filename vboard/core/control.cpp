@@ -207,9 +207,27 @@ Json ControlServer::wait(const LineStream& stream, const Json& question) {
     const std::chrono::milliseconds limit(arguments["timeout_ms"].get<std::int64_t>());
     const auto deadline = std::chrono::steady_clock::now() + limit;
     TraceReader reader(board_, arguments["match"], arguments["since"].get<std::uint64_t>());
-    const std::vector<Json> found = reader.next(stream, 1, deadline);
-    return found.empty() ? failure("refused", "no such event")
-                         : Json{{"ok", true}, {"result", found.front()}};
+    std::optional<Json> found;
+    std::uint64_t forgotten = 0; // of which one may have matched
+    while (!found) {
+        std::vector<Json> events = reader.next(stream, 1, deadline);
+        if (events.empty()) {
+            break;
+        }
+        for (Json& event : events) {
+            if (event["kind"] == "forgotten") {
+                forgotten += event["events"].get<std::uint64_t>();
+            } else {
+                found = std::move(event);
+            }
+        }
+    }
+    Json answer =
+        found ? Json{{"ok", true}, {"result", *found}} : failure("refused", "no such event");
+    if (forgotten > 0) {
+        answer["forgotten"] = forgotten;
+    }
+    return answer;
 }
 
 void ControlServer::follow(LineStream& stream, const Json& match) {

@@ -5,9 +5,12 @@
 // belongs to another user, who alone may ask. Beside the verbs of the board and its models there
 // are
 //   verbs                                    all verbs with their arguments and help
-//   trace.wait   since, match, timeout_ms    the first event after number `since` that matches
-// A verb that follows answers "following" and then sends every matching event as a line. Whatever
-// a client waits for ends when it goes.
+//   trace.wait   since, match, timeout_ms    the first event after number `since` that matches;
+//                                            the answer has "forgotten", how many events, where
+//                                            some of those asked for are no longer remembered
+// A verb that follows answers "following" and then sends every matching event as a line; to a
+// client too slow for the trace one of kind "forgotten" says how many it will not get. Whatever a
+// client waits for ends when it goes.
 
 #include "core/board.h"
 #include "core/local_socket.h"

@@ -4,6 +4,63 @@
 
 namespace vb {
 
+namespace {
+
+// What a value takes in memory, about: itself, its texts and what is below it.
+std::size_t memory_of(const Json& value) {
+    std::size_t bytes = sizeof value;
+    if (value.is_string()) {
+        bytes += sizeof(std::string) + value.get_ref<const std::string&>().size();
+    } else if (value.is_object()) {
+        bytes += sizeof(Json::object_t);
+        for (const auto& [key, below] : value.get_ref<const Json::object_t&>()) {
+            bytes += sizeof key + key.size() + memory_of(below);
+        }
+    } else if (value.is_array()) {
+        for (const Json& below : value) {
+            bytes += memory_of(below);
+        }
+    }
+    return bytes;
+}
+
+// Cuts a text between two letters.
+void cut_text(std::string& text, std::size_t size) {
+    const auto goes_on = [&] { return (static_cast<unsigned char>(text[size]) & 0xC0U) == 0x80U; };
+    while (size > 0 && goes_on()) {
+        --size;
+    }
+    text.resize(size);
+}
+
+// Leaves of the texts and lists in a value what there is room for, and short texts, which say most.
+void trim_event(Json& value, std::size_t& room) {
+    constexpr std::size_t kShort = 100;
+    if (value.is_string()) {
+        auto& text = value.get_ref<std::string&>();
+        const std::size_t kept = std::max(room, kShort);
+        if (text.size() > kept) {
+            cut_text(text, kept);
+            text.shrink_to_fit();
+        }
+        room -= std::min(room, text.size());
+    } else if (value.is_object()) {
+        for (auto& [key, below] : value.get_ref<Json::object_t&>()) {
+            trim_event(below, room);
+        }
+    } else if (value.is_array()) {
+        auto& list = value.get_ref<Json::array_t&>();
+        std::size_t kept = 0;
+        for (; kept < list.size() && room > 0; ++kept) {
+            room -= std::min(room, sizeof(Json));
+            trim_event(list[kept], room);
+        }
+        list.resize(kept);
+    }
+}
+
+} // namespace
+
 bool matches(const Json& event, const Json& pattern) {
     // Not by items(), which makes a text of every key: this is asked at each event of the board.
     for (auto wanted = pattern.begin(); wanted != pattern.end(); ++wanted) {
@@ -23,6 +80,13 @@ bool Trace::write_to(const std::string& path, bool append) {
 void Trace::add(const char* kind, const Json& details) {
     Json event = {{"n", ++last_}, {"t", static_cast<double>(now_()) / 1e9}, {"kind", kind}};
     event.update(details);
+    std::size_t bytes = memory_of(event);
+    if (bytes > kLargestEvent) {
+        std::size_t room = kLargestEvent;
+        trim_event(event, room);
+        event["whole"] = bytes;
+        bytes = memory_of(event);
+    }
     if (file_) {
         // Invalid UTF-8 from a program's log must not end the trace.
         const std::string line = event.dump(-1, ' ', false, Json::error_handler_t::replace);
@@ -32,8 +96,14 @@ void Trace::add(const char* kind, const Json& details) {
     for (const auto& [id, listener] : listeners_) {
         listener(event);
     }
-    events_.push_back(std::move(event));
-    if (events_.size() > kRemembered) {
+    remember(std::move(event), bytes);
+}
+
+void Trace::remember(Json event, std::size_t bytes) {
+    events_.push_back({std::move(event), bytes});
+    bytes_ += bytes;
+    while (events_.size() > kRemembered || bytes_ > kRememberedBytes) {
+        bytes_ -= events_.front().bytes;
         events_.pop_front();
     }
 }
@@ -41,9 +111,16 @@ void Trace::add(const char* kind, const Json& details) {
 std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::size_t most) const {
     std::vector<Json> taken;
     const std::uint64_t forgotten = last_ - events_.size();
-    place = std::max(place, forgotten);
+    if (place < forgotten) {
+        taken.push_back({{"n", forgotten},
+                         {"t", static_cast<double>(now_()) / 1e9},
+                         {"kind", "forgotten"},
+                         {"events", forgotten - place}});
+        place = forgotten;
+        ++most;
+    }
     while (place < last_ && taken.size() < most) {
-        const Json& event = events_[place - forgotten];
+        const Json& event = events_[place - forgotten].event;
         ++place;
         if (matches(event, pattern)) {
             taken.push_back(event);

@@ -3,6 +3,9 @@
 //
 // Every event has "n" (its number, from 1), "t" (board seconds since the board started) and
 // "kind". The rest depends on the kind; docs/virtual-board.md lists them.
+//
+// Nothing here grows without end: of a long event the beginnings of its texts are kept, and
+// "whole" says how many bytes it had; of a long run the newest events are remembered.
 
 #include "core/json.h"
 
@@ -34,7 +37,8 @@ class Trace {
 
     // The number of the newest event; 0 before the first.
     std::uint64_t last() const { return last_; }
-    // The events after number `since` that match. The oldest are forgotten in a long run.
+    // The events after number `since` that match. Where some of those asked for are forgotten, an
+    // event of kind "forgotten" comes first and says how many.
     std::vector<Json> after(std::uint64_t since, const Json& pattern) const {
         return take(since, pattern, kRemembered);
     }
@@ -46,15 +50,25 @@ class Trace {
     void unlisten(int id) { listeners_.erase(id); }
 
   private:
+    static constexpr std::size_t kLargestEvent = 64 << 10;
     static constexpr std::size_t kRemembered = 100'000;
+    static constexpr std::size_t kRememberedBytes = 64 << 20;
+
+    struct Remembered {
+        Json event;
+        std::size_t bytes;
+    };
 
     struct Closer {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
+    void remember(Json event, std::size_t bytes);
+
     std::function<std::int64_t()> now_;
     std::unique_ptr<std::FILE, Closer> file_;
-    std::deque<Json> events_; // the last one is number last_
+    std::deque<Remembered> events_; // the last one is number last_
+    std::size_t bytes_ = 0;         // of all of them
     std::uint64_t last_ = 0;
     std::map<int, Listener> listeners_;
     int next_listener_ = 1;

@@ -33,6 +33,33 @@ TEST(Trace, NumbersStampsAndFindsEvents) {
     EXPECT_TRUE(trace.after(0, {{"line", 3}}).empty());
 }
 
+TEST(Trace, KeepsTheBeginningOfALongEventAndSaysHowLongItWas) {
+    Trace trace([] { return 0; });
+    std::string hearts; // three bytes each
+    while (hearts.size() < 1'000'000) {
+        hearts += "\u2665";
+    }
+    trace.add("write", {{"bytes", hearts}, {"error", "EINVAL"}});
+    trace.add("program", {{"arguments", std::vector<std::string>(9000, "x")}});
+    for (const Json& event : trace.after(0, {})) {
+        EXPECT_LT(event.dump().size(), 66'000U);
+        EXPECT_GT(event.value("whole", 0), 200'000);
+    }
+    EXPECT_EQ(trace.after(0, {{"error", "EINVAL"}}).size(), 1U);
+}
+
+TEST(Trace, ForgetsTheOldestAndTellsWhoAsksForThem) {
+    Trace trace([] { return 0; });
+    for (int i = 0; i < 1500; ++i) {
+        trace.add("note", {{"text", std::string(60'000, 'x')}});
+    }
+    const std::vector<Json> all = trace.after(0, {{"kind", "note"}});
+    EXPECT_LT(all.size() * 60'000, 64U << 20);
+    ASSERT_EQ(all.at(0).at("kind"), "forgotten");
+    EXPECT_EQ(all[0]["events"], 1501 - all.size());
+    EXPECT_EQ(trace.after(all[0]["n"], {}).at(0), all.at(1)) << "what is asked for is all there";
+}
+
 TEST(Trace, IsNotLookedThroughAgainForAClientThatWaits) {
     const std::string name = "vboard-test/" + std::to_string(getpid());
     const auto clock =
