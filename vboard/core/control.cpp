@@ -130,13 +130,16 @@ void ControlServer::serve(UniqueFd listener) {
 }
 
 void ControlServer::accept_all(const UniqueFd& listener) {
+    constexpr std::chrono::milliseconds kUntilSomebodyGoes(10);
     while (true) {
         UniqueFd socket(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!socket) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                std::this_thread::sleep_for(kUntilSomebodyGoes);
+            } else if (errno != EINTR && errno != ECONNABORTED) {
+                return;
             }
-            return;
+            continue;
         }
         const bool ours = is_ours(socket.get());
         LineStream stream(std::move(socket));
