@@ -50,6 +50,7 @@ struct Call {
 };
 
 // What they come to is the same each time.
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): fmt's tables are constants
 const Call kCalls[] = {
     {"log",
      [] {
@@ -233,7 +234,7 @@ TEST_F(Circumstances, SignalsChangeNothing) {
 // A stack of a thread that shows how much of it was used.
 class Stack {
   public:
-    static constexpr std::size_t kSize = 256 * 1024;
+    static constexpr std::size_t kSize = std::size_t{256} * 1024;
 
     Stack()
         : memory_(static_cast<char*>(mmap(nullptr, kSize, PROT_READ | PROT_WRITE,

@@ -126,7 +126,8 @@ TEST_F(Clock, ASynthesizerIsPoweredWrittenVerifiedAndResetTwiceIfItLocks) {
         lock_within(static_cast<int>(device), 0);
         forget_trace();
         EXPECT_EQ(cdcm6208_out_config(device, image_of(device)), 1);
-        EXPECT_EQ(story(), bring_up + "r0004 " + image(device, "") + reset);
+        EXPECT_EQ(story(),
+                  std::string(bring_up).append("r0004 ").append(image(device, "")) + reset);
         EXPECT_EQ(errors.text(), "Debug: CDCM6208 pll unlock\nDebug: CDCM6208 pll lock\n");
     }
 }

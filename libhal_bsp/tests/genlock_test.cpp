@@ -167,7 +167,8 @@ int expected_step(gen_sys_param& p, std::uint64_t stamp) {
     p.first_sample = p.first_sample == 1 ? 0 : p.first_sample;
     p.err_sum += x;
     const double answer = p.kp * x + p.ki * p.err_sum + p.kd * (x - p.err_prev);
-    double change = p.clk_cur / 1e9 * answer * (p.clk_cur / p.h_total / p.v_total);
+    const uint32_t whole_frames = p.clk_cur / p.h_total / p.v_total;
+    double change = p.clk_cur / 1e9 * answer * whole_frames;
     change = change > p.clk_step_max       ? p.clk_step_max
              : p.clk_step_max + change < 0 ? -p.clk_step_max
                                            : change;
@@ -268,6 +269,7 @@ TEST_F(Genlock, WhatCannotBeRegulatedIsRefusedAndLeftAlone) {
         p_.gen_state = state;
         const gen_sys_param before = p_;
         EXPECT_EQ(genlock_process(&p_, &stamp), 0);
+        // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison,cert-exp42-c,cert-flp37-c): a copy
         EXPECT_EQ(std::memcmp(&before, &p_, sizeof p_), 0);
         EXPECT_THAT(lines(),
                     ElementsAre(ContainsRegex("ERROR .genlock.-ERROR:<genlock_process><[0-9]+>:"

@@ -132,6 +132,7 @@ TEST_F(OpenI2c, AnAddressThatNobodyAnswersFails) {
 TEST_F(I2c, MissingArgumentsFailAndOnlyAWriteOpensTheBus) {
     in_a_new_process([this] {
         std::uint8_t byte = 1;
+        // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): in the order of the arguments
         struct {
             const std::uint8_t* reg;
             std::uint16_t reg_len;
@@ -198,6 +199,7 @@ TEST_F(I2c, ThreadsThatOpenABusTogetherShareOneDescriptor) {
         std::array<int, 4> results{};
         {
             std::vector<std::jthread> threads;
+            threads.reserve(results.size());
             for (int& result : results) {
                 threads.emplace_back([&result] { result = write(2, {0, 4}, {0, 1}); });
             }

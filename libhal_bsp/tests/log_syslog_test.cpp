@@ -44,6 +44,7 @@ void openlog(const char* ident, int option, int facility) {
                                " " + ident);
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 void syslog(int priority, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -131,6 +132,7 @@ TEST_F(SystemLog, CanBeCalledWithAnythingMissing) {
 
 TEST_F(SystemLog, TakesTurnsBetweenThreads) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
         threads.emplace_back([] {
             for (int message = 0; message < 100; ++message) {

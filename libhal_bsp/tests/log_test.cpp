@@ -24,8 +24,8 @@ using testing::MatchesRegex;
 class FileSink {
   public:
     FileSink() {
-        stream_ = open_memstream(&data_, &size_);
-        EXPECT_EQ(log_add_fp(stream_, HAL_LOG_ERROR), 0);
+        stream = open_memstream(&data_, &size_);
+        EXPECT_EQ(log_add_fp(stream, HAL_LOG_ERROR), 0);
     }
     // Only what has been flushed is there.
     std::string take() {
@@ -33,7 +33,7 @@ class FileSink {
         return all.substr(std::exchange(taken_, size_));
     }
 
-    FILE* stream_ = nullptr;
+    FILE* stream = nullptr;
 
   private:
     char* data_ = nullptr;
@@ -123,7 +123,7 @@ TEST_F(Log, AStreamGetsDateAndWholeTextsFromItsLevelOn) {
     log_log(HAL_LOG_ERROR, "m", 1, "%ls", unencodable);
     log_log(HAL_LOG_ERROR, "m", 2, "next");
     EXPECT_THAT(file_sink().take(), EndsWith("ERROR m:2: next\n"));
-    EXPECT_EQ(std::ferror(file_sink().stream_), 0);
+    EXPECT_EQ(std::ferror(file_sink().stream), 0);
 }
 
 TEST_F(Log, AllSinksOfAMessageShareItsTimeAndNoneItsArguments) {
@@ -284,6 +284,7 @@ TEST_F(Log, LinesOfManyThreadsStayWholeWithoutAHook) {
     constexpr int kMessages = 200;
     log_set_quiet(true);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int number = 0; number < kThreads; ++number) {
         threads.emplace_back([number] {
             for (int message = 0; message < kMessages; ++message) {

@@ -99,11 +99,11 @@ TEST(CommandTest, ThatDoesNotFitIsNoOtherCommand) {
 TEST(CommandTest, GivesItsLinesInPiecesOfTheBuffersSize) {
     Texts lines;
     std::array<char, 5> line{};
-    CommandOutput output("printf 'one\\n123456\\n\\nlast'");
+    CommandOutput output(R"(printf 'one\n123456\n\nlast')");
     EXPECT_EQ(output.each_line(line, [&](const char* text) { lines.emplace_back(text); }), 5);
     EXPECT_THAT(lines, ElementsAre("one", "1234", "56", "", "last"));
     const std::pair<const char*, const char*> cases[] = {
-        {"printf 'a\\nb\\n'", "b"}, {"printf 'a\\n\\n'", ""}, {"true", ""}};
+        {R"(printf 'a\nb\n')", "b"}, {R"(printf 'a\n\n')", ""}, {"true", ""}};
     for (const auto& [command, last] : cases) {
         CommandOutput output_of_case(command);
         EXPECT_EQ(output_of_case.last_line(line), *last != '\0') << command;
@@ -216,11 +216,11 @@ TEST(RunTest, AnOldWorkerNeitherGoesOnNorEndsTheNewRun) {
 
 TEST(WorkerTest, OwnsItsWorkToTheEnd) {
     struct Work {
-        explicit Work(std::atomic<int>& deleted) : deleted_(deleted) {}
-        ~Work() { ++deleted_; }
+        explicit Work(std::atomic<int>& deleted) : deleted_count(deleted) {}
+        ~Work() { ++deleted_count; }
         Work(const Work&) = delete;
         Work& operator=(const Work&) = delete;
-        std::atomic<int>& deleted_;
+        std::atomic<int>& deleted_count;
     };
     constexpr auto kForEver = [](Work&) {
         hal::name_thread("mechanism");

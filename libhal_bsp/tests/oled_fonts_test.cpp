@@ -63,7 +63,7 @@ TEST(GbkTable, IsCodePage936) {
 
 // The way back is another table of the C library's.
 TEST(GbkTable, EveryCodeOfTwoBytesLeadsBackToItsCharacter) {
-    const iconv_t back = iconv_open("UCS-2LE", "GBK");
+    iconv_t back = iconv_open("UCS-2LE", "GBK");
     int two_bytes = 0;
     int chinese = 0;
     for (const auto& [unicode, gbk] : unicode_to_gbk) {

@@ -31,7 +31,7 @@ constexpr char kFont[] = "/usr/share/fonts/HZK16";
 constexpr int kSquare = 0xA1F5;
 constexpr char kIoctlError[] = "OLEDDEV_IOCTL error";
 constexpr char kNotDrawn[] = "The content you have entered does not conform to the limits!";
-constexpr char kNoPlace[] = "get_bytes_by_gbk:[0-9]+:lseek\\(\\) failed\\.";
+constexpr char kNoPlace[] = R"(get_bytes_by_gbk:[0-9]+:lseek\(\) failed\.)";
 
 struct Record {
     std::uint32_t cmd, pos1, pos2, oled_index;

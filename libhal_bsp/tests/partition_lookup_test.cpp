@@ -25,6 +25,7 @@ const std::string& cmdline_path() {
 } // namespace hal_test::partition_lookup
 
 // Stands before the C library's.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);

@@ -23,6 +23,7 @@ constexpr auto kLeast = std::numeric_limits<time_t>::min();
 } // namespace hal_test::timing
 
 extern "C" {
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 int gettimeofday(timeval* time, void*) noexcept {
     *time = hal_test::timing::now;
     return 0;
@@ -31,6 +32,7 @@ int usleep(useconds_t time) {
     hal_test::timing::slept = time;
     return hal_test::timing::sleep_result;
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 }
 
 namespace hal_test::timing {

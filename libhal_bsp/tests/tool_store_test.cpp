@@ -58,7 +58,7 @@ using Get = int32_t(const char*, char*);
 
 // Also sees that nothing beyond the least buffer is touched.
 Value value_of(Get& get, const char* name) {
-    std::array<char, 2 * HAL_FW_VALUE_SIZE> buffer{};
+    std::array<char, std::size_t{2} * HAL_FW_VALUE_SIZE> buffer{};
     kUntouched.copy(buffer.data(), kUntouched.size());
     std::memset(buffer.data() + HAL_FW_VALUE_SIZE, 'G', HAL_FW_VALUE_SIZE);
     const int32_t result = get(name, buffer.data());
@@ -170,7 +170,7 @@ TEST_F(ToolStore, TheSystemConfigurationIsReadAndSet) {
                                             "set_value:[/usr/bin/sysconfig set hostname]",
                                             "set_value:[/usr/bin/sysconfig set a b c]"));
 
-    store("q", "a=\"b\" \\c");
+    store("q", R"(a="b" \c)");
     EXPECT_EQ(config("q"), (Value{0, "a=\"b\" \\c"}));
     store("l", letters(300));
     EXPECT_EQ(config("l"), (Value{0, letters(126)}));
