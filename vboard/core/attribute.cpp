@@ -17,6 +17,8 @@ class AttributeFile : public File {
         : attribute_(std::move(attribute)) {
         attribute_->files_.insert(this);
     }
+    AttributeFile(const AttributeFile&) = delete;
+    AttributeFile& operator=(const AttributeFile&) = delete;
     ~AttributeFile() override { attribute_->files_.erase(this); }
 
     Outcome read(std::size_t size, std::uint64_t offset) override;
@@ -41,9 +43,9 @@ Outcome AttributeFile::read(std::size_t size, std::uint64_t offset) {
         text_ = attribute_->show_() + "\n";
         seen_ = attribute_->events_;
     }
-    const std::size_t first = std::min<std::size_t>(offset, text_->size());
-    const std::size_t last = first + std::min(size, text_->size() - first);
-    return Outcome::bytes(Bytes(text_->data() + first, text_->data() + last));
+    const std::string_view text = *text_;
+    const std::string_view part = text.substr(std::min<std::size_t>(offset, text.size()), size);
+    return Outcome::bytes(Bytes(part.begin(), part.end()));
 }
 
 Outcome AttributeFile::write(ByteView data, std::uint64_t) {

@@ -16,6 +16,7 @@ class FuseServer {
     // Serves an already mounted FUSE descriptor, on threads that live until the mount goes; the
     // server itself has to last as long as the process.
     FuseServer(Board& board, int fuse_descriptor);
+    ~FuseServer() = default;
     FuseServer(const FuseServer&) = delete;
     FuseServer& operator=(const FuseServer&) = delete;
 

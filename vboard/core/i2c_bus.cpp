@@ -40,7 +40,7 @@ void I2cBus::mute(unsigned address, bool muted) {
 
 I2cDevice* I2cBus::find(const I2cMessage& message) const {
     const auto found = devices_.find(message.address);
-    if (message.ten_bit || found == devices_.end() || muted_.count(message.address) != 0 ||
+    if (message.ten_bit || found == devices_.end() || muted_.contains(message.address) ||
         !found->second->answers()) {
         return nullptr;
     }
@@ -75,7 +75,7 @@ int I2cBus::transfer(std::span<I2cMessage> messages) {
         if (error != 0) {
             event["error"] = error_name(error);
         }
-        trace_.add("i2c", std::move(event));
+        trace_.add("i2c", event);
         if (error != 0) {
             return error;
         }

@@ -18,9 +18,9 @@
 namespace vb {
 
 struct RegisterRow {
-    std::uint16_t number; // of the first
-    std::uint16_t count;  // how many of the kind stand in a row
-    const char* name;
+    std::uint16_t number = 0; // of the first
+    std::uint16_t count = 0;  // how many of the kind stand in a row
+    const char* name = nullptr;
     std::uint16_t reset = 0;
     std::uint16_t writable = 0xFFFF; // the bits a program may set and clear; none: read-only
     std::uint16_t clear_by_one = 0;  // the bits that a program clears by writing 1

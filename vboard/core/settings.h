@@ -47,7 +47,7 @@ class Settings {
     // Call when all is read: complains of keys that nobody asked for.
     void finish() const {
         for (const auto& [key, unused] : object_.items()) {
-            if (read_.count(key) == 0) {
+            if (!read_.contains(key)) {
                 throw SettingsError(fmt::format("{}: unknown key \"{}\"", where_, key));
             }
         }

@@ -14,7 +14,7 @@ namespace vb {
 
 namespace {
 
-constexpr std::size_t kLargestMessage = 256 * 1024;
+constexpr std::size_t kLargestMessage = std::size_t{256} * 1024;
 
 } // namespace
 

@@ -14,7 +14,7 @@ std::size_t memory_of(const Json& value) {
     } else if (value.is_object()) {
         bytes += sizeof(Json::object_t);
         for (const auto& [key, below] : value.get_ref<const Json::object_t&>()) {
-            bytes += sizeof key + key.size() + memory_of(below);
+            bytes += sizeof(std::string) + key.size() + memory_of(below);
         }
     } else if (value.is_array()) {
         for (const Json& below : value) {

@@ -52,7 +52,7 @@ class Gb2312 {
 };
 
 // Copies the glyph's pixels into its square; what would stand outside is left out.
-void draw(const FT_GlyphSlot slot, std::span<unsigned char, kGlyphBytes> glyph) {
+void draw(FT_GlyphSlot slot, std::span<unsigned char, kGlyphBytes> glyph) {
     const FT_Bitmap& bitmap = slot->bitmap;
     for (int row = 0; row < static_cast<int>(bitmap.rows); ++row) {
         const int y = kAscent - slot->bitmap_top + row;
@@ -61,7 +61,8 @@ void draw(const FT_GlyphSlot slot, std::span<unsigned char, kGlyphBytes> glyph) 
             const unsigned byte = bitmap.buffer[row * bitmap.pitch + column / 8];
             const bool lit = ((byte >> (7 - column % 8)) & 1U) != 0;
             if (lit && x >= 0 && x < kSide && y >= 0 && y < kSide) {
-                auto& target = glyph[static_cast<std::size_t>(2 * y + x / 8)];
+                auto& target =
+                    glyph[std::size_t{2} * static_cast<unsigned>(y) + static_cast<unsigned>(x) / 8];
                 target = static_cast<unsigned char>(target | (0x80U >> (x % 8)));
             }
         }
@@ -111,7 +112,8 @@ int main(int argc, char** argv) {
     for (unsigned index = 0; index < kZones * kZones; ++index) {
         const unsigned zone = index / kZones + 1;
         const unsigned place = index % kZones + 1;
-        const std::span<unsigned char, kGlyphBytes> glyph(&file[index * kGlyphBytes], kGlyphBytes);
+        const std::span<unsigned char, kGlyphBytes> glyph(&file[std::size_t{index} * kGlyphBytes],
+                                                          kGlyphBytes);
         drawn += gb2312.has(zone, place) && draw_place(face.get(), zone, place, glyph) ? 1 : 0;
     }
     if (drawn != kCharacters) {

@@ -163,8 +163,9 @@ void Cooling::catch_up() {
         pass(left - kLongest);
         left = kLongest;
     }
-    for (; left > kStep; left -= kStep) {
+    while (left > kStep) {
         pass(kStep);
+        left -= kStep;
     }
     pass(left);
 }

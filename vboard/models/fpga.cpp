@@ -52,6 +52,8 @@ class AccessFile : public File {
 class InterruptFile : public File {
   public:
     explicit InterruptFile(Fpga& fpga);
+    InterruptFile(const InterruptFile&) = delete;
+    InterruptFile& operator=(const InterruptFile&) = delete;
     ~InterruptFile() override;
     short readiness() const override { return pending_ > 0 ? kReadable : 0; }
     short answer_poll(short asked) override;

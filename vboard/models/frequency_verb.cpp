@@ -4,11 +4,11 @@
 
 namespace vb {
 
-void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, unsigned first,
-                        unsigned last, const std::function<Json(unsigned output)>& hertz) {
+void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, unsigned least,
+                        unsigned most, const std::function<Json(unsigned output)>& hertz) {
     verbs.add_for("device", device,
                   {chip + ".frequency",
-                   {Argument::integer("output", first, last)},
+                   {Argument::integer("output", least, most)},
                    "what an output gives, in Hz",
                    [chip, device, hertz](const Json& arguments) -> Json {
                        const auto output = arguments["output"].get<unsigned>();

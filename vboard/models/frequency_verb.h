@@ -9,7 +9,7 @@ namespace vb {
 
 // Adds CHIP.frequency DEVICE OUTPUT, for the outputs from `first` to `last`. `hertz` gives null
 // where the output gives no signal.
-void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, unsigned first,
-                        unsigned last, const std::function<Json(unsigned output)>& hertz);
+void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, unsigned least,
+                        unsigned most, const std::function<Json(unsigned output)>& hertz);
 
 } // namespace vb

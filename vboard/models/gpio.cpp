@@ -80,6 +80,8 @@ class Gpio;
 class GpioFile : public File {
   public:
     explicit GpioFile(Gpio& driver);
+    GpioFile(const GpioFile&) = delete;
+    GpioFile& operator=(const GpioFile&) = delete;
     ~GpioFile() override;
 
     std::span<const RequestRow> requests() const override { return kGpioRequests; }
@@ -108,12 +110,12 @@ class Gpio : public Model, private LineDriver {
     void closed(GpioFile* file) { files_.erase(file); }
 
   private:
-    void on_level(unsigned line, bool level);
+    void on_level(unsigned number, bool level);
     int check(std::uint32_t line);
 
     bool is_output(unsigned line) const override { return lines_[line].output; }
     bool in_use(unsigned line) const override { return lines_[line].configured; }
-    Json show_line(unsigned line) const override;
+    Json show_line(unsigned number) const override;
     void add_to_list(Json& list) const override { list["overflows"] = overflows_; }
 
     Board& board_;
@@ -145,7 +147,7 @@ Outcome GpioFile::request(RequestCall& call) {
     if (call.row.code == kRelease) {
         return driver_.release(record);
     }
-    const Outcome outcome = driver_.get(record);
+    Outcome outcome = driver_.get(record);
     std::memcpy(call.record.data(), &record, sizeof record);
     return outcome;
 }

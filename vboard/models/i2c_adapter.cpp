@@ -330,7 +330,7 @@ void I2cAdapter::add_verbs() {
                    "let a 7-bit address of a bus no longer answer (1), or answer again (0)",
                    [this](const Json& arguments) -> Json {
                        const auto address = arguments["address"].get<unsigned>();
-                       if (adapter_.bus.devices().count(address) == 0) {
+                       if (!adapter_.bus.devices().contains(address)) {
                            throw VerbError(fmt::format("nobody has address {:#x}", address));
                        }
                        adapter_.bus.mute(address, arguments["muted"] != 0);

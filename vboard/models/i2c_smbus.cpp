@@ -9,7 +9,7 @@ namespace vb {
 namespace {
 
 std::uint8_t checksum(std::uint8_t crc, std::uint8_t byte) {
-    unsigned value = static_cast<unsigned>(crc ^ byte);
+    auto value = static_cast<unsigned>(crc ^ byte);
     for (int bit = 0; bit < 8; ++bit) {
         value = (value & 0x80) != 0 ? value << 1 ^ 0x07 : value << 1;
     }

@@ -39,6 +39,8 @@ class Keypad;
 class KeypadFile : public File {
   public:
     explicit KeypadFile(Keypad& keypad);
+    KeypadFile(const KeypadFile&) = delete;
+    KeypadFile& operator=(const KeypadFile&) = delete;
     ~KeypadFile() override;
 
     Outcome read(std::size_t size, std::uint64_t offset) override;

@@ -15,7 +15,7 @@ constexpr unsigned kHighestSpeed = 100'000; // Mbit/s
 struct RegisterPlace {
     unsigned page;
     unsigned number;
-    auto operator<=>(const RegisterPlace&) const = default;
+    auto operator<=>(const RegisterPlace&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 constexpr RegisterPlace kBasicStatus{0, 1};
@@ -91,7 +91,7 @@ Network::Network(Board& board, Settings& settings) {
 void Network::add(Board& board, const Json& object, const std::string& where) {
     Settings settings(object, where);
     const auto name = settings.need<std::string>("name");
-    if (name.empty() || name.find('/') != std::string::npos || interfaces_.count(name) != 0) {
+    if (name.empty() || name.find('/') != std::string::npos || interfaces_.contains(name)) {
         settings.refuse("name", fmt::format("\"{}\" is no name for another interface", name));
     }
     Interface& interface = interfaces_[name];

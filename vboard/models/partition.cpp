@@ -123,7 +123,7 @@ void Partitions::add(const Json& object, const std::string& where) {
     const auto name = settings.need<std::string>("name");
     const auto size = settings.need<std::uint64_t>("size");
     settings.finish();
-    if (name.empty() || name.find('/') != std::string::npos || partitions_.count(name) != 0) {
+    if (name.empty() || name.find('/') != std::string::npos || partitions_.contains(name)) {
         settings.refuse("name", fmt::format("\"{}\" will not do, or is there already", name));
     }
     if (size == 0 || size % BlockStore::kSector != 0 || size > kLargest) {

@@ -34,18 +34,18 @@ class SysfsGpio : public Model, private LineDriver {
   private:
     int export_line(std::string_view text);
     int unexport_line(std::string_view text);
-    void put_attributes(unsigned line);
+    void put_attributes(unsigned number);
     int find(std::string_view text, unsigned& line) const;
-    int set_direction(unsigned line, std::string_view text);
-    int set_output(unsigned line, bool level);
-    int set_value(unsigned line, std::string_view text);
-    int set_edge(unsigned line, std::string_view text);
-    int set_active_low(unsigned line, std::string_view text);
-    void on_level(unsigned line, bool level);
+    int set_direction(unsigned number, std::string_view text);
+    int set_output(unsigned number, bool level);
+    int set_value(unsigned number, std::string_view text);
+    int set_edge(unsigned number, std::string_view text);
+    int set_active_low(unsigned number, std::string_view text);
+    void on_level(unsigned number, bool level);
 
     bool is_output(unsigned line) const override { return lines_[line].output; }
     bool in_use(unsigned line) const override { return lines_[line].value != nullptr; }
-    Json show_line(unsigned line) const override;
+    Json show_line(unsigned number) const override;
 
     Board& board_;
     LineBank& bank_;

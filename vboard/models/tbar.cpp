@@ -36,6 +36,8 @@ class Tbar;
 class TbarFile : public File {
   public:
     explicit TbarFile(Tbar& tbar);
+    TbarFile(const TbarFile&) = delete;
+    TbarFile& operator=(const TbarFile&) = delete;
     ~TbarFile() override;
 
     std::span<const RequestRow> requests() const override { return kTbarRequests; }

@@ -30,6 +30,7 @@ class Letter {
         header_.msg_control = control_.data();
         header_.msg_controllen = control_.size();
     }
+    ~Letter() = default;
     Letter(const Letter&) = delete;
     Letter& operator=(const Letter&) = delete;
 
@@ -116,8 +117,9 @@ UniqueFd KeptState::open_in_memory(const std::string& name) {
 
 void KeptState::collect() {
     std::string name;
-    for (UniqueFd file; from_board_ && Letter().receive(from_board_, name, file);) {
-        files_[name] = std::move(file);
+    UniqueFd file;
+    while (from_board_ && Letter().receive(from_board_, name, file)) {
+        files_[name] = std::exchange(file, UniqueFd());
     }
 }
 

@@ -69,14 +69,14 @@ TEST_F(PowerTest, ACutKeepsWhatWasFlushedAndEndsTheProgramAtOnce) {
         const std::string number = std::to_string(seed);
         EXPECT_EQ(run("printf 0000 | put misc conv=fsync").status, 0);
         const CommandResult cut =
-            run("printf " + number + "sync | put custom_a conv=fsync\n" + "printf " + number +
-                "osync | put custom_b oflag=sync\nprintf 1111 | put misc\n"
-                "vboard ctl power cut " +
-                number + "; echo still here");
+            run("n=" + number +
+                "; printf ${n}sync | put custom_a conv=fsync\n"
+                "printf ${n}osync | put custom_b oflag=sync\nprintf 1111 | put misc\n"
+                "vboard ctl power cut $n; echo still here");
         EXPECT_EQ(cut.status, 137);
         EXPECT_EQ(cut.out, "");
         EXPECT_EQ(run("head -c 5 $p/custom_a; head -c 6 $p/custom_b").out,
-                  number + "sync" + number + "osync");
+                  std::string(number).append("sync").append(number) + "osync");
         EXPECT_THAT(run("head -c 4 $p/misc").out, AnyOf("0000", "1111"));
     }
 }

@@ -60,7 +60,8 @@ TEST_F(VideoTiming, StampsCanBeStaleMissingOffAndAligned) {
         last = stamps();
     }
     EXPECT_EQ(ask(0x40044324, kCycle), 0);
-    EXPECT_NEAR(static_cast<double>((stamps()[0] - 4 * kCycle) % kCycle), 4 * 2.0 / 3, 2);
+    EXPECT_NEAR(static_cast<double>((stamps()[0] - std::uint64_t{4} * kCycle) % kCycle),
+                4 * 2.0 / 3, 2);
     const auto phase = [&] { return board().ask("vgen.show").at("phase_ns").get<double>(); };
     const double aligned = phase();
     board().ask("vgen.delay", {{"ns", 1'000'000}});

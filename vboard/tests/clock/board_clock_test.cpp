@@ -17,7 +17,7 @@ namespace vb::board_clock_test {
 namespace {
 
 constexpr std::int64_t kSecond = 1'000'000'000;
-constexpr std::int64_t kYear = 365 * 86'400 * kSecond;
+constexpr std::int64_t kYear = kSecond * 365 * 86'400;
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
 
@@ -34,7 +34,7 @@ ClockRate rate_of(double speed) {
 
 class BoardClockTest : public testing::Test {
   protected:
-    ~BoardClockTest() override { std::filesystem::remove(file_); }
+    void TearDown() override { std::filesystem::remove(file_); }
 
     const std::filesystem::path file_ =
         std::filesystem::path(testing::TempDir()) / ("board_clock_" + std::to_string(::getpid()));
@@ -151,7 +151,7 @@ TEST(ClockRateTest, ConversionsMeetExactlyAtAnySpeed) {
 
 TEST(ClockRateTest, KeepsExactOverYearsAndSaturatesBeyondTheEndOfTime) {
     const ClockRate rate = rate_of(10000.0);
-    const std::int64_t real = 5 * kSecond + 8 * 86'400 * kSecond + 1; // 219 years of the board
+    const std::int64_t real = 5 * kSecond + kSecond * 8 * 86'400 + 1; // 219 years of the board
     EXPECT_EQ(board_at(rate, real), 7 * kSecond + 80'000 * (86'400 * kSecond) + 10'000);
     EXPECT_EQ(board_at(rate, 100 * kYear), kMost);
     EXPECT_EQ(board_at(rate, -100 * kYear), kLeast);

@@ -50,7 +50,7 @@ std::string probe(const std::string& how, const std::string& name, std::int64_t 
 class ShimTest : public testing::Test {
   protected:
     ShimTest() { clock_.set_speed(100.0); }
-    ~ShimTest() override { std::filesystem::remove(page_); }
+    void TearDown() override { std::filesystem::remove(page_); }
 
     Outcome run(const std::string& command) const { return run_on_board_time(page_, command); }
 

@@ -20,6 +20,7 @@
 #include "probe.h"
 
 // What buffer checks of the compiler make of poll.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" int __poll_chk(pollfd* fds, nfds_t count, int timeout, std::size_t bytes);
 
 namespace probe {
