@@ -103,7 +103,7 @@ void set_up(Board& board, const Start& start) {
     }
 }
 
-int serve_and_run(const Start& start, UniqueFd fuse) {
+int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
     const RunOptions& options = start.options;
     raise_scaffold(fuse.get());
     BoardClock clock = BoardClock::create(fmt::format("{}/clock", kHiddenFolder));
@@ -115,7 +115,8 @@ int serve_and_run(const Start& start, UniqueFd fuse) {
     auto& log = *new SyslogSocket(board, fmt::format("{}/log", kHiddenFolder)); // NOLINT
     board.before_each_act([&log] { log.drain(); });
 
-    Program program(options, files_elsewhere(board.tree())); // before the first thread
+    fence.close();
+    Program program(options, fence, files_elsewhere(board.tree())); // before the first thread
     leave_scaffold();
     raise_loopback();
     new FuseServer(board, fuse.release());     // NOLINT
@@ -139,13 +140,13 @@ int serve_and_run(const Start& start, UniqueFd fuse) {
 
 } // namespace
 
-void run_board_process(const Start& start, UniqueFd fuse) {
+void run_board_process(const Start& start, Fence& fence, UniqueFd fuse) {
     // Blocked before the first thread starts, so that they all arrive at watch_over().
     const sigset_t signals = watched_signals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     int status = kExitUnavailable;
     try {
-        status = serve_and_run(start, std::move(fuse));
+        status = serve_and_run(start, fence, std::move(fuse));
     } catch (const std::system_error& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());
     } catch (const BootFailure& failure) {

@@ -3,6 +3,7 @@
 // kernel ends everything else in the board.
 
 #include "core/unique_fd.h"
+#include "run/fence.h"
 #include "run/kept_state.h"
 #include "run/launcher.h"
 
@@ -19,6 +20,6 @@ struct Start {
     const UniqueFd& control;  // the control socket outside of the board
 };
 
-[[noreturn]] void run_board_process(const Start& start, UniqueFd fuse);
+[[noreturn]] void run_board_process(const Start& start, Fence& fence, UniqueFd fuse);
 
 } // namespace vb

@@ -3,6 +3,7 @@
 #include "core/local_socket.h"
 #include "run/board_process.h"
 #include "run/exit_codes.h"
+#include "run/fence.h"
 #include "run/namespaces.h"
 
 #include <fcntl.h>
@@ -66,8 +67,10 @@ void die_with_parent(const UniqueFd& lifeline) {
     }
 }
 
-// Does something in a process of its own, tied to this one, and returns its exit status.
-int in_child(const std::function<int()>& deed) {
+// Does something in a process of its own, tied to this one, and returns its exit status. This
+// process has its own deed to do meanwhile.
+int in_child(
+    const std::function<int()>& deed, const std::function<void()>& meanwhile = [] {}) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return kExitUnavailable;
@@ -89,13 +92,14 @@ int in_child(const std::function<int()>& deed) {
     }
     g_child = child;
     set_signals();
+    meanwhile();
     const int status = exit_status_of(child);
     g_child = 0;
     return status;
 }
 
 // The board's first process.
-int serve_board(const Start& start) {
+int serve_board(const Start& start, Fence& fence) {
     // Opened only now: the kernel wants it opened in the user namespace that mounts it. And only
     // here: calls that nobody answers any more end when the last copy is closed.
     UniqueFd fuse(open("/dev/fuse", O_RDWR | O_CLOEXEC));
@@ -103,12 +107,17 @@ int serve_board(const Start& start) {
         explain_missing_fuse(errno);
         return kExitUnavailable;
     }
-    run_board_process(start, std::move(fuse));
+    run_board_process(start, fence, std::move(fuse));
 }
 
 // In a process that is there for this one start: it cannot leave the namespaces again.
 int start_board(const Start& start) {
-    return enter_namespaces() ? in_child([&] { return serve_board(start); }) : kExitUnavailable;
+    const Entered entered = enter_namespaces();
+    if (entered == Entered::not_at_all) {
+        return kExitUnavailable;
+    }
+    Fence fence(entered == Entered::as_root);
+    return in_child([&] { return serve_board(start, fence); }, [&] { fence.raise(); });
 }
 
 // A word that the launcher and its children see alike.

@@ -11,7 +11,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -84,10 +87,94 @@ void add_files(const std::vector<std::string>& files) {
 }
 
 // Programs on the board may look at the machine's settings, never change them.
-void protect(const char* path) {
-    if (::mount(path, path, nullptr, MS_BIND | MS_REC, nullptr) == 0) {
-        ::mount(nullptr, path, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr);
+void protect(const std::string& path) {
+    if (::mount(path.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0) {
+        ::mount(nullptr, path.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr);
     }
+}
+
+// A mount of this process's namespace.
+struct Mount {
+    std::string place;
+    std::string type;
+};
+
+// "\\040" of /proc/self/mountinfo is a space.
+std::string unescaped(const std::string& text) {
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 3 < text.size()) {
+            plain += static_cast<char>(std::stoi(text.substr(i + 1, 3), nullptr, 8));
+            i += 3;
+        } else {
+            plain += text[i];
+        }
+    }
+    return plain;
+}
+
+std::vector<Mount> own_mounts() {
+    std::vector<Mount> mounts;
+    std::ifstream file("/proc/self/mountinfo");
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string word;
+        Mount mount;
+        words >> word >> word >> word >> word >> mount.place;
+        while (words >> word && word != "-") {
+        }
+        words >> mount.type;
+        mount.place = unescaped(mount.place);
+        mounts.push_back(std::move(mount));
+    }
+    return mounts;
+}
+
+bool restrict_mount(const std::string& place, std::uint64_t attributes, unsigned flags = 0) {
+    mount_attr restriction{};
+    restriction.attr_set = attributes;
+    return mount_setattr(AT_FDCWD, place.c_str(), flags, &restriction, sizeof restriction) == 0 ||
+           errno == ENOSYS; // Linux before 5.12
+}
+
+// Puts the board's /dev in place of the machine's, which goes together with the scaffold.
+void replace_dev() {
+    const UniqueFd dev(open_tree(AT_FDCWD, in_tree("/dev").c_str(),
+                                 OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE));
+    if (!dev || (umount2("/dev", MNT_DETACH) != 0 && umount2(kScaffold, MNT_DETACH) != 0) ||
+        move_mount(dev.get(), "", AT_FDCWD, "/dev", MOVE_MOUNT_F_EMPTY_PATH) != 0) {
+        fail("mount /dev");
+    }
+}
+
+// Leaves neither the kernel's view of the machine nor nodes that open its devices. What lies below
+// /dev will go as a whole.
+void take_machine_away() {
+    for (const char* folder : {kCpu, kCgroup}) {
+        if (is_folder(folder) &&
+            !restrict_mount(in_tree(folder), MOUNT_ATTR_RDONLY, AT_RECURSIVE)) {
+            fail(fmt::format("mount {} read-only", folder));
+        }
+    }
+    if (umount2(kKernelProc, MNT_DETACH) != 0) { // it is in the tree by now
+        fail("umount");
+    }
+    for (const Mount& mount : own_mounts()) {
+        if (mount.place == "/dev" || mount.place.starts_with("/dev/")) {
+            continue;
+        }
+        if (mount.type == "proc" || mount.type == "sysfs") {
+            umount2(mount.place.c_str(), MNT_DETACH); // one below another is gone with it
+        } else {
+            restrict_mount(mount.place, MOUNT_ATTR_NODEV); // fails where another covers it
+        }
+    }
+    // A harmless part of each stays below the board's own, for programs that look in /proc/mounts
+    // for where they are. The kernel lets nobody mount the whole anew by a part.
+    if (is_folder(in_tree(kCpu))) {
+        place(in_tree(kCpu), "/sys");
+    }
+    place(in_tree(fmt::format("/proc/{}/sys", kKernelProcName)), "/proc");
 }
 
 } // namespace
@@ -152,7 +239,7 @@ void enter_own_mounts() {
     }
 }
 
-void settle_mounts(const std::vector<std::string>& files) {
+void settle_mounts(const std::vector<std::string>& files, bool fenced) {
     for (const char* device : kRealDevices) {
         place(fmt::format("/dev/{}", device), in_tree(fmt::format("/dev/{}", device)));
     }
@@ -170,12 +257,21 @@ void settle_mounts(const std::vector<std::string>& files) {
         }
     }
     place(kKernelProc, in_tree(fmt::format("/proc/{}", kKernelProcName)));
+    // The machine's own, which only root could write to.
+    for (const char* name : {"sys", "sysrq-trigger", "irq", "bus", "fs"}) {
+        protect(in_tree(fmt::format("/proc/{}/{}", kKernelProcName, name)));
+    }
     add_files(files);
+    if (fenced) {
+        take_machine_away();
+    }
     place(in_tree("/sys"), "/sys", MS_REC);
     place(in_tree("/proc"), "/proc", MS_REC);
-    place(in_tree("/dev"), "/dev", MS_REC);
-    protect(fmt::format("/proc/{}/sys", kKernelProcName).c_str());
-    protect(fmt::format("/proc/{}/sysrq-trigger", kKernelProcName).c_str());
+    if (fenced) {
+        replace_dev();
+    } else {
+        place(in_tree("/dev"), "/dev", MS_REC);
+    }
 }
 
 } // namespace vb

@@ -36,6 +36,10 @@ void enter_own_mounts();
 // Call once the FUSE descriptor is served: puts everything in its place. Where the machine
 // has one of the files elsewhere, the board's is mounted on it; where not, the nearest folder that
 // exists becomes a union of the two, which cannot be written to.
-void settle_mounts(const std::vector<std::string>& files);
+//
+// `fenced` is for programs that will be inside of a fence: nothing that shows the machine is left
+// in these mounts, neither covered nor elsewhere, for root there would still be its files' owner,
+// and what a namespace shows in one place may be mounted anew in another.
+void settle_mounts(const std::vector<std::string>& files, bool fenced);
 
 } // namespace vb

@@ -17,7 +17,7 @@ namespace vb {
 
 namespace {
 
-constexpr int kBoardNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET;
+constexpr int kBoardNamespaces = CLONE_NEWNS | CLONE_NEWPID;
 
 bool write_file(const char* path, const std::string& text) {
     const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC));
@@ -28,7 +28,7 @@ bool write_file(const char* path, const std::string& text) {
 bool become_root_of_own_namespace() {
     const uid_t user = geteuid();
     const gid_t group = getegid();
-    if (unshare(CLONE_NEWUSER | kBoardNamespaces) != 0) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET | kBoardNamespaces) != 0) {
         fmt::print(stderr,
                    "vboard: this kernel does not let user {} make namespaces: {}\n"
                    "vboard: run it as root, or let the administrator allow them:\n"
@@ -49,11 +49,11 @@ bool become_root_of_own_namespace() {
 
 } // namespace
 
-bool enter_namespaces() {
+Entered enter_namespaces() {
     if (geteuid() == 0 && unshare(kBoardNamespaces) == 0) {
-        return true;
+        return Entered::as_root;
     }
-    return become_root_of_own_namespace();
+    return become_root_of_own_namespace() ? Entered::as_user : Entered::not_at_all;
 }
 
 void explain_missing_fuse(int error) {

@@ -3,9 +3,17 @@
 
 namespace vb {
 
-// Moves this process into namespaces of a board: mounts, network, and the process numbers of its
-// children; where it is not root, also users. Says what is missing where it cannot.
-bool enter_namespaces();
+// How this process came into namespaces of a board.
+enum class Entered {
+    not_at_all,
+    as_root, // of the machine: its rights are as before
+    as_user, // root of a user namespace in which only he exists
+};
+
+// Moves this process into namespaces of a board: mounts, and the process numbers of its children;
+// where it is not root, also users and network (root's network is the fence's). Says what is
+// missing where it cannot.
+Entered enter_namespaces();
 
 // Says in plain words why /dev/fuse cannot be opened and what to do.
 void explain_missing_fuse(int error);

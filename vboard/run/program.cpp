@@ -96,6 +96,13 @@ void reset_signals() {
     _exit(error == ENOENT ? kExitNotFound : kExitCannotRun);
 }
 
+// The working directory by its name: it may have been the machine's, where now the board's is.
+void return_to(const std::string& folder) {
+    if (chdir(folder.c_str()) != 0 && chdir("/") != 0) {
+        throw std::system_error(errno, std::generic_category(), folder);
+    }
+}
+
 bool pass(const UniqueFd& gate) {
     const char token = 0;
     return write(gate.get(), &token, 1) == 1;
@@ -106,14 +113,17 @@ bool wait_at(const UniqueFd& gate) {
     return read(gate.get(), &token, 1) == 1;
 }
 
-[[noreturn]] void enter_board(const RunOptions& options, const std::vector<std::string>& files,
-                              const UniqueFd& gate) {
+[[noreturn]] void enter_board(const RunOptions& options, const Fence& fence,
+                              const std::vector<std::string>& files, const UniqueFd& gate) {
     try {
         enter_own_mounts();
         if (!pass(gate) || !wait_at(gate)) {
             _exit(kExitUnavailable); // the server has said why
         }
-        settle_mounts(files);
+        const std::string folder = fs::current_path();
+        settle_mounts(files, fence.stands());
+        fence.enter();
+        return_to(folder);
         set_environment(options);
     } catch (const std::exception& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());
@@ -129,7 +139,8 @@ bool wait_at(const UniqueFd& gate) {
 
 } // namespace
 
-Program::Program(const RunOptions& options, const std::vector<std::string>& files) {
+Program::Program(const RunOptions& options, const Fence& fence,
+                 const std::vector<std::string>& files) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -142,7 +153,7 @@ Program::Program(const RunOptions& options, const std::vector<std::string>& file
     }
     if (pid_ == 0) {
         gate_.reset();
-        enter_board(options, files, inner);
+        enter_board(options, fence, files, inner);
     }
     // No answer means that it is ending, and watching over it will show how.
     wait_at(gate_);

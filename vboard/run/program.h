@@ -3,6 +3,7 @@
 // board is there, enters it and becomes the program.
 
 #include "core/unique_fd.h"
+#include "run/fence.h"
 #include "run/launcher.h"
 
 #include <sys/types.h>
@@ -14,7 +15,7 @@ class Program {
     // Makes the process; it has its own copy of the mounts when this returns. `files` are the
     // board's files elsewhere, for its mounts.
     // std::system_error where it cannot.
-    Program(const RunOptions& options, const std::vector<std::string>& files);
+    Program(const RunOptions& options, const Fence& fence, const std::vector<std::string>& files);
 
     // Lets it enter the board.
     void go();

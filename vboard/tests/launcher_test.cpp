@@ -124,6 +124,43 @@ TEST(Launcher, ShowsTheProgramTheBoardAndNothingOfTheMachinesDevices) {
     EXPECT_EQ(contents_of("/proc/self/mounts").find("vboard"), std::string::npos);
 }
 
+TEST(Launcher, KeepsRootFromTheMachineAndLeavesHimTheBoard) {
+    if (geteuid() != 0 || run_command({"unshare", "-U", "true"}).status != 0) {
+        GTEST_SKIP() << "needs root, and a machine that allows user namespaces";
+    }
+    const TemporaryFolder folder;
+    const CommandResult machine = sh_on_board(fmt::format(
+        "cd {}; mkdir mnt; reach() {{ \"$@\" 2>/dev/null && echo \"$*\"; }}\n"
+        "for type in devtmpfs sysfs configfs proc; do reach mount -t $type x mnt; done\n"
+        "reach mknod /dev/x c 1 5; reach mknod x c 1 5; reach ls /proc/1/root/dev\n"
+        "for file in /proc/1/root/proc/sys/vm/swappiness /proc/.kernel/sys/vm/swappiness; do\n"
+        "  reach sh -c \"cat $file > $file\"; done\n"
+        "for cover in /dev /sys /proc /proc/.kernel/sys; do reach umount -l $cover; done\n"
+        "reach mount -o remount,rw /proc/.kernel/sys; reach mkdir /sys/fs/cgroup/board",
+        folder.path()));
+    EXPECT_EQ(machine.out, "");
+    const CommandResult board = sh_on_board(fmt::format(
+        "mount -t tmpfs x {0} && ip link set lo down && unshare -n ip -o link | wc -l;"
+        "hostname of-the-board; hostname; ptp4l -i eth0 & until killall -q ptp4l; do :; done;"
+        "setpriv --reuid 65534 --regid 65534 --clear-groups id -u",
+        folder.path()));
+    EXPECT_EQ(board.out, "1\nof-the-board\n65534\n") << board.err;
+}
+
+// A namespace of the test's own may have fewer than the machine.
+TEST(Launcher, RunsForRootWhereNoUserNamespaceIsAllowed) {
+    const CommandResult result = run_command(
+        {"unshare", "-U", "-r", "sh", "-c",
+         fmt::format("echo 0 > /proc/sys/user/max_user_namespaces || exit 77; {} run -- sh -c "
+                     "'unshare -U true || vboard ctl gpio show 7 && ip link set lo down'",
+                     VBOARD)});
+    if (result.status == 77 || (result.status == 1 && result.out.empty())) {
+        GTEST_SKIP() << result.err;
+    }
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("\"line\":7"));
+}
+
 TEST(Launcher, HasAProcOfItsOwnWithTheBoardsFilesInIt) {
     const CommandResult found = sh_on_board(
         "cat /proc/self/comm; ls -d /proc/sys/vm/swappiness; ps -o comm= -p $$;"
