@@ -73,6 +73,24 @@ void end_programs() {
     }
 }
 
+// Ends what the program left behind while there is still somebody to answer its calls: a call cut
+// off would be told of on its terminal. Whatever does not end by then ends with this process.
+void end_and_bury_programs() {
+    end_programs();
+    sigset_t child;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    const timespec longest{2, 0};
+    while (true) {
+        pid_t ended = 0;
+        while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
+        }
+        if (ended < 0 || sigtimedwait(&child, nullptr, &longest) < 0) {
+            return;
+        }
+    }
+}
+
 void set_up_power(Board& board, const Start& start) {
     board.keep_state([&start](const std::string& name) { return start.state.open(name); });
     board.power().set_start(start.number);
@@ -117,7 +135,8 @@ int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
 
     fence.close();
     Program program(options, fence, files_elsewhere(board.tree())); // before the first thread
-    leave_scaffold();
+    // Held until the process ends: libfuse's threads would tell standard error of an end.
+    leave_scaffold().release();
     raise_loopback();
     new FuseServer(board, fuse.release());     // NOLINT
     auto& control = *new ControlServer(board); // NOLINT
@@ -131,6 +150,7 @@ int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
     board.act([&] { board.trace().add("program", {{"arguments", options.program}}); });
     program.go();
     const int status = watch_over(program.pid());
+    end_and_bury_programs();
     board.act([&] {
         board.power().shut_down();
         board.trace().add("exit", {{"status", status}});

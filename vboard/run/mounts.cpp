@@ -214,10 +214,12 @@ void raise_scaffold(int fuse_descriptor) {
         fmt::format("fd={},rootmode=40000,user_id=0,group_id=0,allow_other", fuse_descriptor));
 }
 
-void leave_scaffold() {
-    if (umount2(kScaffold, MNT_DETACH) != 0) {
+UniqueFd leave_scaffold() {
+    UniqueFd tree(open(kTree, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!tree || umount2(kScaffold, MNT_DETACH) != 0) {
         fail("umount");
     }
+    return tree;
 }
 
 std::vector<std::string> files_elsewhere(const Tree& tree) {

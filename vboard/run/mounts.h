@@ -6,6 +6,7 @@
 // library does unasked, to count processors) would wait for itself.
 
 #include "core/board.h"
+#include "core/unique_fd.h"
 
 #include <string>
 #include <vector>
@@ -23,8 +24,9 @@ void raise_scaffold(int fuse_descriptor);
 // Gives the board's tree the files and folders that the real system will be mounted on, and its
 // /proc. The scaffold has to stand.
 void add_placeholders(Tree& tree);
-// Call once the programs' side has its own copy.
-void leave_scaffold();
+// Call once the programs' side has its own copy. While the result is open the tree stays mounted,
+// though the last program may be gone.
+UniqueFd leave_scaffold();
 
 // The paths of the board's files outside /dev, /sys and /proc.
 std::vector<std::string> files_elsewhere(const Tree& tree);

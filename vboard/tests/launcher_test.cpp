@@ -179,6 +179,16 @@ TEST(Launcher, LeavesNothingWhenTheProgramLeavesDaemons) {
     EXPECT_TRUE(comes_true([&] { return !nap.runs(); }));
 }
 
+// Each tries over and over, so that one call at least is under way when the program ends.
+TEST(Launcher, EndsWhatTheProgramLeftBehindBeforeTheDevices) {
+    for (int run = 0; run < 10; ++run) {
+        const CommandResult result =
+            sh_on_board("for i in 1 2 3 4 5 6; do cat /dev/drvgpio & "
+                        "sh -c 'while ls /dev; do :; done >/dev/null' & done; ls /dev >/dev/null");
+        EXPECT_EQ(result.err, "");
+    }
+}
+
 TEST(Launcher, LeavesNothingWhenItIsKilled) {
     const OwnSleep nap(2);
     const std::string mounts = contents_of("/proc/self/mounts");
