@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cerrno>
@@ -29,6 +30,7 @@ SyslogSocket::SyslogSocket(Board& board, const std::string& path)
         bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     }
+    chmod(path.c_str(), 0666); // for every user of the board, as a system's is
 }
 
 void SyslogSocket::drain() {

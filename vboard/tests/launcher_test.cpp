@@ -245,6 +245,16 @@ TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
                                             "after", "exit"));
 }
 
+TEST(Launcher, TakesInWhatProgramsLogThatGaveUpRoot) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "on an ordinary user's board there is no other user";
+    }
+    const CommandResult result = sh_on_board(
+        "setpriv --reuid 65534 --regid 65534 --clear-groups logger -u /dev/log given up;"
+        "vboard ctl trace read 0 log");
+    EXPECT_THAT(result.out, HasSubstr("\"text\":\"given up\"")) << result.err;
+}
+
 TEST(Launcher, CanBeReachedFromOutsideByItsNumberAndPassesOnATermination) {
     const TemporaryFolder folder;
     const std::string ready = folder / "ready";
