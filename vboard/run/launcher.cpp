@@ -1,6 +1,7 @@
 #include "run/launcher.h"
 
 #include "core/local_socket.h"
+#include "core/own_files.h"
 #include "run/board_process.h"
 #include "run/exit_codes.h"
 #include "run/fence.h"
@@ -149,6 +150,7 @@ int run_on_board(const RunOptions& options) {
                            "vboard: here `vboard ctl` steers it; start others elsewhere\n");
         return kExitUnavailable;
     }
+    find_own_files();
     // Made before a board has a network of its own, so that it can be reached from here.
     const UniqueFd control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
     KeptState state(options.state_folder);

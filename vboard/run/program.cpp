@@ -24,9 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kClockLibrary[] = "libvboard_clock.so";
-constexpr char kCommands[] = "commands";
-
 void prepend(const char* name, const std::string& first, const char* separator) {
     const char* rest = std::getenv(name);
     const bool alone = rest == nullptr || *rest == '\0';
@@ -44,7 +41,7 @@ void set_environment(const RunOptions& options) {
         }
     }
     // In front of the machine's own programs of the same names.
-    prepend("PATH", own_file(kCommands), ":");
+    prepend("PATH", own_file(kOwnCommands), ":");
     // The board's daemons are scripts: a plain `ps` shows how they were started.
     setenv("PS_FORMAT", "pid,tty,time,args", 0);
     // AddressSanitizer takes a cancelled thread's alternate signal stack for a fault of the
@@ -52,7 +49,7 @@ void set_environment(const RunOptions& options) {
     prepend("ASAN_OPTIONS", "use_sigaltstack=0", ":");
     if (options.speed) {
         setenv("VBOARD_CLOCK", "/dev/vboard-clock", 1);
-        prepend("LD_PRELOAD", own_file(kClockLibrary), ":");
+        prepend("LD_PRELOAD", own_file(kOwnClock), ":");
         // The clock has to come before AddressSanitizer's own wrappers, which mind that.
         prepend("ASAN_OPTIONS", "verify_asan_link_order=0", ":");
     }

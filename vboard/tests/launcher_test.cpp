@@ -82,6 +82,14 @@ TEST(Launcher, SaysWhatIsWrongAndHasACodeForIt) {
     }
 }
 
+TEST(Launcher, SaysWhichOfItsOwnFilesIsMissing) {
+    const TemporaryFolder folder;
+    fs::copy_file(VBOARD, folder / "vboard");
+    const CommandResult result = run_command({folder / "vboard", "run", "--", "true"});
+    EXPECT_EQ(result.status, 69);
+    EXPECT_THAT(result.err, HasSubstr("is missing, which comes with this program"));
+}
+
 // Run as root, by way of another user; what that user may do is the machine's business.
 TEST(Launcher, WorksForAnOrdinaryUserOrSaysWhyNot) {
 #ifdef __SANITIZE_THREAD__
