@@ -111,7 +111,8 @@ CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
 CLI::App* add_shell(CLI::App& app, RunArguments& arguments) {
     CLI::App* command = app.add_subcommand("shell", "Open a shell on a board of its own");
     add_run_options(*command, arguments);
-    command->footer("The shell is $SHELL; if not set: /bin/sh.");
+    command->footer(
+        "The shell is $SHELL; if not set: /bin/sh. Its prompt begins with \"(board)\".");
     command->callback([&arguments] {
         const char* shell = std::getenv("SHELL");
         arguments.options.program = {shell == nullptr ? "/bin/sh" : shell};

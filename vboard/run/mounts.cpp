@@ -36,6 +36,7 @@ constexpr char kKernelProc[] = "/dev/shm/own/proc";
 constexpr char kKernelProcName[] = ".kernel";
 
 constexpr std::array kRealDevices = {"null", "zero", "full", "random", "urandom", "tty"};
+constexpr char kTerminal[] = "/dev/console";
 constexpr char kCpu[] = "/sys/devices/system/cpu";
 constexpr char kLocks[] = "/run/lock";
 constexpr char kCgroup[] = "/sys/fs/cgroup";
@@ -186,6 +187,9 @@ void add_placeholders(Tree& tree) {
     for (const char* file : {"/dev/log", "/dev/vboard-clock"}) {
         tree.put(file, std::make_shared<Placeholder>());
     }
+    if (isatty(STDIN_FILENO) != 0) {
+        tree.put(kTerminal, std::make_shared<Placeholder>());
+    }
     for (const char* folder : {"/dev/pts", "/dev/shm", kCpu, kCgroup, "/sys/class"}) {
         tree.make_directories(folder);
     }
@@ -249,6 +253,11 @@ void settle_mounts(const std::vector<std::string>& files, bool fenced) {
     place(fmt::format("{}/clock", kHiddenFolder), in_tree("/dev/vboard-clock"));
     mount_or_fail("devpts", in_tree("/dev/pts"), "devpts", MS_NOSUID | MS_NOEXEC,
                   "newinstance,ptmxmode=0666,mode=0620");
+    // The user's terminal lies in the machine's /dev/pts: on the board it has another name, or
+    // none.
+    if (isatty(STDIN_FILENO) != 0) {
+        place(fmt::format("{}/self/fd/0", kKernelProc), in_tree(kTerminal));
+    }
     if (is_folder(kLocks)) { // tools lock files there; no board waits for another
         mount_or_fail("lock", kLocks, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=1777");
     }

@@ -63,6 +63,13 @@ void drop_machine_rights() {
     }
 }
 
+// A shell says in its prompt that one is on a board: bash before each prompt, whatever its start-up
+// files have set, others by the prompt they are given.
+void set_prompt() {
+    setenv("PS1", "(board) \\$ ", 1);
+    setenv("PROMPT_COMMAND", R"(case $PS1 in "(board) "*) ;; *) PS1="(board) $PS1" ;; esac)", 1);
+}
+
 // Job control needs a process group that is the terminal's, and that the shell can see.
 void take_terminal() {
     if (isatty(STDIN_FILENO) != 0) {
@@ -128,6 +135,7 @@ bool wait_at(const UniqueFd& gate) {
     }
     drop_machine_rights();
     if (options.interactive) {
+        set_prompt();
         take_terminal();
     }
     reset_signals();

@@ -233,6 +233,18 @@ TEST(Launcher, BoardsOfTheSameTimeDoNotSeeOneAnother) {
     }
 }
 
+TEST(Launcher, ShowsInATerminalThatOneIsOnABoard) {
+    for (const char* shell : {"/bin/sh", "/bin/bash"}) {
+        // A terminal of its own, in which a person types this.
+        const std::string typed = "printf 'tty\\nexit 5\\n' | SHELL=" + std::string(shell) +
+                                  " script -qec '" VBOARD " shell' /dev/null";
+        const CommandResult result = run_command({"sh", "-c", typed});
+        EXPECT_EQ(result.status, 5) << result.out;
+        EXPECT_THAT(result.out, testing::HasSubstr("(board) ")) << shell;
+        EXPECT_THAT(result.out, testing::HasSubstr("/dev/console")) << shell;
+    }
+}
+
 TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
     const TemporaryFolder folder;
     const std::string trace = folder / "trace";
