@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -79,8 +80,14 @@ TEST(CommandTest, DoesItsWorkToTheEndThoughNobodyReadsItsOutput) {
 
 TEST(CommandTest, InTheBackgroundIsNotWaitedFor) {
     const auto begin = std::chrono::steady_clock::now();
-    { const CommandOutput output(Command("sleep 20 &"), hal::CommandEnd::kInBackground); }
+    std::array<char, 16> pid{};
+    {
+        CommandOutput output(Command("sleep 20 2>/dev/null & echo $!"),
+                             hal::CommandEnd::kInBackground);
+        ASSERT_TRUE(output.read_line(pid));
+    }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    kill(hal::number_in(pid.data()), SIGKILL);
 }
 
 TEST(CommandTest, ThatDoesNotFitIsNoOtherCommand) {
