@@ -187,7 +187,7 @@ void add_placeholders(Tree& tree) {
     for (const char* file : {"/dev/log", "/dev/vboard-clock"}) {
         tree.put(file, std::make_shared<Placeholder>());
     }
-    if (isatty(STDIN_FILENO) != 0) {
+    if (ttyname(STDIN_FILENO) != nullptr) {
         tree.put(kTerminal, std::make_shared<Placeholder>());
     }
     for (const char* folder : {"/dev/pts", "/dev/shm", kCpu, kCgroup, "/sys/class"}) {
@@ -255,8 +255,8 @@ void settle_mounts(const std::vector<std::string>& files, bool fenced) {
                   "newinstance,ptmxmode=0666,mode=0620");
     // The user's terminal lies in the machine's /dev/pts: on the board it has another name, or
     // none.
-    if (isatty(STDIN_FILENO) != 0) {
-        place(fmt::format("{}/self/fd/0", kKernelProc), in_tree(kTerminal));
+    if (const char* terminal = ttyname(STDIN_FILENO); terminal != nullptr) {
+        place(terminal, in_tree(kTerminal));
     }
     if (is_folder(kLocks)) { // tools lock files there; no board waits for another
         mount_or_fail("lock", kLocks, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=1777");
