@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,10 @@ inline CommandResult sh_on_board(const std::string& script) {
 }
 
 inline std::string contents_of(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << std::ifstream(path)
+                .rdbuf(); // a process that ends meanwhile makes a read fail: no matter
+    return text.str();
 }
 
 class TemporaryFolder {
