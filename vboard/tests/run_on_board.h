@@ -21,10 +21,10 @@ inline CommandResult sh_on_board(const std::string& script) {
     return on_board({"--", "sh", "-c", script});
 }
 
+// Also of a process that ends meanwhile, which makes a read fail.
 inline std::string contents_of(const std::filesystem::path& path) {
     std::ostringstream text;
-    text << std::ifstream(path)
-                .rdbuf(); // a process that ends meanwhile makes a read fail: no matter
+    text << std::ifstream(path).rdbuf();
     return text.str();
 }
 
