@@ -101,7 +101,7 @@ Bootloader::Bootloader(Board& board, Settings& settings)
     board.verbs().add({"bootloader.show",
                        {},
                        "the slot it chose at this start, and the record it found then",
-                       [shown](const Json&) -> Json { return shown; }});
+                       [shown](const Json&) { return Json(shown); }});
 }
 
 std::optional<ControlRecord> Bootloader::stored_record() const {

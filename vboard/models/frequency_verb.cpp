@@ -12,7 +12,7 @@ void add_frequency_verb(Verbs& verbs, const std::string& chip, unsigned device, 
                    "what an output gives, in Hz",
                    [chip, device, hertz](const Json& arguments) -> Json {
                        const auto output = arguments["output"].get<unsigned>();
-                       const Json result = hertz(output);
+                       Json result = hertz(output);
                        if (result.is_null()) {
                            throw VerbError(fmt::format("{} {}: output {} gives no signal", chip,
                                                        device, output));

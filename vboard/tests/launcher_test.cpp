@@ -248,11 +248,11 @@ TEST(Launcher, ShowsInATerminalThatOneIsOnABoard) {
     }
 }
 
+// NOLINTBEGIN(bugprone-suspicious-missing-comma): scripts of several lines
 TEST(Launcher, WritesTheTraceInTheOrderOfTheProgramsActs) {
     const TemporaryFolder folder;
     const std::string trace = folder / "trace";
     const CommandResult result =
-        // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
         on_board({"--trace", trace, "--", "sh", "-c",
                   "logger -u /dev/log before; "
                   "dd if=/dev/drvgpio iflag=nonblock bs=8 count=1; logger -u /dev/log after"});
@@ -299,7 +299,6 @@ TEST(Launcher, CanBeReachedFromOutsideByItsNumberAndPassesOnATermination) {
 TEST(Launcher, LetsTimeRunFasterForProgramsAndBoardAlike) {
     const auto before = steady_clock::now();
     const CommandResult result = on_board(
-        // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
         {"--speed", "200", "--", "sh", "-c",
          "board() { vboard ctl clock show | sed -n 's/.*\"seconds\": *\\([0-9.]*\\).*/\\1/p'; }\n"
          "board; date +%s.%N; sleep 100; date +%s.%N; board"});
@@ -313,6 +312,7 @@ TEST(Launcher, LetsTimeRunFasterForProgramsAndBoardAlike) {
     EXPECT_GE(end - start, 100.0);
     EXPECT_GE(board_end - board_start, end - start);
 }
+// NOLINTEND(bugprone-suspicious-missing-comma)
 
 } // namespace
 } // namespace vb::launcher_test
