@@ -63,7 +63,7 @@ VBOARD_WRAPPER int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mut
 
 VBOARD_WRAPPER int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                           const timespec* deadline) {
-    // NOLINTNEXTLINE(misc-non-copyable-objects): a reference
+    // NOLINTNEXTLINE(cert-fio38-c,misc-non-copyable-objects): a reference
     const RealDeadline real(deadline, clock_of(*condition), CLOCK_MONOTONIC);
     return real.converted() ? next_cond_clockwait(condition, mutex, real.clock(), real.get())
                             : next_cond_timedwait(condition, mutex, deadline);
