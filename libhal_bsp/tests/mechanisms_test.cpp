@@ -87,7 +87,9 @@ TEST(CommandTest, InTheBackgroundIsNotWaitedFor) {
         ASSERT_TRUE(output.read_line(pid));
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
-    kill(hal::number_in(pid.data()), SIGKILL);
+    const int sleeper = hal::number_in(pid.data());
+    ASSERT_GT(sleeper, 0);
+    kill(sleeper, SIGKILL);
 }
 
 TEST(CommandTest, ThatDoesNotFitIsNoOtherCommand) {

@@ -1,6 +1,7 @@
 #include "run/fence.h"
 
 #include "core/fail.h"
+#include "run/namespaces.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -34,11 +35,6 @@ std::string identity_of(const char* map) {
         identity += fmt::format("{} {} {}\n", first, first, count);
     }
     return identity;
-}
-
-bool write_map(const std::string& path, const std::string& text) {
-    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 // Outside, root needs no leave for these; inside, the kernel goes by the limits.
@@ -82,8 +78,8 @@ void Fence::raise() {
 
 bool Fence::let_users_be_themselves() const {
     const std::string folder = fmt::format("/proc/{}/", holder_);
-    return write_map(folder + "uid_map", identity_of("/proc/self/uid_map")) &&
-           write_map(folder + "gid_map", identity_of("/proc/self/gid_map"));
+    return write_setting(folder + "uid_map", identity_of("/proc/self/uid_map")) &&
+           write_setting(folder + "gid_map", identity_of("/proc/self/gid_map"));
 }
 
 void Fence::close() {

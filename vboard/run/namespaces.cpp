@@ -19,11 +19,6 @@ namespace {
 
 constexpr int kBoardNamespaces = CLONE_NEWNS | CLONE_NEWPID;
 
-bool write_file(const char* path, const std::string& text) {
-    const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC));
-    return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-}
-
 // An ordinary user is root of a user namespace of his own, in which only he exists.
 bool become_root_of_own_namespace() {
     const uid_t user = geteuid();
@@ -37,9 +32,9 @@ bool become_root_of_own_namespace() {
                    user, std::strerror(errno));
         return false;
     }
-    if (!write_file("/proc/self/setgroups", "deny") ||
-        !write_file("/proc/self/uid_map", fmt::format("0 {} 1", user)) ||
-        !write_file("/proc/self/gid_map", fmt::format("0 {} 1", group))) {
+    if (!write_setting("/proc/self/setgroups", "deny") ||
+        !write_setting("/proc/self/uid_map", fmt::format("0 {} 1", user)) ||
+        !write_setting("/proc/self/gid_map", fmt::format("0 {} 1", group))) {
         fmt::print(stderr, "vboard: cannot map the user into the board: {}\n",
                    std::strerror(errno));
         return false;
@@ -48,6 +43,11 @@ bool become_root_of_own_namespace() {
 }
 
 } // namespace
+
+bool write_setting(const std::string& path, const std::string& text) {
+    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
 
 Entered enter_namespaces() {
     if (geteuid() == 0 && unshare(kBoardNamespaces) == 0) {
