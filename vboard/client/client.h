@@ -1,8 +1,8 @@
 #pragma once
 // The door to a running board for programs: tests, `vboard ctl`, whatever steers a board.
 
+#include "control/local_socket.h"
 #include "core/json.h"
-#include "core/local_socket.h"
 
 #include <chrono>
 #include <functional>

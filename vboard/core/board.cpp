@@ -13,7 +13,7 @@ Board::Board(BoardClock clock)
     : clock_(std::move(clock)),
       started_(clock_.now_ns()),
       trace_([this] { return now(); }),
-      transfers_(*this),
+      traffic_(*this),
       power_(*this),
       uevents_(trace_) {}
 
@@ -43,7 +43,7 @@ Board::Deeds Board::act_locked(const std::function<void()>& deed) {
         before_();
     }
     deed();
-    transfers_.settle();
+    traffic_.settle();
     return std::exchange(later_, {});
 }
 
@@ -97,7 +97,7 @@ bool Board::vanish(const std::string& path) {
         return false;
     }
     vanished_[path] = std::move(entry);
-    transfers_.vanish(path);
+    traffic_.vanish(path);
     trace_.add("node", {{"node", path}, {"state", "gone"}});
     return true;
 }

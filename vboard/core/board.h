@@ -6,17 +6,17 @@
 // calls go on afterwards, and sends what was answered once the lock is free again.
 
 #include "clock/board_clock.h"
+#include "control/verbs.h"
 #include "core/faults.h"
 #include "core/i2c_bus.h"
 #include "core/lines.h"
 #include "core/power.h"
 #include "core/timers.h"
 #include "core/trace.h"
-#include "core/transfers.h"
-#include "core/tree.h"
 #include "core/uevents.h"
 #include "core/unique_fd.h"
-#include "core/verbs.h"
+#include "serve/traffic.h"
+#include "serve/tree.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -59,7 +59,7 @@ class Board {
     Trace& trace() { return trace_; }
     Faults& faults() { return faults_; }
     Tree& tree() { return tree_; }
-    Transfers& transfers() { return transfers_; }
+    Traffic& traffic() { return traffic_; }
     Verbs& verbs() { return verbs_; }
     Power& power() { return power_; }
     Uevents& uevents() { return uevents_; }
@@ -119,7 +119,7 @@ class Board {
     Faults faults_;
     Tree tree_;
     Timers timers_;
-    Transfers transfers_;
+    Traffic traffic_;
     Verbs verbs_;
     Power power_;
     Uevents uevents_;

@@ -1,6 +1,6 @@
 #include "core/uevents.h"
 
-#include "core/argument.h"
+#include "control/argument.h"
 
 #include <fmt/format.h>
 #include <linux/netlink.h>

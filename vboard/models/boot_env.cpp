@@ -1,7 +1,7 @@
 #include "models/boot_env.h"
 
-#include "core/content_file.h"
 #include "models/partition.h"
+#include "serve/content_file.h"
 
 #include <fmt/format.h>
 #include <zlib.h>

@@ -1,7 +1,7 @@
 #include "models/bootloader.h"
 
-#include "core/attribute.h"
 #include "models/partition.h"
+#include "serve/attribute.h"
 
 #include <fmt/format.h>
 #include <zlib.h>

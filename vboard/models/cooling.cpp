@@ -1,7 +1,7 @@
 #include "models/cooling.h"
 
-#include "core/attribute.h"
-#include "core/device_node.h"
+#include "serve/attribute.h"
+#include "serve/device_node.h"
 
 #include <cerrno>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "models/fpga.h"
 
-#include "core/device_node.h"
+#include "serve/device_node.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "models/gpio.h"
 
-#include "core/device_node.h"
-#include "models/line_world.h"
+#include "models/support/line_world.h"
+#include "serve/device_node.h"
 
 #include <fmt/format.h>
 

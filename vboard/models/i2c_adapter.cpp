@@ -1,8 +1,8 @@
 #include "models/i2c_adapter.h"
 
-#include "core/attribute.h"
-#include "core/device_node.h"
-#include "models/i2c_smbus.h"
+#include "models/support/i2c_smbus.h"
+#include "serve/attribute.h"
+#include "serve/device_node.h"
 
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>

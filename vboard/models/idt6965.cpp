@@ -1,8 +1,8 @@
 #include "models/idt6965.h"
 
-#include "core/register_table.h"
-#include "models/frequency_verb.h"
 #include "models/i2c_adapter.h"
+#include "models/support/frequency_verb.h"
+#include "models/support/register_table.h"
 
 namespace vb {
 

@@ -1,6 +1,6 @@
 #include "models/keypad.h"
 
-#include "core/device_node.h"
+#include "serve/device_node.h"
 
 #include <array>
 #include <cerrno>

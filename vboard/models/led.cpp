@@ -1,6 +1,6 @@
 #include "models/led.h"
 
-#include "core/device_node.h"
+#include "serve/device_node.h"
 
 #include <array>
 #include <cerrno>

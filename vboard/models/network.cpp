@@ -1,6 +1,6 @@
 #include "models/network.h"
 
-#include "core/attribute.h"
+#include "serve/attribute.h"
 
 #include <optional>
 

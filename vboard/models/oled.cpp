@@ -1,10 +1,10 @@
 #include "models/oled.h"
 
-#include "core/content_file.h"
-#include "core/device_node.h"
 #include "core/own_files.h"
-#include "models/oled_glyphs.h"
-#include "models/oled_panel.h"
+#include "models/support/oled_glyphs.h"
+#include "models/support/oled_panel.h"
+#include "serve/content_file.h"
+#include "serve/device_node.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "models/partition.h"
 
-#include "models/block_store.h"
+#include "models/support/block_store.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

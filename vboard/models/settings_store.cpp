@@ -1,7 +1,7 @@
 #include "models/settings_store.h"
 
 #include "core/own_files.h"
-#include "models/kept_json.h"
+#include "models/support/kept_json.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "models/sysfs_gpio.h"
 
-#include "core/attribute.h"
-#include "models/line_world.h"
+#include "models/support/line_world.h"
+#include "serve/attribute.h"
 
 #include <array>
 #include <cerrno>
@@ -140,7 +140,7 @@ int SysfsGpio::unexport_line(std::string_view text) {
     const std::string folder = folder_of(number);
     board_.tree().take(folder);
     for (const char* name : {"direction", "edge", "active_low", "value"}) {
-        board_.transfers().vanish(fmt::format("{}/{}", folder, name));
+        board_.traffic().vanish(fmt::format("{}/{}", folder, name));
     }
     SysfsLine& line = lines_[number];
     line.edge = kNone;

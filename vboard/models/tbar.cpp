@@ -1,6 +1,6 @@
 #include "models/tbar.h"
 
-#include "core/device_node.h"
+#include "serve/device_node.h"
 
 #include <algorithm>
 #include <array>

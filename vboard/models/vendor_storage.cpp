@@ -1,7 +1,7 @@
 #include "models/vendor_storage.h"
 
-#include "core/device_node.h"
-#include "models/kept_json.h"
+#include "models/support/kept_json.h"
+#include "serve/device_node.h"
 
 #include <algorithm>
 #include <array>

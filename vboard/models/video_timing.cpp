@@ -1,7 +1,7 @@
 #include "models/video_timing.h"
 
-#include "core/device_node.h"
-#include "models/video_timing_core.h"
+#include "models/support/video_timing_core.h"
+#include "serve/device_node.h"
 
 #include <array>
 #include <cerrno>

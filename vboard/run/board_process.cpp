@@ -1,14 +1,14 @@
 #include "run/board_process.h"
 
-#include "core/board_verbs.h"
-#include "core/control.h"
-#include "core/fuse_server.h"
-#include "core/syslog_socket.h"
-#include "models/models.h"
+#include "control/board_verbs.h"
+#include "control/control.h"
+#include "models/board_file.h"
 #include "run/exit_codes.h"
 #include "run/mounts.h"
 #include "run/namespaces.h"
 #include "run/program.h"
+#include "serve/fuse_server.h"
+#include "serve/syslog_socket.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

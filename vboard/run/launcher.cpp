@@ -1,6 +1,6 @@
 #include "run/launcher.h"
 
-#include "core/local_socket.h"
+#include "control/local_socket.h"
 #include "core/own_files.h"
 #include "run/board_process.h"
 #include "run/exit_codes.h"

@@ -1,7 +1,7 @@
 // The `vboard` command.
 
 #include "core/number.h"
-#include "models/models.h"
+#include "models/board_file.h"
 #include "run/exit_codes.h"
 #include "run/launcher.h"
 #include "run/steer.h"

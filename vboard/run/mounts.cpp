@@ -1,7 +1,7 @@
 #include "run/mounts.h"
 
 #include "core/fail.h"
-#include "core/mirror_directory.h"
+#include "serve/mirror_directory.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 #include "run/program.h"
 
-#include "core/local_socket.h"
+#include "control/local_socket.h"
 #include "core/own_files.h"
 #include "run/exit_codes.h"
 #include "run/mounts.h"

@@ -1,7 +1,7 @@
 #include "run/steer.h"
 
 #include "client/client.h"
-#include "core/argument.h"
+#include "control/argument.h"
 #include "core/number.h"
 #include "run/exit_codes.h"
 

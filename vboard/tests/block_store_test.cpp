@@ -1,6 +1,6 @@
 // Storage with a write cache: what is read, what is flushed, what a loss of power leaves.
 
-#include "models/block_store.h"
+#include "models/support/block_store.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "core/register_table.h"
+#include "models/support/register_table.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

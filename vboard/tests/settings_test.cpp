@@ -1,6 +1,6 @@
 // A board file that is wrong is refused with the place and the reason.
 
-#include "models/models.h"
+#include "models/board_file.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,12 +1,12 @@
 // What stands in the trace, and how strange input stands there.
 
 #include "client/client.h"
-#include "core/board_verbs.h"
+#include "control/board_verbs.h"
+#include "control/control.h"
 #include "core/bytes.h"
-#include "core/control.h"
-#include "core/requests.h"
-#include "core/syslog_socket.h"
 #include "core/trace.h"
+#include "serve/request_row.h"
+#include "serve/syslog_socket.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

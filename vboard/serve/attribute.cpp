@@ -1,0 +1,134 @@
+#include "serve/attribute.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <optional>
+
+namespace vb {
+
+// One open of an attribute.
+class AttributeFile : public File {
+  public:
+    explicit AttributeFile(std::shared_ptr<Attribute> attribute)
+        : attribute_(std::move(attribute)) {
+        attribute_->files_.insert(this);
+    }
+    AttributeFile(const AttributeFile&) = delete;
+    AttributeFile& operator=(const AttributeFile&) = delete;
+    ~AttributeFile() override { attribute_->files_.erase(this); }
+
+    Outcome read(std::size_t size, std::uint64_t offset) override;
+    Outcome write(ByteView data, std::uint64_t offset) override;
+    bool seekable() const override { return true; }
+    short readiness() const override {
+        return static_cast<short>(kAlways | (seen_ == attribute_->events_ ? 0 : kEvent));
+    }
+    short readiness_when_gone() const override { return kAlways | kEvent; }
+
+  private:
+    static constexpr short kAlways = POLLIN | POLLOUT | POLLRDNORM | POLLWRNORM;
+    static constexpr short kEvent = POLLPRI | POLLERR;
+
+    std::shared_ptr<Attribute> attribute_;
+    std::uint64_t seen_ = 0;
+    std::optional<std::string> text_;
+};
+
+Outcome AttributeFile::read(std::size_t size, std::uint64_t offset) {
+    if (offset == 0 || !text_ || attribute_->reading_ == Attribute::Reading::fresh) {
+        text_ = attribute_->show_() + "\n";
+        seen_ = attribute_->events_;
+    }
+    const std::string_view text = *text_;
+    const std::string_view part = text.substr(std::min<std::size_t>(offset, text.size()), size);
+    return Outcome::bytes(Bytes(part.begin(), part.end()));
+}
+
+Outcome AttributeFile::write(ByteView data, std::uint64_t) {
+    data = data.first(std::min(data.size(), Attribute::kPage));
+    std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
+    text = text.substr(0, text.find('\0'));
+    const int error = attribute_->store_(text);
+    return error == 0 ? Outcome::done(static_cast<int>(data.size())) : Outcome::failed(error);
+}
+
+namespace {
+
+mode_t mode_of(bool readable, bool writable) {
+    return static_cast<mode_t>(S_IFREG | (readable ? 0444 : 0) | (writable ? 0200 : 0));
+}
+
+} // namespace
+
+Attribute::Attribute(Show show, Store store, Reading reading)
+    : Node(mode_of(static_cast<bool>(show), static_cast<bool>(store))),
+      show_(std::move(show)),
+      store_(std::move(store)),
+      reading_(reading) {}
+
+int Attribute::open(const OpenCall& call, std::unique_ptr<File>& file) {
+    const int access = call.flags & O_ACCMODE;
+    if ((access != O_WRONLY && !show_) || (access != O_RDONLY && !store_)) {
+        return EACCES;
+    }
+    file = std::make_unique<AttributeFile>(shared_from_this());
+    return 0;
+}
+
+void Attribute::notify() {
+    ++events_;
+    for (File* file : files_) {
+        file->changed();
+    }
+}
+
+std::shared_ptr<Attribute> fixed_attribute(std::string text) {
+    return std::make_shared<Attribute>([text = std::move(text)] { return text; }, nullptr);
+}
+
+bool is_word(std::string_view text, std::string_view word) {
+    if (text.ends_with('\n')) {
+        text.remove_suffix(1);
+    }
+    return text == word;
+}
+
+namespace {
+
+int take_base(std::string_view& digits) {
+    if (digits.size() > 2 && (digits.starts_with("0x") || digits.starts_with("0X"))) {
+        digits.remove_prefix(2);
+        return 16;
+    }
+    return digits.starts_with('0') ? 8 : 10;
+}
+
+} // namespace
+
+int parse_integer(std::string_view text, long& value) {
+    if (text.ends_with('\n')) {
+        text.remove_suffix(1);
+    }
+    const bool minus = text.starts_with('-');
+    if (minus || text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    const int base = take_base(text);
+    unsigned long size = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size, base);
+    if (error == std::errc::invalid_argument || end != text.data() + text.size()) {
+        return EINVAL;
+    }
+    const unsigned long most = static_cast<unsigned long>(LONG_MAX) + (minus ? 1 : 0);
+    if (error != std::errc{} || size > most) {
+        return ERANGE;
+    }
+    value = static_cast<long>(minus ? 0 - size : size);
+    return 0;
+}
+
+} // namespace vb

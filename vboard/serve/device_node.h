@@ -1,0 +1,30 @@
+#pragma once
+// A device node whose every open is a File of one kind.
+
+#include "serve/tree.h"
+
+namespace vb {
+
+class DeviceNode : public Node {
+  public:
+    using MakeFile = std::function<std::unique_ptr<File>()>;
+
+    explicit DeviceNode(MakeFile make) : Node(S_IFREG | 0666), make_(std::move(make)) {}
+    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+        file = make_();
+        return 0;
+    }
+
+  private:
+    MakeFile make_;
+};
+
+// A node whose opens are each a `Made`, made from its owner (which has to last) and what else there
+// is to say.
+template <class Made, class Owner, class... More>
+std::shared_ptr<Node> device_node(Owner& owner, More... more) {
+    return std::make_shared<DeviceNode>(
+        [&owner, more...] { return std::make_unique<Made>(owner, more...); });
+}
+
+} // namespace vb

@@ -1,0 +1,141 @@
+#include "serve/transfer.h"
+
+#include "core/board.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace vb {
+
+void Transfer::spoil_bytes(Bytes& bytes) const {
+    if (!spoil_) {
+        return;
+    }
+    if (spoil_->kind == FaultAction::Kind::shorten) {
+        bytes.resize(std::min(bytes.size(), spoil_->size));
+    } else if (spoil_->kind == FaultAction::Kind::garble && !bytes.empty()) {
+        // At least one bit turns over, wherever the noise points.
+        const std::uint64_t noise = spoil_->noise;
+        bytes[noise % bytes.size()] ^= static_cast<std::uint8_t>(1U << (noise >> 61));
+    }
+}
+
+Outcome OpenTransfer::attempt(Board& board) {
+    std::unique_ptr<File> file;
+    if (const int error = node_->open(call_, file); error != 0) {
+        return Outcome::failed(error);
+    }
+    set_open(board.traffic().new_open(call_.path, node_, std::move(file)));
+    return Outcome::done();
+}
+
+void OpenTransfer::describe(const Outcome&, Json& event) const {
+    static constexpr const char* kModes[] = {"read", "write", "read-write", "none"};
+    event["mode"] = kModes[call_.flags & O_ACCMODE];
+    if ((call_.flags & O_NONBLOCK) != 0) {
+        event["nonblocking"] = true;
+    }
+}
+
+Outcome ReadTransfer::attempt(Board&) {
+    Outcome outcome = open()->file->read(size_, offset_);
+    if (outcome.kind == Outcome::Kind::done) {
+        spoil_bytes(outcome.data);
+        outcome.data.resize(std::min(outcome.data.size(), size_));
+        outcome.result = static_cast<int>(outcome.data.size());
+    }
+    return outcome;
+}
+
+void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
+    event["size"] = size_;
+    if (offset_ != 0) {
+        event["offset"] = offset_;
+    }
+    if (outcome.kind == Outcome::Kind::done && !open()->file->bulky()) {
+        event["bytes"] = to_hex(outcome.data);
+    }
+}
+
+Outcome WriteTransfer::attempt(Board&) {
+    Bytes data = data_;
+    spoil_bytes(data);
+    return open()->file->write(data, offset_);
+}
+
+void WriteTransfer::describe(const Outcome&, Json& event) const {
+    event["size"] = data_.size();
+    if (offset_ != 0) {
+        event["offset"] = offset_;
+    }
+    if (!open()->file->bulky()) {
+        event["bytes"] = to_hex(data_);
+    }
+}
+
+RequestTransfer::RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open,
+                                 std::uint32_t code, std::uint64_t argument)
+    : Transfer(thread, open->path, open), code_(code), argument_(argument) {
+    const std::span<const RequestRow> rows = open->file->requests();
+    const auto found = std::find_if(rows.begin(), rows.end(),
+                                    [&](const RequestRow& row) { return row.code == code; });
+    if (found != rows.end()) {
+        row_ = &*found;
+    }
+}
+
+Outcome RequestTransfer::attempt(Board& board) {
+    if (row_ == nullptr) {
+        board.misuse(path(), fmt::format("unknown request {:#x}", code_));
+        return Outcome::failed(ENOTTY);
+    }
+    Bytes record(row_->size);
+    RequestCall call{*row_, argument_, record, CallerMemory(thread())};
+    if (row_->takes() && !call.memory.read(argument_, record)) {
+        return Outcome::failed(EFAULT);
+    }
+    taken_ = row_->takes() ? record : Bytes{};
+    return ask(call, record);
+}
+
+Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
+    if (row_->takes() && !row_->gives()) {
+        spoil_bytes(record);
+        record.resize(row_->size);
+        call.record = record;
+    }
+    Outcome outcome = open()->file->request(call);
+    if (outcome.kind == Outcome::Kind::done && row_->gives()) {
+        spoil_bytes(record);
+        if (!call.memory.write(argument_, record)) {
+            return Outcome::failed(EFAULT);
+        }
+        outcome.data = record;
+    }
+    return outcome;
+}
+
+void RequestTransfer::describe(const Outcome& outcome, Json& event) const {
+    event["request"] = row_ == nullptr ? "?" : row_->name;
+    event["code"] = fmt::format("{:#x}", code_);
+    if (row_ == nullptr) {
+        return;
+    }
+    event["size"] = row_->size;
+    if (row_->size == 0) {
+        event["argument"] = argument_;
+    }
+    if (row_->takes()) {
+        event["bytes"] = to_hex(taken_);
+        event["record"] = decode(row_->fields, taken_);
+    }
+    if (outcome.kind == Outcome::Kind::done && row_->gives()) {
+        event["reply"] = to_hex(outcome.data);
+        event["reply_record"] = decode(row_->fields, outcome.data);
+    }
+}
+
+} // namespace vb

@@ -1,0 +1,150 @@
+#pragma once
+// One call on a node, from its arrival until its answer: what it asks of the model, and what the
+// trace is to show of it.
+
+#include "core/faults.h"
+#include "serve/file.h"
+#include "serve/tree.h"
+
+#include <list>
+#include <memory>
+
+namespace vb {
+
+class Board;
+class Transfer;
+
+// One open of a node.
+struct OpenFile {
+    std::uint64_t id = 0;
+    std::string path;
+    std::unique_ptr<File> file;
+    std::shared_ptr<Node> node;                   // kept while open, also when it has vanished
+    bool gone = false;                            // the node vanished under its user
+    std::list<std::shared_ptr<Transfer>> waiting; // calls the model has no answer for yet
+    std::function<void()> wake;                   // set while somebody polls: look again
+};
+
+class Transfer {
+  public:
+    using Answer = std::function<void(const Outcome&)>;
+
+    Transfer(pid_t thread, std::string path, std::shared_ptr<OpenFile> open)
+        : thread_(thread), path_(std::move(path)), open_(std::move(open)) {}
+    virtual ~Transfer() = default;
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    virtual Operation operation() const = 0;
+    virtual std::string request_name() const { return {}; }
+    virtual std::uint32_t request_code() const { return 0; }
+    // Asks the model. May be called again after it answered Outcome::wait().
+    virtual Outcome attempt(Board& board) = 0;
+    virtual bool nonblocking() const { return false; }
+    // Who sends the outcome to the caller; called once, without the board's lock.
+    void on_answer(Answer answer) { answer_ = std::move(answer); }
+    // What the trace is to show of the call.
+    virtual void describe(const Outcome& outcome, Json& event) const = 0;
+
+    pid_t thread() const { return thread_; }
+    const std::string& path() const { return path_; }
+    const std::shared_ptr<OpenFile>& open() const { return open_; }
+    // A fault that changes bytes: applied by attempt().
+    void spoil(const FaultAction& action) { spoil_ = action; }
+
+  protected:
+    void spoil_bytes(Bytes& bytes) const;
+    void set_open(std::shared_ptr<OpenFile> open) { open_ = std::move(open); }
+
+  private:
+    friend class Traffic;
+
+    std::uint64_t id_ = 0;
+    pid_t thread_;
+    std::string path_;
+    std::shared_ptr<OpenFile> open_;
+    Answer answer_;
+    std::optional<FaultAction> spoil_;
+    bool finished_ = false;
+};
+
+class OpenTransfer : public Transfer {
+  public:
+    OpenTransfer(const OpenCall& call, std::shared_ptr<Node> node)
+        : Transfer(call.thread, call.path, nullptr), call_(call), node_(std::move(node)) {}
+    Operation operation() const override { return Operation::open; }
+    Outcome attempt(Board& board) override;
+    void describe(const Outcome& outcome, Json& event) const override;
+
+  private:
+    OpenCall call_;
+    std::shared_ptr<Node> node_;
+};
+
+class ReadTransfer : public Transfer {
+  public:
+    ReadTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::size_t size,
+                 std::uint64_t offset, bool nonblocking)
+        : Transfer(thread, open->path, open),
+          size_(size),
+          offset_(offset),
+          nonblocking_(nonblocking) {}
+    Operation operation() const override { return Operation::read; }
+    Outcome attempt(Board& board) override;
+    bool nonblocking() const override { return nonblocking_; }
+    void describe(const Outcome& outcome, Json& event) const override;
+
+  private:
+    std::size_t size_;
+    std::uint64_t offset_;
+    bool nonblocking_;
+};
+
+class WriteTransfer : public Transfer {
+  public:
+    WriteTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, Bytes data,
+                  std::uint64_t offset, bool nonblocking)
+        : Transfer(thread, open->path, open),
+          data_(std::move(data)),
+          offset_(offset),
+          nonblocking_(nonblocking) {}
+    Operation operation() const override { return Operation::write; }
+    Outcome attempt(Board& board) override;
+    bool nonblocking() const override { return nonblocking_; }
+    void describe(const Outcome& outcome, Json& event) const override;
+
+  private:
+    Bytes data_;
+    std::uint64_t offset_;
+    bool nonblocking_;
+};
+
+class SyncTransfer : public Transfer {
+  public:
+    SyncTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open)
+        : Transfer(thread, open->path, open) {}
+    Operation operation() const override { return Operation::sync; }
+    Outcome attempt(Board&) override { return open()->file->sync(); }
+    void describe(const Outcome&, Json&) const override {}
+};
+
+class RequestTransfer : public Transfer {
+  public:
+    RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::uint32_t code,
+                    std::uint64_t argument);
+    Operation operation() const override { return Operation::request; }
+    std::string request_name() const override { return row_ == nullptr ? "" : row_->name; }
+    std::uint32_t request_code() const override { return code_; }
+    Outcome attempt(Board& board) override;
+    void describe(const Outcome& outcome, Json& event) const override;
+
+  private:
+    Outcome ask(RequestCall& call, Bytes& record) const;
+
+    std::uint32_t code_;
+    std::uint64_t argument_;
+    const RequestRow* row_ = nullptr;
+    Bytes taken_; // the record as the caller gave it
+};
+
+} // namespace vb

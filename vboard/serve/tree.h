@@ -1,0 +1,98 @@
+#pragma once
+// What a board shows of itself: directories, links and things that can be opened, at the absolute
+// paths where programs find them. /dev, /sys and /proc are the board's own; an entry anywhere else
+// joins what the machine has there.
+
+#include "serve/file.h"
+
+#include <sys/stat.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace vb {
+
+class Entry {
+  public:
+    explicit Entry(mode_t mode);
+    virtual ~Entry() = default;
+    Entry(const Entry&) = delete;
+    Entry& operator=(const Entry&) = delete;
+
+    std::uint64_t inode() const { return inode_; }
+    mode_t mode() const { return mode_; }
+    virtual std::uint64_t size() const { return 0; }
+
+  private:
+    std::uint64_t inode_; // unique for the life of the process, never used again
+    mode_t mode_;
+};
+
+class Symlink : public Entry {
+  public:
+    explicit Symlink(std::string target) : Entry(S_IFLNK | 0777), target_(std::move(target)) {}
+    const std::string& target() const { return target_; }
+
+  private:
+    std::string target_;
+};
+
+class Directory : public Entry {
+  public:
+    Directory() : Entry(S_IFDIR | 0755) {}
+
+    virtual std::shared_ptr<Entry> find(std::string_view name) const;
+    using Visit = std::function<void(const std::string& name, const std::shared_ptr<Entry>& entry)>;
+    virtual void for_each(const Visit& visit) const;
+    // The directory to put at a name where there is none yet.
+    virtual std::shared_ptr<Directory> make_below(const std::string& name) const;
+
+    void put(const std::string& name, std::shared_ptr<Entry> entry) {
+        children_[name] = std::move(entry);
+    }
+    std::shared_ptr<Entry> take(std::string_view name);
+
+  private:
+    std::map<std::string, std::shared_ptr<Entry>, std::less<>> children_;
+};
+
+// Anything a program can open: a device node or an attribute file.
+class Node : public Entry {
+  public:
+    using Entry::Entry;
+    // A new open of this node, or an errno.
+    virtual int open(const OpenCall& call, std::unique_ptr<File>& file) = 0;
+};
+
+// A file that stands where the launcher mounts something else; nobody opens it.
+class Placeholder : public Node {
+  public:
+    Placeholder() : Node(S_IFREG | 0444) {}
+    int open(const OpenCall& call, std::unique_ptr<File>& file) override;
+};
+
+// The whole tree, addressed by absolute paths such as "/dev/drvgpio".
+class Tree {
+  public:
+    Tree();
+
+    const std::shared_ptr<Directory>& root() const { return root_; }
+    std::shared_ptr<Entry> find(std::string_view path) const;
+    Directory& make_directories(std::string_view path);
+    // Puts an entry at a path, making the directories above it.
+    void put(std::string_view path, std::shared_ptr<Entry> entry);
+    std::shared_ptr<Entry> take(std::string_view path) const;
+    // Visits everything but directories, by absolute path.
+    void for_each(const Directory::Visit& visit) const;
+
+  private:
+    std::shared_ptr<Directory> root_;
+};
+
+// "/sys/class/gpio/value" -> {"/sys/class/gpio", "value"}
+std::pair<std::string_view, std::string_view> split_path(std::string_view path);
+
+} // namespace vb
