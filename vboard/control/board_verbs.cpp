@@ -104,6 +104,13 @@ void add_node_verbs(Board& board) {
                }});
 }
 
+void add_call_verbs(Board& board) {
+    board.verbs().add({"call.list",
+                       {},
+                       "the calls that wait for their answer now, and since how many seconds",
+                       [&board](const Json&) { return board.traffic().list(); }});
+}
+
 void add_uevent_verbs(Board& board) {
     Verbs& verbs = board.verbs();
     verbs.add({"uevent.send",
@@ -178,6 +185,7 @@ void add_trace_verbs(Board& board) {
 
 void add_board_verbs(Board& board) {
     add_clock_verbs(board);
+    add_call_verbs(board);
     add_fault_verbs(board);
     add_node_verbs(board);
     add_trace_verbs(board);

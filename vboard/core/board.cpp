@@ -91,13 +91,29 @@ void Board::misuse(const std::string& node, const std::string& text) {
     trace_.add("misuse", {{"node", node}, {"text", text}});
 }
 
-bool Board::vanish(const std::string& path) {
+void Board::removed(const std::string& path, Entry& entry) {
+    entry.set_gone(true);
+    traffic_.vanish(path);
+}
+
+std::shared_ptr<Entry> Board::take_away(const std::string& path) {
     std::shared_ptr<Entry> entry = tree_.take(path);
+    if (entry) {
+        removed(path, *entry);
+    }
+    return entry;
+}
+
+bool Board::remove(const std::string& path) {
+    return take_away(path) != nullptr;
+}
+
+bool Board::vanish(const std::string& path) {
+    std::shared_ptr<Entry> entry = take_away(path);
     if (!entry) {
         return false;
     }
     vanished_[path] = std::move(entry);
-    traffic_.vanish(path);
     trace_.add("node", {{"node", path}, {"state", "gone"}});
     return true;
 }
@@ -107,6 +123,7 @@ bool Board::appear(const std::string& path) {
     if (found == vanished_.end()) {
         return false;
     }
+    found->second->set_gone(false);
     tree_.put(path, std::move(found->second));
     vanished_.erase(found);
     trace_.add("node", {{"node", path}, {"state", "there"}});

@@ -81,9 +81,13 @@ class Board {
     // A program did what a real device would not forgive; tests fail on it.
     void misuse(const std::string& node, const std::string& text);
 
-    // Takes a node away from under its users, and brings it back. False where there is none.
+    // Takes what stands at a path, and all below it, away from under its users: for good, or to be
+    // brought back. False where there is nothing.
+    bool remove(const std::string& path);
     bool vanish(const std::string& path);
     bool appear(const std::string& path);
+    // Tells of an entry that its directory has let go.
+    void removed(const std::string& path, Entry& entry);
 
     LineBank& add_lines(const std::string& name, unsigned count);
     // VerbError where there is no such bank.
@@ -103,6 +107,7 @@ class Board {
     using Deeds = std::vector<std::function<void()>>;
 
     static UniqueFd new_file(const std::string& name);
+    std::shared_ptr<Entry> take_away(const std::string& path);
     Deeds act_locked(const std::function<void()>& deed);
     void run_timers(const std::stop_token& stop);
     void look_at_timers_again();

@@ -53,6 +53,20 @@ Number number_of(const std::string& key, const std::string& text,
 
 } // namespace
 
+namespace {
+
+constexpr Operation kOperations[] = {Operation::open,
+                                     Operation::request,
+                                     Operation::read,
+                                     Operation::write,
+                                     Operation::sync,
+                                     Operation::make_directory,
+                                     Operation::remove_directory,
+                                     Operation::make_link,
+                                     Operation::remove_link};
+
+} // namespace
+
 const char* name_of(Operation operation) {
     switch (operation) {
     case Operation::open:
@@ -65,6 +79,14 @@ const char* name_of(Operation operation) {
         return "write";
     case Operation::sync:
         return "fsync";
+    case Operation::make_directory:
+        return "mkdir";
+    case Operation::remove_directory:
+        return "rmdir";
+    case Operation::make_link:
+        return "symlink";
+    case Operation::remove_link:
+        return "unlink";
     }
     return "?";
 }
@@ -88,8 +110,7 @@ std::optional<int> error_number(std::string_view name) {
 void Faults::Rule::take_operation(const std::string& word) {
     const auto [key, value] = key_and_value(word);
     request = value;
-    for (const Operation known : {Operation::open, Operation::request, Operation::read,
-                                  Operation::write, Operation::sync}) {
+    for (const Operation known : kOperations) {
         if (key == name_of(known)) {
             operation = known;
             return;
@@ -97,7 +118,9 @@ void Faults::Rule::take_operation(const std::string& word) {
     }
     if (key != "any") {
         refuse(fmt::format(
-            "unknown operation \"{}\": open, ioctl, ioctl=NAME, read, write, fsync or any", word));
+            "unknown operation \"{}\": open, ioctl, ioctl=NAME, read, write, fsync, mkdir, rmdir, "
+            "symlink, unlink or any",
+            word));
     }
 }
 

@@ -6,7 +6,8 @@
 //   /dev/drvgpio:ioctl=CMD_GPIO_GETVAL:EIO:after=2:times=3
 //   /dev/*:read:garble:probability=0.1:seed=7
 // NODE       a path, or a pattern as the shell's
-// OPERATION  open, ioctl, ioctl=NAME (or its number), read, write, fsync, any
+// OPERATION  open, ioctl, ioctl=NAME (or its number), read, write, fsync,
+//            mkdir, rmdir, symlink, unlink, any
 // ACTION     an errno's name   the call fails with it
 //            delay=MS          it is answered so much board time later
 //            hold=TAG          it is answered after `faults release TAG`
@@ -30,7 +31,17 @@
 
 namespace vb {
 
-enum class Operation { open, request, read, write, sync };
+enum class Operation {
+    open,
+    request,
+    read,
+    write,
+    sync,
+    make_directory,
+    remove_directory,
+    make_link,
+    remove_link
+};
 
 const char* name_of(Operation operation);
 

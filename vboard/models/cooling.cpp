@@ -121,7 +121,7 @@ Cooling::Cooling(Board& board, Settings& settings)
     temperature_ = settled_temperature();
     constexpr char kZone[] = "/sys/class/thermal/thermal_zone0";
     board.tree().put(fmt::format("{}/temp", kZone),
-                     std::make_shared<Attribute>(
+                     line_attribute(
                          [this] {
                              catch_up();
                              return std::to_string(std::lround(temperature_ * 1000));

@@ -68,7 +68,7 @@ class Fpga : public Model {
   public:
     Fpga(Board& board, Settings& settings);
 
-    Outcome transfer(const TransferRecord& record, const CallerMemory& memory);
+    Outcome transfer(const TransferRecord& record, const Caller& caller);
     void reported(std::uint64_t left);
     void opened(InterruptFile* file) { listeners_.insert(file); }
     void closed(InterruptFile* file) { listeners_.erase(file); }
@@ -89,7 +89,7 @@ class Fpga : public Model {
 // --- opens ---
 
 Outcome AccessFile::request(RequestCall& call) {
-    return fpga_.transfer(record_from<TransferRecord>(call.record), call.memory);
+    return fpga_.transfer(record_from<TransferRecord>(call.record), call.caller);
 }
 
 InterruptFile::InterruptFile(Fpga& fpga) : fpga_(fpga) {
@@ -130,7 +130,7 @@ Outcome Fpga::complain(const std::string& text) {
     return Outcome::failed(EINVAL);
 }
 
-Outcome Fpga::transfer(const TransferRecord& record, const CallerMemory& memory) {
+Outcome Fpga::transfer(const TransferRecord& record, const Caller& caller) {
     if (record.reserved0 != 0 || record.reserved1 != 0 || record.reserved2 != 0) {
         return complain("a reserved word of the record is not 0");
     }
@@ -143,8 +143,8 @@ Outcome Fpga::transfer(const TransferRecord& record, const CallerMemory& memory)
     }
     const auto bytes = std::span(bytes_).subspan(record.address, record.length);
     Bytes buffer(bytes.begin(), bytes.end());
-    const bool reached = record.operation == kOperationRead ? memory.write(record.buffer, buffer)
-                                                            : memory.read(record.buffer, buffer);
+    const bool reached = record.operation == kOperationRead ? caller.write(record.buffer, buffer)
+                                                            : caller.read(record.buffer, buffer);
     if (!reached) {
         return Outcome::failed(EFAULT);
     }

@@ -76,15 +76,15 @@ class I2cFile : public File {
     std::span<const RequestRow> requests() const override { return kI2cRequests; }
     Outcome request(RequestCall& call) override;
     Outcome read(std::size_t size, std::uint64_t offset) override;
-    Outcome write(ByteView data, std::uint64_t offset) override;
+    Outcome write(WriteCall& call) override;
 
   private:
     Outcome choose_address(std::uint64_t address);
     static Outcome keep(std::uint64_t& setting, std::uint64_t value, std::uint64_t most);
     Outcome transfer(const RequestCall& call);
-    Outcome take(const i2c_msg& raw, const CallerMemory& memory, I2cMessage& message);
+    Outcome take(const i2c_msg& raw, const Caller& caller, I2cMessage& message);
     Outcome smbus(const RequestCall& call);
-    Outcome smbus_with(SmbusCall smbus, std::uint64_t data_at, const CallerMemory& memory);
+    Outcome smbus_with(SmbusCall smbus, std::uint64_t data_at, const Caller& caller);
 
     Adapter& adapter_;
     unsigned address_ = 0;
@@ -140,8 +140,8 @@ Outcome I2cFile::read(std::size_t size, std::uint64_t) {
     return error == 0 ? Outcome::bytes(std::move(message.bytes)) : Outcome::failed(error);
 }
 
-Outcome I2cFile::write(ByteView data, std::uint64_t) {
-    data = data.first(std::min(data.size(), kLongest));
+Outcome I2cFile::write(WriteCall& call) {
+    const ByteView data = call.data.first(std::min(call.data.size(), kLongest));
     I2cMessage message{address_, ten_bit_, false, false, Bytes(data.begin(), data.end())};
     const int error = adapter_.bus.transfer({&message, 1});
     return error == 0 ? Outcome::done(static_cast<int>(data.size())) : Outcome::failed(error);
@@ -150,13 +150,13 @@ Outcome I2cFile::write(ByteView data, std::uint64_t) {
 // --- I2C_RDWR ---
 
 // One message as the caller wrote it down; its buffer is fetched also where it is to be filled.
-Outcome I2cFile::take(const i2c_msg& raw, const CallerMemory& memory, I2cMessage& message) {
+Outcome I2cFile::take(const i2c_msg& raw, const Caller& caller, I2cMessage& message) {
     if (raw.len > kLongest) {
         return adapter_.complain(EINVAL, fmt::format("a message of {} bytes", raw.len));
     }
     message = {raw.addr, (raw.flags & I2C_M_TEN) != 0, (raw.flags & I2C_M_RD) != 0,
                (raw.flags & I2C_M_RECV_LEN) != 0, Bytes(raw.len)};
-    if (!memory.read(address_of(raw.buf), message.bytes)) {
+    if (!caller.read(address_of(raw.buf), message.bytes)) {
         return Outcome::failed(EFAULT);
     }
     if ((raw.flags & ~kKnownFlags) != 0) {
@@ -178,7 +178,7 @@ Outcome I2cFile::transfer(const RequestCall& call) {
         return adapter_.complain(EINVAL, fmt::format("a transfer of {} messages", order.nmsgs));
     }
     Bytes raw_bytes(order.nmsgs * sizeof(i2c_msg));
-    if (!call.memory.read(address_of(order.msgs), raw_bytes)) {
+    if (!call.caller.read(address_of(order.msgs), raw_bytes)) {
         return Outcome::failed(EFAULT);
     }
     std::vector<i2c_msg> raw(order.nmsgs);
@@ -186,7 +186,7 @@ Outcome I2cFile::transfer(const RequestCall& call) {
 
     std::vector<I2cMessage> messages(order.nmsgs);
     for (std::size_t i = 0; i < raw.size(); ++i) {
-        if (Outcome taken = take(raw[i], call.memory, messages[i]);
+        if (Outcome taken = take(raw[i], call.caller, messages[i]);
             taken.kind == Outcome::Kind::failed) {
             return taken;
         }
@@ -195,7 +195,7 @@ Outcome I2cFile::transfer(const RequestCall& call) {
         return Outcome::failed(error);
     }
     for (std::size_t i = 0; i < raw.size(); ++i) {
-        if (messages[i].reads && !call.memory.write(address_of(raw[i].buf), messages[i].bytes)) {
+        if (messages[i].reads && !call.caller.write(address_of(raw[i].buf), messages[i].bytes)) {
             return Outcome::failed(EFAULT);
         }
     }
@@ -219,7 +219,7 @@ Outcome I2cFile::smbus(const RequestCall& call) {
     if (order.data == nullptr) {
         return adapter_.complain(EINVAL, "an SMBus operation without its data");
     }
-    return smbus_with(smbus, address_of(order.data), call.memory);
+    return smbus_with(smbus, address_of(order.data), call.caller);
 }
 
 std::size_t data_size(std::uint32_t operation) {
@@ -235,13 +235,13 @@ std::size_t data_size(std::uint32_t operation) {
     }
 }
 
-Outcome I2cFile::smbus_with(SmbusCall smbus, std::uint64_t data_at, const CallerMemory& memory) {
+Outcome I2cFile::smbus_with(SmbusCall smbus, std::uint64_t data_at, const Caller& caller) {
     const bool both = smbus.size == I2C_SMBUS_PROC_CALL || smbus.size == I2C_SMBUS_BLOCK_PROC_CALL;
     const std::span<std::uint8_t> none;
     i2c_smbus_data data{};
     const std::span bytes(reinterpret_cast<std::uint8_t*>(&data), data_size(smbus.size));
     const bool takes = both || !smbus.reads || smbus.size == I2C_SMBUS_I2C_BLOCK_DATA;
-    if (!memory.read(data_at, takes ? bytes : none)) {
+    if (!caller.read(data_at, takes ? bytes : none)) {
         return Outcome::failed(EFAULT);
     }
     if (smbus.size == I2C_SMBUS_I2C_BLOCK_BROKEN) { // the older form of the block operation
@@ -254,7 +254,7 @@ Outcome I2cFile::smbus_with(SmbusCall smbus, std::uint64_t data_at, const Caller
         return Outcome::failed(error);
     }
     const bool gives = both || smbus.reads;
-    return memory.write(data_at, gives ? bytes : none) ? Outcome::done() : Outcome::failed(EFAULT);
+    return caller.write(data_at, gives ? bytes : none) ? Outcome::done() : Outcome::failed(EFAULT);
 }
 
 // --- the adapter ---

@@ -114,8 +114,8 @@ void Network::add(Board& board, const Json& object, const std::string& where) {
 
 void Network::add_attributes(Tree& tree, Interface& interface, const std::string& folder,
                              const std::string& link_file) {
-    const auto put = [&](const std::string& path, Attribute::Show show) {
-        interface.attributes.push_back(std::make_shared<Attribute>(std::move(show), nullptr));
+    const auto put = [&](const std::string& path, ShowLine show) {
+        interface.attributes.push_back(line_attribute(std::move(show), nullptr));
         tree.put(path, interface.attributes.back());
     };
     const auto carrier = [&interface] { return interface.link ? "1" : "0"; };

@@ -80,9 +80,8 @@ void Attributes::add_file(Tree& tree, const std::string& path, const Json& about
         file.highest = one.get<long>("highest", file.highest);
         one.finish();
     }
-    Attribute::Store store = [&file](std::string_view text) { return file.store(text); };
-    file.attribute =
-        std::make_shared<Attribute>([&file] { return std::to_string(file.value); },
+    StoreLine store = [&file](std::string_view text) { return file.store(text); };
+    file.attribute = line_attribute([&file] { return std::to_string(file.value); },
                                     file.lowest == file.highest ? nullptr : std::move(store));
     tree.put(path, file.attribute);
 }

@@ -19,7 +19,7 @@ class Partition : public Node, public Storage, public std::enable_shared_from_th
     Partition(Power& power, UniqueFd file, std::uint64_t size)
         : Node(S_IFREG | 0660), power_(power), store_(std::move(file), size) {}
 
-    int open(const OpenCall& call, std::unique_ptr<File>& file) override;
+    Outcome open(const OpenCall& call, std::unique_ptr<File>& file) override;
     std::uint64_t size() const override { return store_.size(); }
     void flush() override { store_.flush(); }
     void lose_power(std::mt19937_64& chance) override { store_.lose_power(chance); }
@@ -42,8 +42,8 @@ class PartitionFile : public File {
     Outcome read(std::size_t size, std::uint64_t offset) override {
         return partition_->read(size, offset);
     }
-    Outcome write(ByteView data, std::uint64_t offset) override {
-        return partition_->write(data, offset, synchronous_);
+    Outcome write(WriteCall& call) override {
+        return partition_->write(call.data, call.offset, synchronous_);
     }
     Outcome sync() override { return partition_->sync(); }
     bool seekable() const override { return true; }
@@ -54,9 +54,9 @@ class PartitionFile : public File {
     bool synchronous_;
 };
 
-int Partition::open(const OpenCall& call, std::unique_ptr<File>& file) {
+Outcome Partition::open(const OpenCall& call, std::unique_ptr<File>& file) {
     file = std::make_unique<PartitionFile>(shared_from_this(), (call.flags & O_DSYNC) != 0);
-    return 0;
+    return Outcome::done();
 }
 
 // Without power there are no answers, and no caller who could take one.

@@ -67,12 +67,11 @@ SysfsGpio::SysfsGpio(Board& board, Settings& settings)
     }
     Tree& tree = board.tree();
     const std::string path = kClass;
-    tree.put(path + "/export", std::make_shared<Attribute>(nullptr, [this](std::string_view text) {
-                 return export_line(text);
+    tree.put(path + "/export",
+             line_attribute(nullptr, [this](std::string_view text) { return export_line(text); }));
+    tree.put(path + "/unexport", line_attribute(nullptr, [this](std::string_view text) {
+                 return unexport_line(text);
              }));
-    tree.put(path + "/unexport",
-             std::make_shared<Attribute>(
-                 nullptr, [this](std::string_view text) { return unexport_line(text); }));
     tree.put(path + "/gpiochip0/base", fixed_attribute("0"));
     tree.put(path + "/gpiochip0/label", fixed_attribute(kSysfsBank));
     tree.put(path + "/gpiochip0/ngpio", fixed_attribute(std::to_string(lines_.size())));
@@ -107,10 +106,10 @@ int SysfsGpio::export_line(std::string_view text) {
 
 void SysfsGpio::put_attributes(unsigned number) {
     SysfsLine& line = lines_[number];
-    const auto put = [&](const char* name, Attribute::Show show,
+    const auto put = [&](const char* name, ShowLine show,
                          int (SysfsGpio::*store)(unsigned, std::string_view),
                          Attribute::Reading reading = Attribute::Reading::kept) {
-        auto attribute = std::make_shared<Attribute>(
+        auto attribute = line_attribute(
             std::move(show),
             [this, number, store](std::string_view text) { return (this->*store)(number, text); },
             reading);
@@ -137,11 +136,7 @@ int SysfsGpio::unexport_line(std::string_view text) {
     if (!in_use(number)) {
         return EINVAL;
     }
-    const std::string folder = folder_of(number);
-    board_.tree().take(folder);
-    for (const char* name : {"direction", "edge", "active_low", "value"}) {
-        board_.traffic().vanish(fmt::format("{}/{}", folder, name));
-    }
+    board_.remove(folder_of(number));
     SysfsLine& line = lines_[number];
     line.edge = kNone;
     line.active_low = false;

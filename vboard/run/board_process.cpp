@@ -135,11 +135,12 @@ int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
 
     fence.close();
     Program program(options, fence, files_elsewhere(board.tree())); // before the first thread
+    UniqueFd proc = open_board_proc();
     // Held until the process ends: libfuse's threads would tell standard error of an end.
     leave_scaffold().release();
     raise_loopback();
-    new FuseServer(board, fuse.release());     // NOLINT
-    auto& control = *new ControlServer(board); // NOLINT
+    new FuseServer(board, fuse.release(), std::move(proc)); // NOLINT
+    auto& control = *new ControlServer(board);              // NOLINT
     control.serve(listen_at(kInnerControlName));
     if (start.control) {
         control.serve(UniqueFd(fcntl(start.control.get(), F_DUPFD_CLOEXEC, 0)));

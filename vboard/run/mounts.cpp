@@ -180,6 +180,10 @@ void take_machine_away() {
 
 } // namespace
 
+UniqueFd open_board_proc() {
+    return UniqueFd(open(kKernelProc, O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
 void add_placeholders(Tree& tree) {
     for (const char* device : kRealDevices) {
         tree.put(fmt::format("/dev/{}", device), std::make_shared<Placeholder>());
@@ -193,9 +197,8 @@ void add_placeholders(Tree& tree) {
     for (const char* folder : {"/dev/pts", "/dev/shm", kCpu, kCgroup, "/sys/class"}) {
         tree.make_directories(folder);
     }
-    tree.put("/proc", std::make_shared<MirrorDirectory>(
-                          UniqueFd(open(kKernelProc, O_PATH | O_DIRECTORY | O_CLOEXEC)),
-                          fmt::format("{}/", kKernelProcName)));
+    tree.put("/proc", std::make_shared<MirrorDirectory>(open_board_proc(),
+                                                        fmt::format("{}/", kKernelProcName)));
     tree.make_directories(fmt::format("/proc/{}", kKernelProcName));
     tree.put("/dev/ptmx", std::make_shared<Symlink>("pts/ptmx"));
     tree.put("/dev/fd", std::make_shared<Symlink>("/proc/self/fd"));

@@ -18,6 +18,9 @@ namespace vb {
 // A folder in memory that only server and mounts see.
 inline constexpr char kHiddenFolder[] = "/dev/shm/own";
 
+// The kernel's /proc of the board's processes, while the scaffold stands.
+UniqueFd open_board_proc();
+
 // Lays out the scaffold, with the FUSE descriptor mounted in it. Each of these throws a
 // std::system_error that names what failed.
 void raise_scaffold(int fuse_descriptor);

@@ -22,7 +22,8 @@ class AttributeFile : public File {
     ~AttributeFile() override { attribute_->files_.erase(this); }
 
     Outcome read(std::size_t size, std::uint64_t offset) override;
-    Outcome write(ByteView data, std::uint64_t offset) override;
+    Outcome write(WriteCall& call) override;
+    bool takes_paths() const override { return attribute_->takes_paths_; }
     bool seekable() const override { return true; }
     short readiness() const override {
         return static_cast<short>(kAlways | (seen_ == attribute_->events_ ? 0 : kEvent));
@@ -40,7 +41,7 @@ class AttributeFile : public File {
 
 Outcome AttributeFile::read(std::size_t size, std::uint64_t offset) {
     if (offset == 0 || !text_ || attribute_->reading_ == Attribute::Reading::fresh) {
-        text_ = attribute_->show_() + "\n";
+        text_ = attribute_->show_();
         seen_ = attribute_->events_;
     }
     const std::string_view text = *text_;
@@ -48,12 +49,10 @@ Outcome AttributeFile::read(std::size_t size, std::uint64_t offset) {
     return Outcome::bytes(Bytes(part.begin(), part.end()));
 }
 
-Outcome AttributeFile::write(ByteView data, std::uint64_t) {
-    data = data.first(std::min(data.size(), Attribute::kPage));
-    std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());
-    text = text.substr(0, text.find('\0'));
-    const int error = attribute_->store_(text);
-    return error == 0 ? Outcome::done(static_cast<int>(data.size())) : Outcome::failed(error);
+Outcome AttributeFile::write(WriteCall& call) {
+    call.data = call.data.first(std::min(call.data.size(), Attribute::kPage));
+    const int error = attribute_->store_(call);
+    return error == 0 ? Outcome::done(static_cast<int>(call.data.size())) : Outcome::failed(error);
 }
 
 namespace {
@@ -70,13 +69,13 @@ Attribute::Attribute(Show show, Store store, Reading reading)
       store_(std::move(store)),
       reading_(reading) {}
 
-int Attribute::open(const OpenCall& call, std::unique_ptr<File>& file) {
+Outcome Attribute::open(const OpenCall& call, std::unique_ptr<File>& file) {
     const int access = call.flags & O_ACCMODE;
     if ((access != O_WRONLY && !show_) || (access != O_RDONLY && !store_)) {
-        return EACCES;
+        return Outcome::failed(EACCES);
     }
     file = std::make_unique<AttributeFile>(shared_from_this());
-    return 0;
+    return Outcome::done();
 }
 
 void Attribute::notify() {
@@ -86,8 +85,31 @@ void Attribute::notify() {
     }
 }
 
+namespace {
+
+// What a call writes, up to its first NUL.
+std::string_view text_of(const WriteCall& call) {
+    const std::string_view text(reinterpret_cast<const char*>(call.data.data()), call.data.size());
+    return text.substr(0, text.find('\0'));
+}
+
+} // namespace
+
+std::shared_ptr<Attribute> line_attribute(ShowLine show, StoreLine store,
+                                          Attribute::Reading reading) {
+    Attribute::Show show_bytes;
+    if (show) {
+        show_bytes = [show = std::move(show)] { return show() + "\n"; };
+    }
+    Attribute::Store store_bytes;
+    if (store) {
+        store_bytes = [store = std::move(store)](WriteCall& call) { return store(text_of(call)); };
+    }
+    return std::make_shared<Attribute>(std::move(show_bytes), std::move(store_bytes), reading);
+}
+
 std::shared_ptr<Attribute> fixed_attribute(std::string text) {
-    return std::make_shared<Attribute>([text = std::move(text)] { return text; }, nullptr);
+    return line_attribute([text = std::move(text)] { return text; }, nullptr);
 }
 
 bool is_word(std::string_view text, std::string_view word) {

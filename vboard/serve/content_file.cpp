@@ -30,12 +30,12 @@ class ContentFile : public File {
 ContentNode::ContentNode(Bytes content)
     : Node(S_IFREG | 0444), content_(std::make_shared<const Bytes>(std::move(content))) {}
 
-int ContentNode::open(const OpenCall& call, std::unique_ptr<File>& file) {
+Outcome ContentNode::open(const OpenCall& call, std::unique_ptr<File>& file) {
     if ((call.flags & O_ACCMODE) != O_RDONLY) {
-        return EROFS;
+        return Outcome::failed(EROFS);
     }
     file = std::make_unique<ContentFile>(content_);
-    return 0;
+    return Outcome::done();
 }
 
 } // namespace vb

@@ -10,7 +10,7 @@ class ContentNode : public Node {
   public:
     explicit ContentNode(Bytes content);
 
-    int open(const OpenCall& call, std::unique_ptr<File>& file) override;
+    Outcome open(const OpenCall& call, std::unique_ptr<File>& file) override;
     std::uint64_t size() const override { return content_->size(); }
 
   private:

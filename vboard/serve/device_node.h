@@ -10,9 +10,9 @@ class DeviceNode : public Node {
     using MakeFile = std::function<std::unique_ptr<File>()>;
 
     explicit DeviceNode(MakeFile make) : Node(S_IFREG | 0666), make_(std::move(make)) {}
-    int open(const OpenCall&, std::unique_ptr<File>& file) override {
+    Outcome open(const OpenCall&, std::unique_ptr<File>& file) override {
         file = make_();
-        return 0;
+        return Outcome::done();
     }
 
   private:

@@ -12,7 +12,7 @@ Outcome File::read(std::size_t, std::uint64_t) {
     return Outcome::failed(EINVAL);
 }
 
-Outcome File::write(ByteView, std::uint64_t) {
+Outcome File::write(WriteCall&) {
     return Outcome::failed(EINVAL);
 }
 

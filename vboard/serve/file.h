@@ -1,7 +1,7 @@
 #pragma once
 // One open of a node, as its device model sees it.
 
-#include "serve/caller_memory.h"
+#include "serve/caller.h"
 #include "serve/outcome.h"
 #include "serve/request_row.h"
 
@@ -14,16 +14,22 @@ namespace vb {
 
 struct OpenCall {
     std::string path;
-    pid_t thread = 0;
     int flags = 0; // as open(2) was given them
+};
+
+struct WriteCall {
+    ByteView data;
+    std::uint64_t offset;
+    const Caller& caller;
+    Found& target; // where the file takes paths: what the written one leads to; to be had once
 };
 
 struct RequestCall {
     const RequestRow& row;
     std::uint64_t argument; // what ioctl(2) was given: an address, or the value itself
     std::span<std::uint8_t>
-        record;          // row.size bytes: filled where the row takes, sent where it gives
-    CallerMemory memory; // for pointers inside the record
+        record;           // row.size bytes: filled where the row takes, sent where it gives
+    const Caller& caller; // for pointers inside the record
 };
 
 // Calls come one at a time, under the board's lock. A model answers at once, and never sleeps:
@@ -38,7 +44,9 @@ class File {
     virtual std::span<const RequestRow> requests() const { return {}; }
     virtual Outcome request(RequestCall& call);
     virtual Outcome read(std::size_t size, std::uint64_t offset);
-    virtual Outcome write(ByteView data, std::uint64_t offset);
+    virtual Outcome write(WriteCall& call);
+    // What is written to it is a path, which WriteCall::target follows.
+    virtual bool takes_paths() const { return false; }
     // fsync(2): what was written is in storage when it is done.
     virtual Outcome sync();
     virtual bool seekable() const { return false; }

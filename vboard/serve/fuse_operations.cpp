@@ -18,8 +18,8 @@ FuseServer& server_of(fuse_req_t request) {
     return *static_cast<FuseServer*>(fuse_req_userdata(request));
 }
 
-pid_t thread_of(fuse_req_t request) {
-    return fuse_req_ctx(request)->pid;
+Caller caller_of(fuse_req_t request) {
+    return server_of(request).caller(fuse_req_ctx(request)->pid);
 }
 
 struct stat attributes_of(const Entry& entry, fuse_ino_t inode) {
@@ -33,16 +33,23 @@ struct stat attributes_of(const Entry& entry, fuse_ino_t inode) {
 
 // --- names ---
 
+// What the kernel is told of an entry that it asked for by name.
+fuse_entry_param known(FuseServer& server, const std::shared_ptr<Entry>& entry,
+                       const std::string& path) {
+    server.remember(entry, path);
+    fuse_entry_param found{};
+    found.ino = entry->inode();
+    found.attr = attributes_of(*entry, entry->inode());
+    return found;
+}
+
 void lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     FuseServer& server = server_of(request);
     fuse_entry_param found{};
     server.board().act([&] {
         const auto above = std::dynamic_pointer_cast<Directory>(server.entry(parent));
-        const auto entry = above ? above->find(name) : nullptr;
-        if (entry) {
-            server.remember(entry, server.path(parent) + "/" + name);
-            found.ino = entry->inode();
-            found.attr = attributes_of(*entry, entry->inode());
+        if (const auto entry = above && !above->gone() ? above->find(name) : nullptr) {
+            found = known(server, entry, server.path(parent) + "/" + name);
         }
     });
     if (found.ino == 0) {
@@ -146,10 +153,15 @@ void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offse
     FuseServer& server = server_of(request);
     std::vector<char> reply(size);
     std::size_t used = 0;
+    bool gone = false;
     server.board().act([&] {
         Listing& listing = listing_of(info);
         const auto directory = std::dynamic_pointer_cast<Directory>(server.entry(inode));
-        if (offset == 0 && directory) {
+        gone = !directory || directory->gone();
+        if (gone) {
+            return;
+        }
+        if (offset == 0) {
             listing = listing_now(*directory, inode);
         }
         for (auto at = static_cast<std::size_t>(offset); at < listing.names.size(); ++at) {
@@ -163,23 +175,33 @@ void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offse
             used += needed;
         }
     });
-    fuse_reply_buf(request, reply.data(), used);
+    if (gone) {
+        fuse_reply_err(request, ENOENT);
+    } else {
+        fuse_reply_buf(request, reply.data(), used);
+    }
 }
 
-// Devices come and go with the board, not by mkdir or rm.
-void refuse_new(fuse_req_t request, fuse_ino_t, const char*, mode_t, dev_t) {
+// What neither sysfs nor configfs can do is refused as they do it.
+
+void refuse_node(fuse_req_t request, fuse_ino_t, const char*, mode_t, dev_t) {
     fuse_reply_err(request, EPERM);
 }
 
-void refuse_directory(fuse_req_t request, fuse_ino_t, const char*, mode_t) {
+void refuse_file(fuse_req_t request, fuse_ino_t, const char*, mode_t, fuse_file_info*) {
+    fuse_reply_err(request, EACCES);
+}
+
+void refuse_renaming(fuse_req_t request, fuse_ino_t, const char*, fuse_ino_t, const char*,
+                     unsigned) {
     fuse_reply_err(request, EPERM);
 }
 
-void refuse_removal(fuse_req_t request, fuse_ino_t, const char*) {
+void refuse_hard_link(fuse_req_t request, fuse_ino_t, fuse_ino_t, const char*) {
     fuse_reply_err(request, EPERM);
 }
 
-// --- calls on nodes ---
+// --- calls on nodes and directories ---
 
 void on_interrupt(fuse_req_t request, void* data) {
     FuseServer& server = server_of(request);
@@ -200,7 +222,7 @@ void begin(fuse_req_t request, const Make& make) {
     board.act([&] {
         const std::shared_ptr<Transfer> transfer = make(server);
         if (!transfer) {
-            board.afterwards([request] { fuse_reply_err(request, ENODEV); });
+            board.afterwards([request] { fuse_reply_err(request, ENOENT); });
             return;
         }
         board.traffic().start(id, transfer);
@@ -234,8 +256,8 @@ void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
         if (!node) {
             return nullptr;
         }
-        const OpenCall call{server.path(inode), thread_of(request), info->flags};
-        auto transfer = std::make_shared<OpenTransfer>(call, node);
+        const OpenCall call{server.path(inode), info->flags};
+        auto transfer = std::make_shared<OpenTransfer>(caller_of(request), call, node);
         // Weak: the answer belongs to the transfer, and must not keep it alive.
         const std::weak_ptr<OpenTransfer> opened = transfer;
         transfer->on_answer([request, &server, file = *info, opened](const Outcome& outcome) {
@@ -264,7 +286,7 @@ void read(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_f
     begin(request, [&](FuseServer& server) {
         const auto open = server.find_open(info->fh);
         auto transfer =
-            std::make_shared<ReadTransfer>(thread_of(request), open, size, offset_in(*open, offset),
+            std::make_shared<ReadTransfer>(caller_of(request), open, size, offset_in(*open, offset),
                                            (info->flags & O_NONBLOCK) != 0);
         transfer->on_answer([request](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
@@ -278,14 +300,24 @@ void read(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_f
     });
 }
 
+// A path that was written: a text up to its first NUL, perhaps with a newline behind it.
+std::string path_in(std::string_view text) {
+    text = text.substr(0, text.find('\0'));
+    return std::string(text.substr(0, text.size() - (text.ends_with('\n') ? 1 : 0)));
+}
+
 void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, off_t offset,
            fuse_file_info* info) {
+    Found target;
+    if (FuseServer::takes_paths(info->fh)) {
+        target = server_of(request).find(caller_of(request), path_in({data, size}));
+    }
     begin(request, [&](FuseServer& server) {
         const auto open = server.find_open(info->fh);
         const auto* first = reinterpret_cast<const std::uint8_t*>(data);
         auto transfer = std::make_shared<WriteTransfer>(
-            thread_of(request), open, Bytes(first, first + size), offset_in(*open, offset),
-            (info->flags & O_NONBLOCK) != 0);
+            caller_of(request), open, Bytes(first, first + size), offset_in(*open, offset),
+            (info->flags & O_NONBLOCK) != 0, std::move(target));
         transfer->on_answer([request](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
                 fuse_reply_err(request, outcome.error);
@@ -300,7 +332,7 @@ void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, o
 void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
     begin(request, [&](FuseServer& server) {
         auto transfer =
-            std::make_shared<SyncTransfer>(thread_of(request), server.find_open(info->fh));
+            std::make_shared<SyncTransfer>(caller_of(request), server.find_open(info->fh));
         transfer->on_answer(
             [request](const Outcome& outcome) { fuse_reply_err(request, outcome.error); });
         return transfer;
@@ -313,7 +345,7 @@ void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_f
            unsigned, const void*, std::size_t, std::size_t reply_size) {
     begin(request, [&](FuseServer& server) {
         auto transfer = std::make_shared<RequestTransfer>(
-            thread_of(request), server.find_open(info->fh), code,
+            caller_of(request), server.find_open(info->fh), code,
             static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(argument)));
         transfer->on_answer([request, reply_size](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
@@ -325,6 +357,57 @@ void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_f
         });
         return transfer;
     });
+}
+
+void change(fuse_req_t request, Operation operation, fuse_ino_t parent, const char* name,
+            ChangeTransfer::Link link = {}) {
+    begin(request, [&](FuseServer& server) -> std::shared_ptr<Transfer> {
+        const auto above = std::dynamic_pointer_cast<Directory>(server.entry(parent));
+        if (!above) {
+            return nullptr;
+        }
+        auto transfer = std::make_shared<ChangeTransfer>(caller_of(request), operation,
+                                                         server.path(parent) + "/" + name, above,
+                                                         std::move(link));
+        const std::weak_ptr<ChangeTransfer> changed = transfer; // as in open()
+        transfer->on_answer([request, &server, changed](const Outcome& outcome) {
+            const auto change = changed.lock();
+            if (outcome.kind == Outcome::Kind::failed || !change || !change->made()) {
+                fuse_reply_err(request, outcome.error);
+            } else {
+                fuse_entry_param made{};
+                server.board().act([&] { made = known(server, change->made(), change->path()); });
+                fuse_reply_entry(request, &made);
+            }
+        });
+        return transfer;
+    });
+}
+
+void mkdir(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t) {
+    change(request, Operation::make_directory, parent, name);
+}
+
+void rmdir(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    change(request, Operation::remove_directory, parent, name);
+}
+
+void unlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    change(request, Operation::remove_link, parent, name);
+}
+
+void symlink(fuse_req_t request, const char* text, fuse_ino_t parent, const char* name) {
+    FuseServer& server = server_of(request);
+    bool finds_target = false;
+    server.board().act([&] {
+        const auto above = std::dynamic_pointer_cast<Directory>(server.entry(parent));
+        finds_target = above && above->finds_targets();
+    });
+    ChangeTransfer::Link link{text, {}};
+    if (finds_target) {
+        link.target = server.find(caller_of(request), text);
+    }
+    change(request, Operation::make_link, parent, name, std::move(link));
 }
 
 void poll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* handle) {
@@ -360,10 +443,14 @@ fuse_lowlevel_ops fuse_operations() {
     operations.opendir = opendir;
     operations.readdir = readdir;
     operations.releasedir = releasedir;
-    operations.mknod = refuse_new;
-    operations.mkdir = refuse_directory;
-    operations.unlink = refuse_removal;
-    operations.rmdir = refuse_removal;
+    operations.mknod = refuse_node;
+    operations.create = refuse_file;
+    operations.rename = refuse_renaming;
+    operations.link = refuse_hard_link;
+    operations.mkdir = mkdir;
+    operations.rmdir = rmdir;
+    operations.symlink = symlink;
+    operations.unlink = unlink;
     operations.open = open;
     operations.release = release;
     operations.read = read;

@@ -16,7 +16,8 @@ constexpr std::uint64_t kRootInode = FUSE_ROOT_ID;
 
 } // namespace
 
-FuseServer::FuseServer(Board& board, int fuse_descriptor) : board_(board) {
+FuseServer::FuseServer(Board& board, int fuse_descriptor, UniqueFd proc)
+    : board_(board), proc_(std::move(proc)) {
     known_[kRootInode] = {board.tree().root(), "", 1};
 
     char name[] = "vboard";
@@ -37,6 +38,15 @@ FuseServer::FuseServer(Board& board, int fuse_descriptor) : board_(board) {
         fuse_session_loop_mt(session_, config);
         fuse_loop_cfg_destroy(config);
     }).detach();
+}
+
+Found FuseServer::find(const Caller& caller, const std::string& path) {
+    return caller.find(path, [this](const std::string& place) {
+        std::shared_ptr<Entry> entry;
+        board_.act([&] { entry = board_.tree().find(place); });
+        // Something else is mounted over a placeholder.
+        return std::dynamic_pointer_cast<Placeholder>(entry) ? nullptr : entry;
+    });
 }
 
 std::shared_ptr<Entry> FuseServer::entry(std::uint64_t inode) const {
@@ -68,7 +78,7 @@ void FuseServer::forget(std::uint64_t inode, std::uint64_t lookups) {
 }
 
 std::uint64_t FuseServer::add_open(std::shared_ptr<OpenFile> open) {
-    const std::uint64_t handle = open->id;
+    const std::uint64_t handle = open->id | (open->file->takes_paths() ? kTakesPaths : 0);
     opens_.emplace(handle, std::move(open));
     return handle;
 }

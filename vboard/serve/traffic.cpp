@@ -15,6 +15,7 @@ std::uint64_t Traffic::new_id() {
 
 void Traffic::start(std::uint64_t id, const std::shared_ptr<Transfer>& transfer) {
     transfer->id_ = id;
+    transfer->since_ = board_.now();
     live_.emplace(id, transfer);
     if (!strike(transfer)) {
         attempt(transfer);
@@ -64,7 +65,7 @@ void Traffic::proceed(const std::shared_ptr<Transfer>& transfer) {
 }
 
 void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
-    if (transfer->open() && transfer->open()->gone) {
+    if (transfer->gone()) {
         finish(transfer, Outcome::failed(ENODEV));
         return;
     }
@@ -80,8 +81,10 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
         finish(transfer, outcome);
     } else if (transfer->nonblocking()) {
         finish(transfer, Outcome::failed(EAGAIN));
-    } else {
+    } else if (transfer->open()) {
         transfer->open()->waiting.push_back(transfer);
+    } else {
+        waiting_opens_.push_back(transfer);
     }
 }
 
@@ -89,7 +92,7 @@ void Traffic::finish(const std::shared_ptr<Transfer>& transfer, const Outcome& o
     transfer->finished_ = true;
     live_.erase(transfer->id_);
 
-    Json event = {{"node", transfer->path()}, {"tid", transfer->thread()}};
+    Json event = {{"node", transfer->path()}, {"tid", transfer->caller().thread()}};
     if (transfer->open()) {
         event["open"] = transfer->open()->id;
     }
@@ -112,6 +115,7 @@ void Traffic::interrupt(std::uint64_t id) {
     if (transfer->open()) {
         transfer->open()->waiting.remove(transfer);
     }
+    std::erase(waiting_opens_, transfer);
     for (auto& [tag, kept] : held_) {
         std::erase(kept, transfer);
     }
@@ -136,6 +140,19 @@ std::size_t Traffic::held(const std::string& tag) const {
     return found == held_.end() ? 0 : found->second.size();
 }
 
+Json Traffic::list() const {
+    Json calls = Json::array();
+    for (const auto& [id, transfer] : live_) {
+        const std::int64_t waited = board_.now() - transfer->since_;
+        calls.push_back({{"node", transfer->path()},
+                         {"operation", name_of(transfer->operation())},
+                         {"request", transfer->request_name()},
+                         {"tid", transfer->caller().thread()},
+                         {"seconds", static_cast<double>(waited) / 1e9}});
+    }
+    return calls;
+}
+
 std::shared_ptr<OpenFile> Traffic::new_open(const std::string& path, std::shared_ptr<Node> node,
                                             std::unique_ptr<File> file) {
     auto open = std::make_shared<OpenFile>();
@@ -157,7 +174,7 @@ void Traffic::close(const std::shared_ptr<OpenFile>& open) {
 
 void Traffic::vanish(const std::string& path) {
     for (const auto& [id, open] : opens_) {
-        if (open->path == path) {
+        if (is_at_or_below(open->path, path)) {
             open->gone = true;
             changed_.insert(id);
         }
@@ -170,6 +187,9 @@ std::size_t Traffic::open_count(const std::string& path) const {
 }
 
 void Traffic::settle() {
+    for (const auto& transfer : std::exchange(waiting_opens_, {})) {
+        proceed(transfer);
+    }
     while (!changed_.empty()) {
         const std::unordered_set<std::uint64_t> now = std::move(changed_);
         changed_.clear();

@@ -23,11 +23,14 @@ class Traffic {
     std::size_t release(const std::string& tag);
     // How many calls a hold fault keeps under this tag.
     std::size_t held(const std::string& tag) const;
+    // The calls that are under way now, oldest first.
+    Json list() const;
 
     std::shared_ptr<OpenFile> new_open(const std::string& path, std::shared_ptr<Node> node,
                                        std::unique_ptr<File> file);
     void close(const std::shared_ptr<OpenFile>& open);
-    // The node is gone: everybody who has it open is told, now and at each later call.
+    // What stood at a path, or below it, is gone: everybody who has it open is told, now and at
+    // each later call.
     void vanish(const std::string& path);
     std::size_t open_count(const std::string& path) const;
 
@@ -41,10 +44,11 @@ class Traffic {
     bool strike(const std::shared_ptr<Transfer>& transfer);
 
     Board& board_;
-    std::unordered_map<std::uint64_t, std::shared_ptr<Transfer>> live_;
+    std::map<std::uint64_t, std::shared_ptr<Transfer>> live_;
     std::map<std::string, std::vector<std::shared_ptr<Transfer>>> held_;
     std::unordered_map<std::uint64_t, std::shared_ptr<OpenFile>> opens_;
-    std::unordered_set<std::uint64_t> changed_; // opens to look at again
+    std::unordered_set<std::uint64_t> changed_;            // opens to look at again
+    std::vector<std::shared_ptr<Transfer>> waiting_opens_; // there is no File yet to wait at
     std::uint64_t next_open_ = 1;
 };
 

@@ -25,11 +25,11 @@ void Transfer::spoil_bytes(Bytes& bytes) const {
 
 Outcome OpenTransfer::attempt(Board& board) {
     std::unique_ptr<File> file;
-    if (const int error = node_->open(call_, file); error != 0) {
-        return Outcome::failed(error);
+    Outcome outcome = node_->open(call_, file);
+    if (outcome.kind == Outcome::Kind::done) {
+        set_open(board.traffic().new_open(call_.path, node_, std::move(file)));
     }
-    set_open(board.traffic().new_open(call_.path, node_, std::move(file)));
-    return Outcome::done();
+    return outcome;
 }
 
 void OpenTransfer::describe(const Outcome&, Json& event) const {
@@ -37,6 +37,38 @@ void OpenTransfer::describe(const Outcome&, Json& event) const {
     event["mode"] = kModes[call_.flags & O_ACCMODE];
     if ((call_.flags & O_NONBLOCK) != 0) {
         event["nonblocking"] = true;
+    }
+}
+
+int ChangeTransfer::change(Board& board, const std::string& name) {
+    if (operation_ == Operation::make_directory) {
+        return above_->make_directory(name);
+    }
+    if (operation_ == Operation::make_link) {
+        return link_.target.error != 0 ? link_.target.error
+                                       : above_->make_link(name, {link_.text, link_.target});
+    }
+    const std::shared_ptr<Entry> entry = above_->find(name);
+    const int error = operation_ == Operation::remove_link ? above_->remove_link(name)
+                                                           : above_->remove_directory(name);
+    if (error == 0 && entry) {
+        board.removed(path(), *entry);
+    }
+    return error;
+}
+
+Outcome ChangeTransfer::attempt(Board& board) {
+    const std::string name(split_path(path()).second);
+    if (const int error = change(board, name); error != 0) {
+        return Outcome::failed(error);
+    }
+    made_ = above_->find(name);
+    return Outcome::done();
+}
+
+void ChangeTransfer::describe(const Outcome&, Json& event) const {
+    if (operation_ == Operation::make_link) {
+        event["target"] = link_.text;
     }
 }
 
@@ -63,7 +95,8 @@ void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
 Outcome WriteTransfer::attempt(Board&) {
     Bytes data = data_;
     spoil_bytes(data);
-    return open()->file->write(data, offset_);
+    WriteCall call{data, offset_, caller(), target_};
+    return open()->file->write(call);
 }
 
 void WriteTransfer::describe(const Outcome&, Json& event) const {
@@ -76,9 +109,9 @@ void WriteTransfer::describe(const Outcome&, Json& event) const {
     }
 }
 
-RequestTransfer::RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open,
+RequestTransfer::RequestTransfer(Caller caller, const std::shared_ptr<OpenFile>& open,
                                  std::uint32_t code, std::uint64_t argument)
-    : Transfer(thread, open->path, open), code_(code), argument_(argument) {
+    : Transfer(caller, open->path, open), code_(code), argument_(argument) {
     const std::span<const RequestRow> rows = open->file->requests();
     const auto found = std::find_if(rows.begin(), rows.end(),
                                     [&](const RequestRow& row) { return row.code == code; });
@@ -93,8 +126,8 @@ Outcome RequestTransfer::attempt(Board& board) {
         return Outcome::failed(ENOTTY);
     }
     Bytes record(row_->size);
-    RequestCall call{*row_, argument_, record, CallerMemory(thread())};
-    if (row_->takes() && !call.memory.read(argument_, record)) {
+    RequestCall call{*row_, argument_, record, caller()};
+    if (row_->takes() && !caller().read(argument_, record)) {
         return Outcome::failed(EFAULT);
     }
     taken_ = row_->takes() ? record : Bytes{};
@@ -110,7 +143,7 @@ Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
     Outcome outcome = open()->file->request(call);
     if (outcome.kind == Outcome::Kind::done && row_->gives()) {
         spoil_bytes(record);
-        if (!call.memory.write(argument_, record)) {
+        if (!caller().write(argument_, record)) {
             return Outcome::failed(EFAULT);
         }
         outcome.data = record;

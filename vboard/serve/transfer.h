@@ -6,6 +6,8 @@
 #include "serve/file.h"
 #include "serve/tree.h"
 
+#include <fcntl.h>
+
 #include <list>
 #include <memory>
 
@@ -29,8 +31,8 @@ class Transfer {
   public:
     using Answer = std::function<void(const Outcome&)>;
 
-    Transfer(pid_t thread, std::string path, std::shared_ptr<OpenFile> open)
-        : thread_(thread), path_(std::move(path)), open_(std::move(open)) {}
+    Transfer(Caller caller, std::string path, std::shared_ptr<OpenFile> open)
+        : caller_(caller), path_(std::move(path)), open_(std::move(open)) {}
     virtual ~Transfer() = default;
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
@@ -40,13 +42,15 @@ class Transfer {
     virtual std::uint32_t request_code() const { return 0; }
     // Asks the model. May be called again after it answered Outcome::wait().
     virtual Outcome attempt(Board& board) = 0;
+    // What it is about is no longer in the tree.
+    virtual bool gone() const { return open_->gone; }
     virtual bool nonblocking() const { return false; }
     // Who sends the outcome to the caller; called once, without the board's lock.
     void on_answer(Answer answer) { answer_ = std::move(answer); }
     // What the trace is to show of the call.
     virtual void describe(const Outcome& outcome, Json& event) const = 0;
 
-    pid_t thread() const { return thread_; }
+    const Caller& caller() const { return caller_; }
     const std::string& path() const { return path_; }
     const std::shared_ptr<OpenFile>& open() const { return open_; }
     // A fault that changes bytes: applied by attempt().
@@ -60,7 +64,8 @@ class Transfer {
     friend class Traffic;
 
     std::uint64_t id_ = 0;
-    pid_t thread_;
+    std::int64_t since_ = 0; // board time
+    Caller caller_;
     std::string path_;
     std::shared_ptr<OpenFile> open_;
     Answer answer_;
@@ -70,10 +75,12 @@ class Transfer {
 
 class OpenTransfer : public Transfer {
   public:
-    OpenTransfer(const OpenCall& call, std::shared_ptr<Node> node)
-        : Transfer(call.thread, call.path, nullptr), call_(call), node_(std::move(node)) {}
+    OpenTransfer(Caller caller, const OpenCall& call, std::shared_ptr<Node> node)
+        : Transfer(caller, call.path, nullptr), call_(call), node_(std::move(node)) {}
     Operation operation() const override { return Operation::open; }
     Outcome attempt(Board& board) override;
+    bool gone() const override { return node_->gone(); }
+    bool nonblocking() const override { return (call_.flags & O_NONBLOCK) != 0; }
     void describe(const Outcome& outcome, Json& event) const override;
 
   private:
@@ -81,11 +88,42 @@ class OpenTransfer : public Transfer {
     std::shared_ptr<Node> node_;
 };
 
+// What a program asks of a directory: mkdir(2), rmdir(2), symlink(2) or unlink(2).
+class ChangeTransfer : public Transfer {
+  public:
+    struct Link {
+        std::string text;
+        Found target;
+    };
+
+    ChangeTransfer(Caller caller, Operation operation, std::string path,
+                   std::shared_ptr<Directory> above, Link link = {})
+        : Transfer(caller, std::move(path), nullptr),
+          operation_(operation),
+          above_(std::move(above)),
+          link_(std::move(link)) {}
+    Operation operation() const override { return operation_; }
+    Outcome attempt(Board& board) override;
+    bool gone() const override { return above_->gone(); }
+    void describe(const Outcome& outcome, Json& event) const override;
+
+    // What was made.
+    const std::shared_ptr<Entry>& made() const { return made_; }
+
+  private:
+    int change(Board& board, const std::string& name);
+
+    Operation operation_;
+    std::shared_ptr<Directory> above_;
+    Link link_;
+    std::shared_ptr<Entry> made_;
+};
+
 class ReadTransfer : public Transfer {
   public:
-    ReadTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::size_t size,
+    ReadTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, std::size_t size,
                  std::uint64_t offset, bool nonblocking)
-        : Transfer(thread, open->path, open),
+        : Transfer(caller, open->path, open),
           size_(size),
           offset_(offset),
           nonblocking_(nonblocking) {}
@@ -102,12 +140,13 @@ class ReadTransfer : public Transfer {
 
 class WriteTransfer : public Transfer {
   public:
-    WriteTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, Bytes data,
-                  std::uint64_t offset, bool nonblocking)
-        : Transfer(thread, open->path, open),
+    WriteTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, Bytes data,
+                  std::uint64_t offset, bool nonblocking, Found target)
+        : Transfer(caller, open->path, open),
           data_(std::move(data)),
           offset_(offset),
-          nonblocking_(nonblocking) {}
+          nonblocking_(nonblocking),
+          target_(std::move(target)) {}
     Operation operation() const override { return Operation::write; }
     Outcome attempt(Board& board) override;
     bool nonblocking() const override { return nonblocking_; }
@@ -117,12 +156,13 @@ class WriteTransfer : public Transfer {
     Bytes data_;
     std::uint64_t offset_;
     bool nonblocking_;
+    Found target_;
 };
 
 class SyncTransfer : public Transfer {
   public:
-    SyncTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open)
-        : Transfer(thread, open->path, open) {}
+    SyncTransfer(Caller caller, const std::shared_ptr<OpenFile>& open)
+        : Transfer(caller, open->path, open) {}
     Operation operation() const override { return Operation::sync; }
     Outcome attempt(Board&) override { return open()->file->sync(); }
     void describe(const Outcome&, Json&) const override {}
@@ -130,7 +170,7 @@ class SyncTransfer : public Transfer {
 
 class RequestTransfer : public Transfer {
   public:
-    RequestTransfer(pid_t thread, const std::shared_ptr<OpenFile>& open, std::uint32_t code,
+    RequestTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, std::uint32_t code,
                     std::uint64_t argument);
     Operation operation() const override { return Operation::request; }
     std::string request_name() const override { return row_ == nullptr ? "" : row_->name; }

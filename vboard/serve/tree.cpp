@@ -41,6 +41,29 @@ std::shared_ptr<Directory> Directory::make_below(const std::string&) const {
     return std::make_shared<Directory>();
 }
 
+void Directory::set_gone(bool gone) {
+    Entry::set_gone(gone);
+    for (const auto& [name, entry] : children_) {
+        entry->set_gone(gone);
+    }
+}
+
+int Directory::make_directory(const std::string&) {
+    return EPERM;
+}
+
+int Directory::remove_directory(const std::string&) {
+    return EPERM;
+}
+
+int Directory::make_link(const std::string&, const LinkCall&) {
+    return EPERM;
+}
+
+int Directory::remove_link(const std::string&) {
+    return EPERM;
+}
+
 std::shared_ptr<Entry> Directory::take(std::string_view name) {
     const auto found = children_.find(name);
     if (found == children_.end()) {
@@ -51,8 +74,8 @@ std::shared_ptr<Entry> Directory::take(std::string_view name) {
     return entry;
 }
 
-int Placeholder::open(const OpenCall&, std::unique_ptr<File>&) {
-    return ENODEV;
+Outcome Placeholder::open(const OpenCall&, std::unique_ptr<File>&) {
+    return Outcome::failed(ENODEV);
 }
 
 Tree::Tree() : root_(std::make_shared<Directory>()) {}
@@ -117,6 +140,10 @@ std::pair<std::string_view, std::string_view> split_path(std::string_view path) 
         return {std::string_view{}, path};
     }
     return {path.substr(0, slash), path.substr(slash + 1)};
+}
+
+bool is_at_or_below(std::string_view path, std::string_view above) {
+    return path.starts_with(above) && (path.size() == above.size() || path[above.size()] == '/');
 }
 
 } // namespace vb

@@ -26,9 +26,14 @@ class Entry {
     mode_t mode() const { return mode_; }
     virtual std::uint64_t size() const { return 0; }
 
+    // No longer in the tree, though somebody may stand in it or have it open.
+    bool gone() const { return gone_; }
+    virtual void set_gone(bool gone) { gone_ = gone; }
+
   private:
     std::uint64_t inode_; // unique for the life of the process, never used again
     mode_t mode_;
+    bool gone_ = false;
 };
 
 class Symlink : public Entry {
@@ -40,6 +45,12 @@ class Symlink : public Entry {
     std::string target_;
 };
 
+// What symlink(2) asks for.
+struct LinkCall {
+    const std::string& text; // the target as it was written
+    const Found& target;
+};
+
 class Directory : public Entry {
   public:
     Directory() : Entry(S_IFDIR | 0755) {}
@@ -49,6 +60,18 @@ class Directory : public Entry {
     virtual void for_each(const Visit& visit) const;
     // The directory to put at a name where there is none yet.
     virtual std::shared_ptr<Directory> make_below(const std::string& name) const;
+    // Takes all below it along.
+    void set_gone(bool gone) override;
+
+    // What programs ask of a directory by mkdir(2), rmdir(2), symlink(2) and unlink(2): 0 or an
+    // errno. Nothing can be made or removed in a directory that does not say otherwise: devices
+    // come and go with the board.
+    virtual int make_directory(const std::string& name);
+    virtual int remove_directory(const std::string& name);
+    virtual int make_link(const std::string& name, const LinkCall& call);
+    virtual int remove_link(const std::string& name);
+    // True where a link's target is looked for when the link is made, and LinkCall has it.
+    virtual bool finds_targets() const { return false; }
 
     void put(const std::string& name, std::shared_ptr<Entry> entry) {
         children_[name] = std::move(entry);
@@ -63,15 +86,16 @@ class Directory : public Entry {
 class Node : public Entry {
   public:
     using Entry::Entry;
-    // A new open of this node, or an errno.
-    virtual int open(const OpenCall& call, std::unique_ptr<File>& file) = 0;
+    // A new open of this node: done with the file set, an errno, or a wait: then the same call is
+    // made again whenever something has happened on the board.
+    virtual Outcome open(const OpenCall& call, std::unique_ptr<File>& file) = 0;
 };
 
 // A file that stands where the launcher mounts something else; nobody opens it.
 class Placeholder : public Node {
   public:
     Placeholder() : Node(S_IFREG | 0444) {}
-    int open(const OpenCall& call, std::unique_ptr<File>& file) override;
+    Outcome open(const OpenCall& call, std::unique_ptr<File>& file) override;
 };
 
 // The whole tree, addressed by absolute paths such as "/dev/drvgpio".
@@ -94,5 +118,6 @@ class Tree {
 
 // "/sys/class/gpio/value" -> {"/sys/class/gpio", "value"}
 std::pair<std::string_view, std::string_view> split_path(std::string_view path);
+bool is_at_or_below(std::string_view path, std::string_view above);
 
 } // namespace vb
