@@ -4,7 +4,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <charconv>
 #include <system_error>
 
 namespace vb {
@@ -128,57 +127,6 @@ bool Board::appear(const std::string& path) {
     vanished_.erase(found);
     trace_.add("node", {{"node", path}, {"state", "there"}});
     return true;
-}
-
-LineBank& Board::add_lines(const std::string& name, unsigned count) {
-    auto report = [this, name](unsigned line, bool level, const char* by) {
-        trace_.add("line", {{"bank", name}, {"line", line}, {"level", level ? 1 : 0}, {"by", by}});
-    };
-    auto& bank = banks_[name];
-    if (!bank) {
-        bank = std::make_unique<LineBank>(name, count, std::move(report));
-    }
-    return *bank;
-}
-
-LineBank& Board::lines(const std::string& name) {
-    const auto found = banks_.find(name);
-    if (found == banks_.end()) {
-        throw VerbError(fmt::format("this board has no lines \"{}\"", name));
-    }
-    return *found->second;
-}
-
-I2cBus& Board::i2c_bus(unsigned number) {
-    auto& bus = i2c_buses_[number];
-    if (!bus) {
-        bus = std::make_unique<I2cBus>(number, trace_);
-    }
-    return *bus;
-}
-
-std::pair<LineBank*, unsigned> Board::line_at(const std::string& place) {
-    const std::size_t colon = place.find(':');
-    const std::string number = colon == std::string::npos ? "" : place.substr(colon + 1);
-    unsigned line = 0;
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), line);
-    if (number.empty() || error != std::errc{} || end != number.data() + number.size()) {
-        throw VerbError(fmt::format("\"{}\" is no line: write bank:number", place));
-    }
-    LineBank& bank = lines(place.substr(0, colon));
-    if (line >= bank.count()) {
-        throw VerbError(fmt::format("{} has lines 0 to {}", bank.name(), bank.count() - 1));
-    }
-    return {&bank, line};
-}
-
-void Board::wire(const std::string& from, const std::string& to) {
-    const auto [source, source_line] = line_at(from);
-    const auto [target, target_line] = line_at(to);
-    target->set(target_line, source->level(source_line), "wire");
-    source->watch(source_line, [target = target, target_line = target_line](unsigned, bool level) {
-        target->set(target_line, level, "wire");
-    });
 }
 
 } // namespace vb

@@ -1,5 +1,5 @@
 #pragma once
-// The board: one lock, one clock, the tree of nodes, the lines, and the models that live on them.
+// The board: one lock, one clock, the tree of nodes, and the models that live on them.
 //
 // Models are never called by two threads at once: whatever happens (a program's call, a timer, an
 // order over the control socket) happens inside act(), which holds the board's lock, lets waiting
@@ -8,8 +8,7 @@
 #include "clock/board_clock.h"
 #include "control/verbs.h"
 #include "core/faults.h"
-#include "core/i2c_bus.h"
-#include "core/lines.h"
+#include "core/parts.h"
 #include "core/power.h"
 #include "core/timers.h"
 #include "core/trace.h"
@@ -63,6 +62,7 @@ class Board {
     Verbs& verbs() { return verbs_; }
     Power& power() { return power_; }
     Uevents& uevents() { return uevents_; }
+    Parts& parts() { return parts_; }
 
     // A file that is there again at the next start of the board, by a name such as
     // "partition.misc"; empty at first. std::system_error where it cannot be had.
@@ -88,18 +88,6 @@ class Board {
     bool appear(const std::string& path);
     // Tells of an entry that its directory has let go.
     void removed(const std::string& path, Entry& entry);
-
-    LineBank& add_lines(const std::string& name, unsigned count);
-    // VerbError where there is no such bank.
-    LineBank& lines(const std::string& name);
-    // The bank and number of a line written "bank:line"; VerbError where there is no such line.
-    std::pair<LineBank*, unsigned> line_at(const std::string& place);
-    // Joins two lines: `to` follows `from`. Each is written "bank:line".
-    void wire(const std::string& from, const std::string& to);
-
-    // The I2C bus of a number, made by whoever speaks of it first: an adapter or a chip.
-    I2cBus& i2c_bus(unsigned number);
-    const std::map<unsigned, std::unique_ptr<I2cBus>>& i2c_buses() const { return i2c_buses_; }
 
     void add_model(std::unique_ptr<Model> model) { models_.push_back(std::move(model)); }
 
@@ -128,8 +116,7 @@ class Board {
     Verbs verbs_;
     Power power_;
     Uevents uevents_;
-    std::map<std::string, std::unique_ptr<LineBank>> banks_;
-    std::map<unsigned, std::unique_ptr<I2cBus>> i2c_buses_;
+    Parts parts_;
     std::map<std::string, std::shared_ptr<Entry>> vanished_;
     std::vector<std::unique_ptr<Model>> models_;
     std::jthread timer_thread_; // last: it is the first to go

@@ -1,5 +1,6 @@
 #include "core/i2c_bus.h"
 
+#include "core/board.h"
 #include "core/faults.h"
 
 #include <fmt/format.h>
@@ -81,6 +82,14 @@ int I2cBus::transfer(std::span<I2cMessage> messages) {
         }
     }
     return 0;
+}
+
+I2cBus& i2c_bus(Board& board, unsigned number) {
+    const std::string name = std::to_string(number);
+    if (auto* bus = board.parts().find<I2cBus>(name)) {
+        return *bus;
+    }
+    return board.parts().offer(name, std::make_shared<I2cBus>(number, board.trace()));
 }
 
 } // namespace vb

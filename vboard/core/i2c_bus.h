@@ -67,4 +67,9 @@ class I2cBus {
     bool has_adapter_ = false;
 };
 
+class Board;
+
+// The bus of a number, made by whoever speaks of it first: an adapter or a chip.
+I2cBus& i2c_bus(Board& board, unsigned number);
+
 } // namespace vb

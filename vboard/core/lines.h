@@ -46,4 +46,13 @@ class LineBank {
     Reporter reporter_;
 };
 
+class Board;
+
+// Offers a bank of so many lines to all of the board.
+LineBank& add_lines(Board& board, const std::string& name, unsigned count);
+// The bank and number of a line written "bank:line"; VerbError where there is no such line.
+std::pair<LineBank*, unsigned> line_at(Board& board, const std::string& place);
+// Joins two lines: `to` follows `from`. Each is written "bank:line".
+void wire(Board& board, const std::string& from, const std::string& to);
+
 } // namespace vb

@@ -79,7 +79,7 @@ void add_wire(Board& board, const Json& object, const std::string& where) {
     const auto to = settings.need<std::string>("to");
     settings.finish();
     try {
-        board.wire(from, to);
+        wire(board, from, to);
     } catch (const VerbError& error) {
         throw SettingsError(fmt::format("{}: {}", where, error.what()));
     }

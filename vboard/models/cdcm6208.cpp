@@ -84,7 +84,7 @@ void Cdcm6208::follow_line(Settings& settings, const std::string& name, bool Cdc
         return;
     }
     try {
-        const auto [bank, line] = board_.line_at(place);
+        const auto [bank, line] = line_at(board_, place);
         this->*high = bank->level(line);
         bank->watch(line, [this, high](unsigned, bool level) {
             this->*high = level;

@@ -178,7 +178,7 @@ bool GpioFile::push(const ValueRecord& event) {
 Gpio::Gpio(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/drvgpio")),
-      bank_(board.add_lines(kGpioBank, settings.number("lines", 512, 65536))),
+      bank_(add_lines(board, kGpioBank, settings.number("lines", 512, 65536))),
       lines_(bank_.count()) {
     set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });

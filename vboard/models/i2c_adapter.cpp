@@ -277,7 +277,7 @@ unsigned bus_number(Settings& settings) {
 }
 
 I2cAdapter::I2cAdapter(Board& board, Settings& settings)
-    : adapter_{board, board.i2c_bus(bus_number(settings)), {}} {
+    : adapter_{board, i2c_bus(board, bus_number(settings)), {}} {
     I2cBus& bus = adapter_.bus;
     if (bus.has_adapter()) {
         settings.refuse("bus", fmt::format("bus {} has an adapter already", bus.number()));
@@ -344,16 +344,17 @@ std::unique_ptr<Model> make_i2c_adapter(Board& board, Settings& settings) {
     return std::make_unique<I2cAdapter>(board, settings);
 }
 
-void check_i2c_buses(const Board& board) {
-    for (const auto& [number, bus] : board.i2c_buses()) {
+void check_i2c_buses(Board& board) {
+    for (const I2cBus* bus : board.parts().all<I2cBus>()) {
         if (!bus->has_adapter()) {
-            throw SettingsError(fmt::format("I2C bus {} has chips and no i2c_adapter", number));
+            throw SettingsError(
+                fmt::format("I2C bus {} has chips and no i2c_adapter", bus->number()));
         }
     }
 }
 
 void attach_to_i2c(Board& board, Settings& settings, I2cDevice& device) {
-    I2cBus& bus = board.i2c_bus(bus_number(settings));
+    I2cBus& bus = i2c_bus(board, bus_number(settings));
     settings.need<Json>("address");
     const unsigned address = settings.number("address", 0, 0x7F);
     if (!bus.attach(address, device)) {

@@ -13,6 +13,7 @@
 //   let one fail, take its time or never end, put a fault on its node.
 
 #include "core/board.h"
+#include "core/i2c_bus.h"
 #include "core/settings.h"
 
 namespace vb {
@@ -20,7 +21,7 @@ namespace vb {
 std::unique_ptr<Model> make_i2c_adapter(Board& board, Settings& settings);
 
 // SettingsError where a chip hangs on a bus that has no adapter. For when all models are made.
-void check_i2c_buses(const Board& board);
+void check_i2c_buses(Board& board);
 
 // How a chip gets to its bus: settings "bus" and "address" (7 bits).
 void attach_to_i2c(Board& board, Settings& settings, I2cDevice& device);

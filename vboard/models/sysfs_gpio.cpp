@@ -58,7 +58,7 @@ std::string folder_of(unsigned line) {
 
 SysfsGpio::SysfsGpio(Board& board, Settings& settings)
     : board_(board),
-      bank_(board.add_lines(kSysfsBank, settings.number("lines", 512, 65536))),
+      bank_(add_lines(board, kSysfsBank, settings.number("lines", 512, 65536))),
       lines_(bank_.count()) {
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     set_levels(bank_, settings);

@@ -61,7 +61,7 @@ void add_line_verbs(Board& board, LineBank& bank, const LineDriver& driver) {
                    const auto place = [&](const char* end) {
                        return fmt::format("{}:{}", bank.name(), arguments[end].get<unsigned>());
                    };
-                   board.wire(place("from"), place("to"));
+                   wire(board, place("from"), place("to"));
                    return {};
                }});
 }

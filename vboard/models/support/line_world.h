@@ -2,6 +2,7 @@
 // What the world outside can do to a driver's lines and see of them: the same for every driver.
 
 #include "core/board.h"
+#include "core/lines.h"
 #include "core/settings.h"
 
 namespace vb {
