@@ -31,7 +31,6 @@ constexpr RecordField kFpgaFields[] = {
 
 constexpr std::uint32_t kOperationRead = 1;
 constexpr std::uint32_t kOperationWrite = 3;
-constexpr short kReadable = POLLIN | POLLRDNORM;
 
 constexpr RequestRow kFpgaRequests[] = {
     {0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, sizeof(TransferRecord), kFpgaFields},

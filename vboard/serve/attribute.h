@@ -10,11 +10,12 @@
 // - poll(2) finds POLLPRI and POLLERR from a notify() until the text is made anew, each open for
 //   itself; an open that has not read yet finds them at once. POLLIN and POLLOUT always hold.
 
+#include "serve/opens.h"
 #include "serve/tree.h"
 
-#include <set>
-
 namespace vb {
+
+class AttributeFile;
 
 class Attribute : public Node, public std::enable_shared_from_this<Attribute> {
   public:
@@ -41,7 +42,7 @@ class Attribute : public Node, public std::enable_shared_from_this<Attribute> {
     Store store_;
     Reading reading_;
     std::uint64_t events_ = 1;
-    std::set<File*> files_;
+    Opens<AttributeFile> opens_;
 };
 
 // A text that never changes, for reading.

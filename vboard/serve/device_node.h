@@ -1,6 +1,7 @@
 #pragma once
 // A device node whose every open is a File of one kind.
 
+#include "serve/opens.h"
 #include "serve/tree.h"
 
 namespace vb {
@@ -25,6 +26,13 @@ template <class Made, class Owner, class... More>
 std::shared_ptr<Node> device_node(Owner& owner, More... more) {
     return std::make_shared<DeviceNode>(
         [&owner, more...] { return std::make_unique<Made>(owner, more...); });
+}
+
+// The same, of which the owner keeps the opens.
+template <class Made, class Owner, class... More>
+std::shared_ptr<Node> device_node(Opens<Made>& opens, Owner& owner, More... more) {
+    return std::make_shared<DeviceNode>(
+        [&opens, &owner, more...] { return opens.open(owner, more...); });
 }
 
 } // namespace vb

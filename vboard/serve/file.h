@@ -26,6 +26,9 @@ struct RequestCall {
     CallerMemory memory; // for pointers inside the record
 };
 
+// The poll(2) bits of an open that has something to read.
+constexpr short kReadable = POLLIN | POLLRDNORM;
+
 // Calls come one at a time, under the board's lock. A model answers at once, and never sleeps:
 // where it has nothing to say yet it answers Outcome::wait().
 class File {
