@@ -39,7 +39,6 @@ class File {
     File& operator=(const File&) = delete;
 
     virtual std::span<const RequestRow> requests() const { return {}; }
-    virtual Outcome request(RequestCall& call);
     virtual Outcome read(std::size_t size, std::uint64_t offset);
     virtual Outcome write(ByteView data, std::uint64_t offset);
     // fsync(2): what was written is in storage when it is done.
