@@ -5,15 +5,10 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 
 namespace vb {
 
 namespace {
-
-constexpr std::uint32_t kGetSpeed = 0x80084612;
-constexpr std::uint32_t kSetSpeed = 0x40084611;
-constexpr std::uint32_t kPower = 0x40084613;
 
 struct SpeedRecord {
     std::uint32_t channel;
@@ -41,14 +36,6 @@ constexpr RecordField kControlFields[] = {
     {"value", FieldType::u32, 4},
 };
 
-constexpr RequestRow kFanRequests[] = {
-    {kGetSpeed, "PWM_LASER_GET_SPEED", RequestRow::Direction::inout, sizeof(SpeedRecord),
-     kSpeedFields},
-    {kSetSpeed, "PWM_LASER_SET_SPEED", RequestRow::Direction::in, sizeof(FanRecord),
-     kControlFields},
-    {kPower, "PWM_LASER_POWER_CTL", RequestRow::Direction::in, sizeof(FanRecord), kControlFields},
-};
-
 struct Fan {
     unsigned percent = 40;
     bool power = true;
@@ -60,7 +47,9 @@ class Cooling : public Model {
   public:
     Cooling(Board& board, Settings& settings);
 
-    Outcome request(unsigned channel, RequestCall& call);
+    // The fan of a channel as it turns now; none where the record names another.
+    Fan* fan_for(unsigned channel, std::uint32_t named);
+    Outcome refuse(unsigned channel, const char* why);
 
   private:
     Fan& fan_at(const Json& arguments);
@@ -70,8 +59,6 @@ class Cooling : public Model {
     void pass(double seconds);
     double target_rpm(const Fan& fan) const;
     double settled_temperature() const;
-    Outcome get_speed(const Fan& fan, RequestCall& call) const;
-    Outcome control(Fan& fan, const RequestCall& call);
 
     Board& board_;
     std::vector<Fan> fans_;
@@ -89,12 +76,23 @@ class Cooling : public Model {
 class FanFile : public File {
   public:
     FanFile(Cooling& cooling, unsigned channel) : cooling_(cooling), channel_(channel) {}
-    std::span<const RequestRow> requests() const override { return kFanRequests; }
-    Outcome request(RequestCall& call) override { return cooling_.request(channel_, call); }
+
+    std::span<const RequestRow> requests() const override;
+    Outcome get_speed(SpeedRecord& record);
+    Outcome set_speed(const FanRecord& record);
+    Outcome set_power(const FanRecord& record);
 
   private:
     Cooling& cooling_;
     unsigned channel_;
+};
+
+using Direction = RequestRow::Direction;
+
+constexpr RequestRow kFanRequests[] = {
+    request<&FanFile::get_speed>(0x80084612, "PWM_LASER_GET_SPEED", Direction::inout, kSpeedFields),
+    request<&FanFile::set_speed>(0x40084611, "PWM_LASER_SET_SPEED", Direction::in, kControlFields),
+    request<&FanFile::set_power>(0x40084613, "PWM_LASER_POWER_CTL", Direction::in, kControlFields),
 };
 
 std::string node_of(std::size_t channel) {
@@ -172,35 +170,54 @@ void Cooling::catch_up() {
 
 // --- requests ---
 
-Outcome Cooling::request(unsigned channel, RequestCall& call) {
-    catch_up();
-    if (record_from<std::uint32_t>(call.record) != channel) {
-        board_.misuse(node_of(channel), "a record for another channel");
-        return Outcome::failed(EINVAL);
-    }
-    Fan& fan = fans_[channel];
-    return call.row.code == kGetSpeed ? get_speed(fan, call) : control(fan, call);
+std::span<const RequestRow> FanFile::requests() const {
+    return kFanRequests;
 }
 
-Outcome Cooling::get_speed(const Fan& fan, RequestCall& call) const {
-    auto record = record_from<SpeedRecord>(call.record);
-    record.rpm = static_cast<std::uint32_t>(std::lround(fan.rpm));
-    std::memcpy(call.record.data(), &record, sizeof record);
+Outcome Cooling::refuse(unsigned channel, const char* why) {
+    board_.misuse(node_of(channel), why);
+    return Outcome::failed(EINVAL);
+}
+
+Fan* Cooling::fan_for(unsigned channel, std::uint32_t named) {
+    catch_up();
+    if (named != channel) {
+        refuse(channel, "a record for another channel");
+        return nullptr;
+    }
+    return &fans_[channel];
+}
+
+Outcome FanFile::get_speed(SpeedRecord& record) {
+    const Fan* fan = cooling_.fan_for(channel_, record.channel);
+    if (fan == nullptr) {
+        return Outcome::failed(EINVAL);
+    }
+    record.rpm = static_cast<std::uint32_t>(std::lround(fan->rpm));
     return Outcome::done();
 }
 
-Outcome Cooling::control(Fan& fan, const RequestCall& call) {
-    const auto record = record_from<FanRecord>(call.record);
-    const bool power = call.row.code == kPower;
-    if (record.value > (power ? 1U : 100U)) {
-        board_.misuse(node_of(record.channel), power ? "power is 0 or 1" : "speed is 0 to 100");
+Outcome FanFile::set_speed(const FanRecord& record) {
+    Fan* fan = cooling_.fan_for(channel_, record.channel);
+    if (fan == nullptr) {
         return Outcome::failed(EINVAL);
     }
-    if (power) {
-        fan.power = record.value != 0;
-    } else {
-        fan.percent = record.value;
+    if (record.value > 100) {
+        return cooling_.refuse(channel_, "speed is 0 to 100");
     }
+    fan->percent = record.value;
+    return Outcome::done();
+}
+
+Outcome FanFile::set_power(const FanRecord& record) {
+    Fan* fan = cooling_.fan_for(channel_, record.channel);
+    if (fan == nullptr) {
+        return Outcome::failed(EINVAL);
+    }
+    if (record.value > 1) {
+        return cooling_.refuse(channel_, "power is 0 or 1");
+    }
+    fan->power = record.value != 0;
     return Outcome::done();
 }
 

@@ -31,30 +31,12 @@ constexpr RecordField kFpgaFields[] = {
 
 constexpr std::uint32_t kOperationRead = 1;
 constexpr std::uint32_t kOperationWrite = 3;
-constexpr short kReadable = POLLIN | POLLRDNORM;
-
-constexpr RequestRow kFpgaRequests[] = {
-    {0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, sizeof(TransferRecord), kFpgaFields},
-};
 
 class Fpga;
 
-class AccessFile : public File {
-  public:
-    explicit AccessFile(Fpga& fpga) : fpga_(fpga) {}
-    std::span<const RequestRow> requests() const override { return kFpgaRequests; }
-    Outcome request(RequestCall& call) override;
-
-  private:
-    Fpga& fpga_;
-};
-
 class InterruptFile : public File {
   public:
-    explicit InterruptFile(Fpga& fpga);
-    InterruptFile(const InterruptFile&) = delete;
-    InterruptFile& operator=(const InterruptFile&) = delete;
-    ~InterruptFile() override;
+    explicit InterruptFile(Fpga& fpga) : fpga_(fpga) {}
     short readiness() const override { return pending_ > 0 ? kReadable : 0; }
     short answer_poll(short asked) override;
     void interrupt();
@@ -68,10 +50,8 @@ class Fpga : public Model {
   public:
     Fpga(Board& board, Settings& settings);
 
-    Outcome transfer(const TransferRecord& record, const Caller& caller);
+    Outcome transfer(const TransferRecord& record, RequestCall& call);
     void reported(std::uint64_t left);
-    void opened(InterruptFile* file) { listeners_.insert(file); }
-    void closed(InterruptFile* file) { listeners_.erase(file); }
 
   private:
     void add_verbs();
@@ -83,22 +63,14 @@ class Fpga : public Model {
     std::string node_;
     std::string interrupt_node_;
     Bytes bytes_;
-    std::set<InterruptFile*> listeners_;
+    Opens<InterruptFile> listeners_;
 };
 
-// --- opens ---
+constexpr RequestRow kFpgaRequests[] = {
+    request<&Fpga::transfer>(0xC00865A0, "FPGA_TRANSFER", RequestRow::Direction::in, kFpgaFields),
+};
 
-Outcome AccessFile::request(RequestCall& call) {
-    return fpga_.transfer(record_from<TransferRecord>(call.record), call.caller);
-}
-
-InterruptFile::InterruptFile(Fpga& fpga) : fpga_(fpga) {
-    fpga_.opened(this);
-}
-
-InterruptFile::~InterruptFile() {
-    fpga_.closed(this);
-}
+// --- an open of the interrupt's node ---
 
 short InterruptFile::answer_poll(short asked) {
     const auto answer = static_cast<short>(readiness() & asked);
@@ -120,8 +92,8 @@ Fpga::Fpga(Board& board, Settings& settings)
       node_(settings.get<std::string>("node", "/dev/fpga")),
       interrupt_node_(settings.get<std::string>("interrupt_node", "/dev/fpgavm")),
       bytes_(settings.number("size", 65536, 1U << 24)) {
-    board.tree().put(node_, device_node<AccessFile>(*this));
-    board.tree().put(interrupt_node_, device_node<InterruptFile>(*this));
+    board.tree().put(node_, driver_node(*this, kFpgaRequests));
+    board.tree().put(interrupt_node_, device_node(listeners_, *this));
     add_verbs();
 }
 
@@ -130,7 +102,7 @@ Outcome Fpga::complain(const std::string& text) {
     return Outcome::failed(EINVAL);
 }
 
-Outcome Fpga::transfer(const TransferRecord& record, const Caller& caller) {
+Outcome Fpga::transfer(const TransferRecord& record, RequestCall& call) {
     if (record.reserved0 != 0 || record.reserved1 != 0 || record.reserved2 != 0) {
         return complain("a reserved word of the record is not 0");
     }
@@ -143,8 +115,9 @@ Outcome Fpga::transfer(const TransferRecord& record, const Caller& caller) {
     }
     const auto bytes = std::span(bytes_).subspan(record.address, record.length);
     Bytes buffer(bytes.begin(), bytes.end());
-    const bool reached = record.operation == kOperationRead ? caller.write(record.buffer, buffer)
-                                                            : caller.read(record.buffer, buffer);
+    const bool reached = record.operation == kOperationRead
+                             ? call.caller.write(record.buffer, buffer)
+                             : call.caller.read(record.buffer, buffer);
     if (!reached) {
         return Outcome::failed(EFAULT);
     }

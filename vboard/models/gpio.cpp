@@ -2,13 +2,11 @@
 
 #include "models/support/line_world.h"
 #include "serve/device_node.h"
+#include "serve/event_file.h"
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cerrno>
-#include <deque>
-#include <set>
 
 namespace vb {
 
@@ -45,20 +43,6 @@ constexpr RecordField kValueFields[] = {
     {"value", FieldType::u32, 4},
 };
 
-constexpr std::uint32_t kConfig = 0x40086721;
-constexpr std::uint32_t kSetValue = 0x40086722;
-constexpr std::uint32_t kGetValue = 0xC0086723;
-constexpr std::uint32_t kRelease = 0x40086724;
-
-using Direction = RequestRow::Direction;
-
-constexpr RequestRow kGpioRequests[] = {
-    {kConfig, "CMD_GPIO_CONFIG", Direction::in, sizeof(ConfigRecord), kConfigFields},
-    {kSetValue, "CMD_GPIO_SETVAL", Direction::in, sizeof(ValueRecord), kValueFields},
-    {kGetValue, "CMD_GPIO_GETVAL", Direction::inout, sizeof(ValueRecord), kValueFields},
-    {kRelease, "CMD_GPIO_DECONFIG", Direction::in, sizeof(ValueRecord), kValueFields},
-};
-
 enum Trigger : std::uint32_t { kOnRising = 1, kOnFalling = 2, kOnBoth = 3 };
 
 struct GpioLine {
@@ -75,27 +59,7 @@ struct GpioLine {
     }
 };
 
-class Gpio;
-
-class GpioFile : public File {
-  public:
-    explicit GpioFile(Gpio& driver);
-    GpioFile(const GpioFile&) = delete;
-    GpioFile& operator=(const GpioFile&) = delete;
-    ~GpioFile() override;
-
-    std::span<const RequestRow> requests() const override { return kGpioRequests; }
-    Outcome request(RequestCall& call) override;
-    Outcome read(std::size_t size, std::uint64_t offset) override;
-    short readiness() const override { return events_.empty() ? 0 : POLLIN | POLLRDNORM; }
-
-    // False where the queue is full.
-    bool push(const ValueRecord& event);
-
-  private:
-    Gpio& driver_;
-    std::deque<ValueRecord> events_;
-};
+class GpioFile;
 
 class Gpio : public Model, private LineDriver {
   public:
@@ -106,9 +70,6 @@ class Gpio : public Model, private LineDriver {
     Outcome get(ValueRecord& record);
     Outcome release(const ValueRecord& record);
 
-    void opened(GpioFile* file) { files_.insert(file); }
-    void closed(GpioFile* file) { files_.erase(file); }
-
   private:
     void on_level(unsigned number, bool level);
     int check(std::uint32_t line);
@@ -116,62 +77,28 @@ class Gpio : public Model, private LineDriver {
     bool is_output(unsigned line) const override { return lines_[line].output; }
     bool in_use(unsigned line) const override { return lines_[line].configured; }
     Json show_line(unsigned number) const override;
-    void add_to_list(Json& list) const override { list["overflows"] = overflows_; }
+    void add_to_list(Json& list) const override { list["overflows"] = opens_.overflows(); }
 
     Board& board_;
     std::string node_;
     LineBank& bank_;
     std::vector<GpioLine> lines_;
-    std::set<GpioFile*> files_;
-    std::uint64_t overflows_ = 0;
+    EventOpens<GpioFile> opens_;
 };
 
-// --- one open ---
+using Direction = RequestRow::Direction;
 
-GpioFile::GpioFile(Gpio& driver) : driver_(driver) {
-    driver_.opened(this);
-}
+constexpr RequestRow kGpioRequests[] = {
+    request<&Gpio::configure>(0x40086721, "CMD_GPIO_CONFIG", Direction::in, kConfigFields),
+    request<&Gpio::set>(0x40086722, "CMD_GPIO_SETVAL", Direction::in, kValueFields),
+    request<&Gpio::get>(0xC0086723, "CMD_GPIO_GETVAL", Direction::inout, kValueFields),
+    request<&Gpio::release>(0x40086724, "CMD_GPIO_DECONFIG", Direction::in, kValueFields),
+};
 
-GpioFile::~GpioFile() {
-    driver_.closed(this);
-}
-
-Outcome GpioFile::request(RequestCall& call) {
-    if (call.row.code == kConfig) {
-        return driver_.configure(record_from<ConfigRecord>(call.record));
-    }
-    auto record = record_from<ValueRecord>(call.record);
-    if (call.row.code == kSetValue) {
-        return driver_.set(record);
-    }
-    if (call.row.code == kRelease) {
-        return driver_.release(record);
-    }
-    Outcome outcome = driver_.get(record);
-    std::memcpy(call.record.data(), &record, sizeof record);
-    return outcome;
-}
-
-Outcome GpioFile::read(std::size_t size, std::uint64_t) {
-    if (size < sizeof(ValueRecord)) {
-        return Outcome::failed(EINVAL);
-    }
-    if (events_.empty()) {
-        return Outcome::wait();
-    }
-    const ValueRecord event = events_.front();
-    events_.pop_front();
-    return Outcome::bytes(bytes_of(event));
-}
-
-bool GpioFile::push(const ValueRecord& event) {
-    if (events_.size() == kQueueDepth) {
-        return false;
-    }
-    events_.push_back(event);
-    changed();
-    return true;
-}
+class GpioFile : public EventFile<ValueRecord, DriverFile<Gpio>> {
+  public:
+    explicit GpioFile(Gpio& driver) : EventFile(kQueueDepth, driver, kGpioRequests) {}
+};
 
 // --- the driver ---
 
@@ -182,7 +109,7 @@ Gpio::Gpio(Board& board, Settings& settings)
       lines_(bank_.count()) {
     set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
-    board_.tree().put(node_, device_node<GpioFile>(*this));
+    board_.tree().put(node_, device_node(opens_, *this));
     add_line_verbs(board, bank_, *this);
 }
 
@@ -254,12 +181,7 @@ void Gpio::on_level(unsigned number, bool level) {
                                  {"line", number},
                                  {"value", event.value},
                                  {"label", lines_[number].label}});
-    for (GpioFile* file : files_) {
-        if (!file->push(event)) {
-            ++overflows_;
-            board_.trace().add("overflow", {{"node", node_}, {"line", number}});
-        }
-    }
+    opens_.push(event, board_.trace(), {{"node", node_}, {"line", number}});
 }
 
 // --- the world outside ---

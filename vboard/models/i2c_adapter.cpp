@@ -25,7 +25,6 @@ constexpr unsigned kKnownFlags = I2C_M_RD | I2C_M_TEN | I2C_M_RECV_LEN | I2C_M_D
 static_assert(sizeof(i2c_msg) == 16 && sizeof(i2c_rdwr_ioctl_data) == 16);
 static_assert(sizeof(i2c_smbus_ioctl_data) == 16 && sizeof(i2c_smbus_data) == 34);
 
-using Direction = RequestRow::Direction;
 using FieldType = RecordField::Type;
 
 constexpr RecordField kTransferFields[] = {
@@ -37,18 +36,6 @@ constexpr RecordField kSmbusFields[] = {
     {"command", FieldType::u8, 1},
     {"size", FieldType::u32, 4},
     {"data", FieldType::u64, 8},
-};
-
-constexpr RequestRow kI2cRequests[] = {
-    {I2C_RETRIES, "I2C_RETRIES", Direction::none, 0},
-    {I2C_TIMEOUT, "I2C_TIMEOUT", Direction::none, 0},
-    {I2C_SLAVE, "I2C_SLAVE", Direction::none, 0},
-    {I2C_SLAVE_FORCE, "I2C_SLAVE_FORCE", Direction::none, 0},
-    {I2C_TENBIT, "I2C_TENBIT", Direction::none, 0},
-    {I2C_PEC, "I2C_PEC", Direction::none, 0},
-    {I2C_FUNCS, "I2C_FUNCS", Direction::out, sizeof kFunctions},
-    {I2C_RDWR, "I2C_RDWR", Direction::in, sizeof(i2c_rdwr_ioctl_data), kTransferFields},
-    {I2C_SMBUS, "I2C_SMBUS", Direction::in, sizeof(i2c_smbus_ioctl_data), kSmbusFields},
 };
 
 std::uint64_t address_of(const void* pointer) {
@@ -73,17 +60,21 @@ class I2cFile : public File {
   public:
     explicit I2cFile(Adapter& adapter) : adapter_(adapter) {}
 
-    std::span<const RequestRow> requests() const override { return kI2cRequests; }
-    Outcome request(RequestCall& call) override;
+    std::span<const RequestRow> requests() const override;
+    Outcome set_retries(RequestCall& call);
+    Outcome set_timeout(RequestCall& call);
+    Outcome choose_address(RequestCall& call);
+    Outcome set_ten_bit(RequestCall& call);
+    Outcome set_pec(RequestCall& call);
+    Outcome functions(std::uint64_t& mask);
+    Outcome transfer(const i2c_rdwr_ioctl_data& order, RequestCall& call);
+    Outcome smbus(const i2c_smbus_ioctl_data& order, RequestCall& call);
     Outcome read(std::size_t size, std::uint64_t offset) override;
     Outcome write(WriteCall& call) override;
 
   private:
-    Outcome choose_address(std::uint64_t address);
     static Outcome keep(std::uint64_t& setting, std::uint64_t value, std::uint64_t most);
-    Outcome transfer(const RequestCall& call);
     Outcome take(const i2c_msg& raw, const Caller& caller, I2cMessage& message);
-    Outcome smbus(const RequestCall& call);
     Outcome smbus_with(SmbusCall smbus, std::uint64_t data_at, const Caller& caller);
 
     Adapter& adapter_;
@@ -92,30 +83,48 @@ class I2cFile : public File {
     bool pec_ = false;
 };
 
+using Direction = RequestRow::Direction;
+
+constexpr RequestRow kI2cRequests[] = {
+    request<&I2cFile::set_retries>(I2C_RETRIES, "I2C_RETRIES"),
+    request<&I2cFile::set_timeout>(I2C_TIMEOUT, "I2C_TIMEOUT"),
+    request<&I2cFile::choose_address>(I2C_SLAVE, "I2C_SLAVE"),
+    // The same: no kernel driver holds an address here.
+    request<&I2cFile::choose_address>(I2C_SLAVE_FORCE, "I2C_SLAVE_FORCE"),
+    request<&I2cFile::set_ten_bit>(I2C_TENBIT, "I2C_TENBIT"),
+    request<&I2cFile::set_pec>(I2C_PEC, "I2C_PEC"),
+    request<&I2cFile::functions>(I2C_FUNCS, "I2C_FUNCS", Direction::out),
+    request<&I2cFile::transfer>(I2C_RDWR, "I2C_RDWR", Direction::in, kTransferFields),
+    request<&I2cFile::smbus>(I2C_SMBUS, "I2C_SMBUS", Direction::in, kSmbusFields),
+};
+
 // --- one open ---
 
-Outcome I2cFile::request(RequestCall& call) {
-    switch (call.row.code) {
-    case I2C_RETRIES:
-        return keep(adapter_.retries, call.argument, INT_MAX);
-    case I2C_TIMEOUT:
-        return keep(adapter_.timeout, call.argument, INT_MAX / 10);
-    case I2C_TENBIT:
-        ten_bit_ = call.argument != 0;
-        return Outcome::done();
-    case I2C_PEC:
-        pec_ = call.argument != 0;
-        return Outcome::done();
-    case I2C_FUNCS:
-        std::memcpy(call.record.data(), &kFunctions, sizeof kFunctions);
-        return Outcome::done();
-    case I2C_RDWR:
-        return transfer(call);
-    case I2C_SMBUS:
-        return smbus(call);
-    default: // I2C_SLAVE and I2C_SLAVE_FORCE: no kernel driver holds an address here
-        return choose_address(call.argument);
-    }
+std::span<const RequestRow> I2cFile::requests() const {
+    return kI2cRequests;
+}
+
+Outcome I2cFile::set_retries(RequestCall& call) {
+    return keep(adapter_.retries, call.argument, INT_MAX);
+}
+
+Outcome I2cFile::set_timeout(RequestCall& call) {
+    return keep(adapter_.timeout, call.argument, INT_MAX / 10);
+}
+
+Outcome I2cFile::set_ten_bit(RequestCall& call) {
+    ten_bit_ = call.argument != 0;
+    return Outcome::done();
+}
+
+Outcome I2cFile::set_pec(RequestCall& call) {
+    pec_ = call.argument != 0;
+    return Outcome::done();
+}
+
+Outcome I2cFile::functions(std::uint64_t& mask) {
+    mask = kFunctions;
+    return Outcome::done();
 }
 
 Outcome I2cFile::keep(std::uint64_t& setting, std::uint64_t value, std::uint64_t most) {
@@ -126,11 +135,11 @@ Outcome I2cFile::keep(std::uint64_t& setting, std::uint64_t value, std::uint64_t
     return Outcome::done();
 }
 
-Outcome I2cFile::choose_address(std::uint64_t address) {
-    if (address > (ten_bit_ ? 0x3FFU : 0x7FU)) {
-        return adapter_.complain(EINVAL, fmt::format("{:#x} is no address", address));
+Outcome I2cFile::choose_address(RequestCall& call) {
+    if (call.argument > (ten_bit_ ? 0x3FFU : 0x7FU)) {
+        return adapter_.complain(EINVAL, fmt::format("{:#x} is no address", call.argument));
     }
-    address_ = static_cast<unsigned>(address);
+    address_ = static_cast<unsigned>(call.argument);
     return Outcome::done();
 }
 
@@ -172,8 +181,7 @@ Outcome I2cFile::take(const i2c_msg& raw, const Caller& caller, I2cMessage& mess
     return Outcome::done();
 }
 
-Outcome I2cFile::transfer(const RequestCall& call) {
-    const auto order = record_from<i2c_rdwr_ioctl_data>(call.record);
+Outcome I2cFile::transfer(const i2c_rdwr_ioctl_data& order, RequestCall& call) {
     if (order.msgs == nullptr || order.nmsgs == 0 || order.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) {
         return adapter_.complain(EINVAL, fmt::format("a transfer of {} messages", order.nmsgs));
     }
@@ -204,8 +212,7 @@ Outcome I2cFile::transfer(const RequestCall& call) {
 
 // --- I2C_SMBUS ---
 
-Outcome I2cFile::smbus(const RequestCall& call) {
-    const auto order = record_from<i2c_smbus_ioctl_data>(call.record);
+Outcome I2cFile::smbus(const i2c_smbus_ioctl_data& order, RequestCall& call) {
     if (order.size > I2C_SMBUS_I2C_BLOCK_DATA || order.read_write > I2C_SMBUS_READ) {
         return adapter_.complain(EINVAL, fmt::format("SMBus operation {}", order.size));
     }

@@ -1,11 +1,10 @@
 #include "models/keypad.h"
 
 #include "serve/device_node.h"
+#include "serve/event_file.h"
 
 #include <array>
-#include <cerrno>
 #include <deque>
-#include <set>
 #include <utility>
 
 namespace vb {
@@ -34,34 +33,23 @@ struct KeyRecord {
 };
 static_assert(sizeof(KeyRecord) == 16);
 
-class Keypad;
-
-class KeypadFile : public File {
+class KeypadFile : public EventFile<KeyRecord> {
   public:
-    explicit KeypadFile(Keypad& keypad);
-    KeypadFile(const KeypadFile&) = delete;
-    KeypadFile& operator=(const KeypadFile&) = delete;
-    ~KeypadFile() override;
+    using EventFile::EventFile;
 
-    Outcome read(std::size_t size, std::uint64_t offset) override;
-    short readiness() const override { return events_.empty() ? 0 : POLLIN | POLLRDNORM; }
-
-    // False where the queue is full.
-    bool push(KeyRecord event, std::size_t depth);
-    std::size_t queued() const { return events_.size(); }
+    // Numbers the lost ones too.
+    bool push(KeyRecord event) {
+        event.number = ++number_;
+        return EventFile::push(event);
+    }
 
   private:
-    Keypad& keypad_;
-    std::deque<KeyRecord> events_;
     std::uint8_t number_ = 0;
 };
 
 class Keypad : public Model {
   public:
     Keypad(Board& board, Settings& settings);
-
-    void opened(KeypadFile* file) { files_.insert(file); }
-    void closed(KeypadFile* file) { files_.erase(file); }
 
   private:
     struct Key {
@@ -83,41 +71,8 @@ class Keypad : public Model {
     std::size_t depth_;
     std::int64_t repeat_delay_;
     std::int64_t repeat_period_;
-    std::set<KeypadFile*> files_;
-    std::uint64_t overflows_ = 0;
+    EventOpens<KeypadFile> opens_;
 };
-
-// --- one open ---
-
-KeypadFile::KeypadFile(Keypad& keypad) : keypad_(keypad) {
-    keypad_.opened(this);
-}
-
-KeypadFile::~KeypadFile() {
-    keypad_.closed(this);
-}
-
-Outcome KeypadFile::read(std::size_t size, std::uint64_t) {
-    if (size < sizeof(KeyRecord)) {
-        return Outcome::failed(EINVAL);
-    }
-    if (events_.empty()) {
-        return Outcome::wait();
-    }
-    const KeyRecord event = events_.front();
-    events_.pop_front();
-    return Outcome::bytes(bytes_of(event));
-}
-
-bool KeypadFile::push(KeyRecord event, std::size_t depth) {
-    event.number = ++number_;
-    if (events_.size() >= depth) {
-        return false;
-    }
-    events_.push_back(event);
-    changed();
-    return true;
-}
 
 // --- the driver ---
 
@@ -128,7 +83,7 @@ Keypad::Keypad(Board& board, Settings& settings)
       depth_(settings.number("queue", 256, 65536)),
       repeat_delay_(settings.number("repeat_delay_ms", 500, 3'600'000) * kMillisecond),
       repeat_period_(settings.number("repeat_ms", 100, 3'600'000) * kMillisecond) {
-    board_.tree().put(node_, device_node<KeypadFile>(*this));
+    board_.tree().put(node_, device_node(opens_, depth_));
     add_verbs();
 }
 
@@ -141,12 +96,7 @@ void Keypad::report(unsigned key, KeyState state) {
                           0,
                           {0xFF, 0xFF, 0xFF},
                           static_cast<std::uint32_t>(board_.now() / kMillisecond)};
-    for (KeypadFile* file : files_) {
-        if (!file->push(event, depth_)) {
-            ++overflows_;
-            board_.trace().add("overflow", {{"node", node_}, {"key", key}});
-        }
-    }
+    opens_.push(event, board_.trace(), {{"node", node_}, {"key", key}});
 }
 
 void Keypad::set(unsigned key, bool down) {
@@ -206,13 +156,13 @@ Json Keypad::show() const {
         }
     }
     Json queued = Json::array();
-    for (const KeypadFile* file : files_) {
+    for (const KeypadFile* file : opens_) {
         queued.push_back(file->queued());
     }
     return {{"keys", keys_.size()},
             {"down", std::move(down)},
             {"queued", std::move(queued)},
-            {"overflows", overflows_}};
+            {"overflows", opens_.overflows()}};
 }
 
 void Keypad::add_verbs() {

@@ -29,10 +29,6 @@ constexpr RecordField kLedFields[] = {
     {"colour", FieldType::u32, 24},
 };
 
-constexpr RequestRow kLedRequests[] = {
-    {0x40084C21, "LED_SET", RequestRow::Direction::in, sizeof(LedRecord), kLedFields},
-};
-
 enum Mode : std::uint32_t { kOff = 0, kOn = 1, kBlink = 2 };
 constexpr std::array kModes = {"off", "on", "blink"};
 
@@ -58,23 +54,15 @@ class Led : public Model {
     std::vector<State> leds_;
 };
 
-class LedFile : public File {
-  public:
-    explicit LedFile(Led& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kLedRequests; }
-    Outcome request(RequestCall& call) override {
-        return driver_.set(record_from<LedRecord>(call.record));
-    }
-
-  private:
-    Led& driver_;
+constexpr RequestRow kLedRequests[] = {
+    request<&Led::set>(0x40084C21, "LED_SET", RequestRow::Direction::in, kLedFields),
 };
 
 Led::Led(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/led")),
       leds_(settings.number("leds", 64, 65536)) {
-    board_.tree().put(node_, device_node<LedFile>(*this));
+    board_.tree().put(node_, driver_node(*this, kLedRequests));
     add_verbs();
 }
 

@@ -37,29 +37,13 @@ constexpr RecordField kOledFields[] = {{"cmd", FieldType::u32, 0},
                                        {"oled_index", FieldType::u32, 12},
                                        {"cell_count", FieldType::u32, 272}};
 
-constexpr RequestRow kOledRequests[] = {
-    {0xC0086FB3, "OLEDDEV_IOCTL", RequestRow::Direction::in, sizeof(OledRecord), kOledFields},
-};
-
 enum Command : std::uint32_t { kDraw = 0, kClear = 1, kDisplay = 4 };
-
-class Oled;
-
-class OledFile : public File {
-  public:
-    explicit OledFile(Oled& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kOledRequests; }
-    Outcome request(RequestCall& call) override;
-
-  private:
-    Oled& driver_;
-};
 
 class Oled : public Model {
   public:
     Oled(Board& board, Settings& settings);
 
-    Outcome request(const OledRecord& record);
+    Outcome command(const OledRecord& record);
 
   private:
     Outcome draw(const OledRecord& record);
@@ -81,9 +65,9 @@ class Oled : public Model {
     std::optional<OledGlyphs> glyphs_; // made when first something is read
 };
 
-Outcome OledFile::request(RequestCall& call) {
-    return driver_.request(record_from<OledRecord>(call.record));
-}
+constexpr RequestRow kOledRequests[] = {
+    request<&Oled::command>(0xC0086FB3, "OLEDDEV_IOCTL", RequestRow::Direction::in, kOledFields),
+};
 
 // --- the font ---
 
@@ -107,7 +91,7 @@ Oled::Oled(Board& board, Settings& settings)
     : board_(board),
       node_(settings.get<std::string>("node", "/dev/x9oled")),
       panels_(settings.number("panels", 2, 16)) {
-    board_.tree().put(node_, device_node<OledFile>(*this));
+    board_.tree().put(node_, driver_node(*this, kOledRequests));
     add_font(settings);
     add_verbs();
 }
@@ -117,7 +101,7 @@ Outcome Oled::complain(const std::string& text) {
     return Outcome::failed(EINVAL);
 }
 
-Outcome Oled::request(const OledRecord& record) {
+Outcome Oled::command(const OledRecord& record) {
     if (record.panel >= panels_.size()) {
         return complain(fmt::format("there is no panel {}", record.panel));
     }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
 
 namespace vb {
 
@@ -23,44 +22,14 @@ constexpr RecordField kDataFields[] = {
 };
 constexpr RecordField kLockFields[] = {{"lock", FieldType::u8, 0}};
 
-constexpr std::uint32_t kTbarRead = 0x80035400;
-constexpr std::uint32_t kSetLock = 0x40015401;
-
-constexpr RequestRow kTbarRequests[] = {
-    {kTbarRead, "TBAR_READ", RequestRow::Direction::out, sizeof(Data), kDataFields},
-    {kSetLock, "TBAR_SET_LOCK", RequestRow::Direction::in, 1, kLockFields},
-};
-
-class Tbar;
-
-class TbarFile : public File {
-  public:
-    explicit TbarFile(Tbar& tbar);
-    TbarFile(const TbarFile&) = delete;
-    TbarFile& operator=(const TbarFile&) = delete;
-    ~TbarFile() override;
-
-    std::span<const RequestRow> requests() const override { return kTbarRequests; }
-    Outcome request(RequestCall& call) override;
-    short readiness() const override { return news_ ? POLLIN | POLLRDNORM : 0; }
-    void tell() {
-        news_ = true;
-        changed();
-    }
-
-  private:
-    Tbar& tbar_;
-    bool news_ = false; // the data has changed since this open read it
-};
+class TbarFile;
 
 class Tbar : public Model {
   public:
     Tbar(Board& board, Settings& settings);
 
     Data data() const;
-    void set_lock(std::uint8_t lock);
-    void opened(TbarFile* file) { files_.insert(file); }
-    void closed(TbarFile* file) { files_.erase(file); }
+    Outcome set_lock(std::uint8_t lock);
 
   private:
     // A movement under way.
@@ -86,28 +55,38 @@ class Tbar : public Model {
     std::uint8_t lock_ = 0;
     Travel travel_{};
     std::uint64_t timer_ = 0;
-    std::set<TbarFile*> files_;
+    Opens<TbarFile> opens_;
 };
 
 // --- one open ---
 
-TbarFile::TbarFile(Tbar& tbar) : tbar_(tbar) {
-    tbar_.opened(this);
-}
+class TbarFile : public DriverFile<Tbar> {
+  public:
+    explicit TbarFile(Tbar& tbar);
 
-TbarFile::~TbarFile() {
-    tbar_.closed(this);
-}
-
-Outcome TbarFile::request(RequestCall& call) {
-    if (call.row.code == kSetLock) {
-        tbar_.set_lock(call.record[0]);
+    Outcome get_data(Data& data) {
+        news_ = false;
+        data = driver().data();
         return Outcome::done();
     }
-    news_ = false;
-    std::ranges::copy(tbar_.data(), call.record.begin());
-    return Outcome::done();
-}
+    short readiness() const override { return news_ ? kReadable : 0; }
+    void tell() {
+        news_ = true;
+        changed();
+    }
+
+  private:
+    bool news_ = false; // the data has changed since this open read it
+};
+
+using Direction = RequestRow::Direction;
+
+constexpr RequestRow kTbarRequests[] = {
+    request<&TbarFile::get_data>(0x80035400, "TBAR_READ", Direction::out, kDataFields),
+    request<&Tbar::set_lock>(0x40015401, "TBAR_SET_LOCK", Direction::in, kLockFields),
+};
+
+TbarFile::TbarFile(Tbar& tbar) : DriverFile(tbar, kTbarRequests) {}
 
 // --- the driver ---
 
@@ -120,7 +99,7 @@ Tbar::Tbar(Board& board, Settings& settings)
     if (step_ == 0) {
         settings.refuse("step_ms", "has to be 1 or more");
     }
-    board_.tree().put(node_, device_node<TbarFile>(*this));
+    board_.tree().put(node_, device_node(opens_, *this));
     add_verbs(settings);
 }
 
@@ -130,13 +109,13 @@ Data Tbar::data() const {
             static_cast<std::uint8_t>(state)};
 }
 
-void Tbar::set_lock(std::uint8_t lock) {
-    if (lock == lock_) {
-        return;
+Outcome Tbar::set_lock(std::uint8_t lock) {
+    if (lock != lock_) {
+        lock_ = lock;
+        board_.cancel(timer_);
+        settle(position_, false);
     }
-    lock_ = lock;
-    board_.cancel(timer_);
-    settle(position_, false);
+    return Outcome::done();
 }
 
 // Where the fader is now, and that everybody is to know.
@@ -146,7 +125,7 @@ void Tbar::settle(unsigned position, bool moving) {
     Json event = show();
     event["node"] = node_;
     board_.trace().add("tbar", event);
-    for (TbarFile* file : files_) {
+    for (TbarFile* file : opens_) {
         file->tell();
     }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 
 namespace vb {
 
@@ -30,22 +31,15 @@ constexpr RecordField kVendorFields[] = {
     {"data", FieldType::bytes, 8, 64},
 };
 
-enum Code : std::uint32_t { kVendorRead = 0x40047601, kVendorWrite = 0x40047602 };
-
-constexpr RequestRow kVendorRequests[] = {
-    {kVendorRead, "VENDOR_READ", RequestRow::Direction::inout, sizeof(VendorRecord), kVendorFields},
-    {kVendorWrite, "VENDOR_WRITE", RequestRow::Direction::in, sizeof(VendorRecord), kVendorFields},
-};
-
 class VendorStorage : public Model {
   public:
     VendorStorage(Board& board, Settings& settings);
 
-    Outcome request(RequestCall& call);
+    Outcome read(VendorRecord& record, RequestCall& call);
+    Outcome write(const VendorRecord& record, RequestCall& call);
 
   private:
-    Outcome read(const Bytes& item, RequestCall& call) const;
-    Outcome write(const std::string& key, const VendorRecord& record);
+    std::optional<Outcome> refusal(const VendorRecord& record, const RequestCall& call);
 
     Board& board_;
     std::string node_;
@@ -53,14 +47,11 @@ class VendorStorage : public Model {
     KeptJson items_; // by number: the bytes as hex digits
 };
 
-class VendorFile : public File {
-  public:
-    explicit VendorFile(VendorStorage& driver) : driver_(driver) {}
-    std::span<const RequestRow> requests() const override { return kVendorRequests; }
-    Outcome request(RequestCall& call) override { return driver_.request(call); }
+using Direction = RequestRow::Direction;
 
-  private:
-    VendorStorage& driver_;
+constexpr RequestRow kVendorRequests[] = {
+    request<&VendorStorage::read>(0x40047601, "VENDOR_READ", Direction::inout, kVendorFields),
+    request<&VendorStorage::write>(0x40047602, "VENDOR_WRITE", Direction::in, kVendorFields),
 };
 
 VendorStorage::VendorStorage(Board& board, Settings& settings)
@@ -68,43 +59,44 @@ VendorStorage::VendorStorage(Board& board, Settings& settings)
       node_(settings.get<std::string>("node", "/dev/vendor_storage")),
       room_(settings.number("items", 64, 65536)),
       items_(board, "vendor", Json::object()) {
-    board_.tree().put(node_, device_node<VendorFile>(*this));
+    board_.tree().put(node_, driver_node(*this, kVendorRequests));
     board_.verbs().add({"vendor.list",
                         {},
                         "the items of the vendor storage: numbers and bytes",
                         [this](const Json&) { return items_.value(); }});
 }
 
-Outcome VendorStorage::request(RequestCall& call) {
+// What a call gets that is not to be carried out.
+std::optional<Outcome> VendorStorage::refusal(const VendorRecord& record, const RequestCall& call) {
     if (!board_.power().on()) {
         return Outcome::wait(); // nothing is stored any more
     }
-    const auto record = record_from<VendorRecord>(call.record);
     if (record.tag != kTag || record.length > record.data.size()) {
         board_.misuse(node_, fmt::format("{}: not a record of this driver", call.row.name));
         return Outcome::failed(EINVAL);
     }
-    const std::string key = std::to_string(record.id);
-    if (call.row.code == kVendorWrite) {
-        return write(key, record);
+    return std::nullopt;
+}
+
+Outcome VendorStorage::read(VendorRecord& record, RequestCall& call) {
+    if (const auto refused = refusal(record, call)) {
+        return *refused;
     }
-    const auto found = items_.value().find(key);
+    const auto found = items_.value().find(std::to_string(record.id));
     if (found == items_.value().end()) {
         return Outcome::failed(ENOENT);
     }
-    return read(from_hex(found->get<std::string>()).value_or(Bytes()), call);
-}
-
-Outcome VendorStorage::read(const Bytes& item, RequestCall& call) const {
-    auto record = record_from<VendorRecord>(call.record);
+    const Bytes item = from_hex(found->get<std::string>()).value_or(Bytes());
     record.length = static_cast<std::uint16_t>(std::min<std::size_t>(record.length, item.size()));
     std::copy_n(item.begin(), record.length, record.data.begin());
-    const Bytes answer = bytes_of(record);
-    std::copy(answer.begin(), answer.end(), call.record.begin());
     return Outcome::done();
 }
 
-Outcome VendorStorage::write(const std::string& key, const VendorRecord& record) {
+Outcome VendorStorage::write(const VendorRecord& record, RequestCall& call) {
+    if (const auto refused = refusal(record, call)) {
+        return *refused;
+    }
+    const std::string key = std::to_string(record.id);
     Json items = items_.value();
     if (!items.contains(key) && items.size() >= room_) {
         return Outcome::failed(ENOSPC);

@@ -13,7 +13,6 @@ namespace vb {
 namespace {
 
 using FieldType = RecordField::Type;
-using Direction = RequestRow::Direction;
 
 constexpr RecordField kStampFields[] = {{"sample", FieldType::u64, 0},
                                         {"ring", FieldType::bytes, 8, 80},
@@ -22,22 +21,6 @@ constexpr RecordField kClockFields[] = {{"hz", FieldType::u32, 0}};
 constexpr RecordField kCycleFields[] = {{"cycle", FieldType::u32, 0}};
 constexpr RecordField kRateFields[] = {{"rate_x100", FieldType::u16, 0}};
 constexpr RecordField kZeroFields[] = {{"zero", FieldType::u32, 0}};
-
-constexpr std::uint32_t kStamps = 0x80604321;
-constexpr std::uint32_t kSetClock = 0x40044322;
-constexpr std::uint32_t kGetClock = 0x80044323;
-constexpr std::uint32_t kForceVsync = 0x40044324;
-constexpr std::uint32_t kEnable = 0x40024325;
-constexpr std::uint32_t kDisable = 0x40044326;
-
-constexpr RequestRow kTimingRequests[] = {
-    {kStamps, "GEN_GET_TIMESTAMP", Direction::out, 96, kStampFields},
-    {kSetClock, "GEN_SET_CLK", Direction::in, 4, kClockFields},
-    {kGetClock, "GEN_GET_CLKRATE", Direction::out, 4, kClockFields},
-    {kForceVsync, "GEN_FORCE_VSYNC", Direction::in, 4, kCycleFields},
-    {kEnable, "GEN_SET_ENABLE", Direction::in, 2, kRateFields},
-    {kDisable, "GEN_SET_DISABLE", Direction::in, 4, kZeroFields},
-};
 
 // What a board file and the world can change about clock and reference, by name.
 struct Knob {
@@ -92,13 +75,17 @@ constexpr unsigned kMostFrames = 100'000; // in one read
 class VideoTiming : public Model {
   public:
     VideoTiming(Board& board, Settings& settings);
-    Outcome request(RequestCall& call);
+
+    Outcome stamps(VideoTimingCore::Stamps& record);
+    Outcome set_clock(std::uint32_t hz);
+    Outcome get_clock(std::uint32_t& hz);
+    Outcome force_vsync(std::uint32_t cycle);
+    Outcome enable(std::uint16_t rate_x100);
+    Outcome disable(std::uint32_t zero);
 
   private:
     void keep_up();
     Outcome refuse(const std::string& why);
-    VideoTimingCore::Stamps read_stamps();
-    Outcome set_clock(std::uint32_t hz);
     Json show();
     void set(const Json& arguments);
     void add_verbs();
@@ -114,14 +101,15 @@ class VideoTiming : public Model {
     VideoTimingCore::Stamps last_read_;
 };
 
-class VideoTimingFile : public File {
-  public:
-    explicit VideoTimingFile(VideoTiming& generator) : generator_(generator) {}
-    std::span<const RequestRow> requests() const override { return kTimingRequests; }
-    Outcome request(RequestCall& call) override { return generator_.request(call); }
+using Direction = RequestRow::Direction;
 
-  private:
-    VideoTiming& generator_;
+constexpr RequestRow kTimingRequests[] = {
+    request<&VideoTiming::stamps>(0x80604321, "GEN_GET_TIMESTAMP", Direction::out, kStampFields),
+    request<&VideoTiming::set_clock>(0x40044322, "GEN_SET_CLK", Direction::in, kClockFields),
+    request<&VideoTiming::get_clock>(0x80044323, "GEN_GET_CLKRATE", Direction::out, kClockFields),
+    request<&VideoTiming::force_vsync>(0x40044324, "GEN_FORCE_VSYNC", Direction::in, kCycleFields),
+    request<&VideoTiming::enable>(0x40024325, "GEN_SET_ENABLE", Direction::in, kRateFields),
+    request<&VideoTiming::disable>(0x40044326, "GEN_SET_DISABLE", Direction::in, kZeroFields),
 };
 
 // --- the driver ---
@@ -134,7 +122,7 @@ VideoTiming::VideoTiming(Board& board, Settings& settings)
                                  std::numeric_limits<unsigned>::max())),
       frames_per_read_(settings.number("frames_per_read", 0, kMostFrames)),
       core_(setup_from(settings)) {
-    board_.tree().put(node_, device_node<VideoTimingFile>(*this));
+    board_.tree().put(node_, driver_node(*this, kTimingRequests));
     add_verbs();
 }
 
@@ -149,17 +137,20 @@ Outcome VideoTiming::refuse(const std::string& why) {
     return Outcome::failed(EINVAL);
 }
 
-VideoTimingCore::Stamps VideoTiming::read_stamps() {
+Outcome VideoTiming::stamps(VideoTimingCore::Stamps& record) {
+    keep_up();
     core_.advance_frames(frames_per_read_);
     if (stale_reads_ == 0) {
         last_read_ = core_.stamps();
     } else if (stale_reads_ > 0) {
         --stale_reads_;
     }
-    return last_read_;
+    record = last_read_;
+    return Outcome::done();
 }
 
 Outcome VideoTiming::set_clock(std::uint32_t hz) {
+    keep_up();
     if (hz < std::max(clock_min_, 1U) || hz > clock_max_) {
         return refuse(fmt::format("a pixel clock of {} Hz is out of range", hz));
     }
@@ -167,33 +158,28 @@ Outcome VideoTiming::set_clock(std::uint32_t hz) {
     return Outcome::done();
 }
 
-Outcome VideoTiming::request(RequestCall& call) {
+Outcome VideoTiming::get_clock(std::uint32_t& hz) {
+    hz = core_.setup().clock_hz;
+    return Outcome::done();
+}
+
+Outcome VideoTiming::force_vsync(std::uint32_t cycle) {
+    if (cycle == 0) {
+        return refuse("a vsync cycle of 0");
+    }
     keep_up();
-    const auto word = record_from<std::uint32_t>(call.record); // where it takes one
-    switch (call.row.code) {
-    case kStamps: {
-        const auto stamps = read_stamps();
-        std::memcpy(call.record.data(), &stamps, sizeof stamps);
-        return Outcome::done();
-    }
-    case kSetClock:
-        return set_clock(word);
-    case kGetClock:
-        std::memcpy(call.record.data(), &core_.setup().clock_hz, sizeof word);
-        return Outcome::done();
-    case kForceVsync:
-        if (word == 0) {
-            return refuse("a vsync cycle of 0");
-        }
-        core_.align_frame(word);
-        return Outcome::done();
-    case kEnable:
-        rate_x100_ = record_from<std::uint16_t>(call.record);
-        return rate_x100_ == 0 ? refuse("a frame rate of 0") : Outcome::done();
-    default: // kDisable
-        rate_x100_ = 0;
-        return word == 0 ? Outcome::done() : refuse("disabled with an argument that is not 0");
-    }
+    core_.align_frame(cycle);
+    return Outcome::done();
+}
+
+Outcome VideoTiming::enable(std::uint16_t rate_x100) {
+    rate_x100_ = rate_x100;
+    return rate_x100 == 0 ? refuse("a frame rate of 0") : Outcome::done();
+}
+
+Outcome VideoTiming::disable(std::uint32_t zero) {
+    rate_x100_ = 0;
+    return zero == 0 ? Outcome::done() : refuse("disabled with an argument that is not 0");
 }
 
 // --- the world outside ---

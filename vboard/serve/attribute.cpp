@@ -14,12 +14,7 @@ namespace vb {
 class AttributeFile : public File {
   public:
     explicit AttributeFile(std::shared_ptr<Attribute> attribute)
-        : attribute_(std::move(attribute)) {
-        attribute_->files_.insert(this);
-    }
-    AttributeFile(const AttributeFile&) = delete;
-    AttributeFile& operator=(const AttributeFile&) = delete;
-    ~AttributeFile() override { attribute_->files_.erase(this); }
+        : attribute_(std::move(attribute)) {}
 
     Outcome read(std::size_t size, std::uint64_t offset) override;
     Outcome write(WriteCall& call) override;
@@ -74,13 +69,13 @@ Outcome Attribute::open(const OpenCall& call, std::unique_ptr<File>& file) {
     if ((access != O_WRONLY && !show_) || (access != O_RDONLY && !store_)) {
         return Outcome::failed(EACCES);
     }
-    file = std::make_unique<AttributeFile>(shared_from_this());
+    file = opens_.open(shared_from_this());
     return Outcome::done();
 }
 
 void Attribute::notify() {
     ++events_;
-    for (File* file : files_) {
+    for (AttributeFile* file : opens_) {
         file->changed();
     }
 }

@@ -10,11 +10,12 @@
 // - poll(2) finds POLLPRI and POLLERR from a notify() until the contents are made anew, each open
 //   for itself; an open that has not read yet finds them at once. POLLIN and POLLOUT always hold.
 
+#include "serve/opens.h"
 #include "serve/tree.h"
 
-#include <set>
-
 namespace vb {
+
+class AttributeFile;
 
 class Attribute : public Node, public std::enable_shared_from_this<Attribute> {
   public:
@@ -44,7 +45,7 @@ class Attribute : public Node, public std::enable_shared_from_this<Attribute> {
     Reading reading_;
     bool takes_paths_ = false;
     std::uint64_t events_ = 1;
-    std::set<File*> files_;
+    Opens<AttributeFile> opens_;
 };
 
 // An attribute of one line: it is shown with a newline behind it, and stored up to its first NUL.

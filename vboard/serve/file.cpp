@@ -4,10 +4,6 @@
 
 namespace vb {
 
-Outcome File::request(RequestCall&) {
-    return Outcome::failed(ENOTTY);
-}
-
 Outcome File::read(std::size_t, std::uint64_t) {
     return Outcome::failed(EINVAL);
 }

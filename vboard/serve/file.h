@@ -32,6 +32,9 @@ struct RequestCall {
     const Caller& caller; // for pointers inside the record
 };
 
+// The poll(2) bits of an open that has something to read.
+constexpr short kReadable = POLLIN | POLLRDNORM;
+
 // Calls come one at a time, under the board's lock. A model answers at once, and never sleeps:
 // where it has nothing to say yet it answers Outcome::wait().
 class File {
@@ -42,7 +45,6 @@ class File {
     File& operator=(const File&) = delete;
 
     virtual std::span<const RequestRow> requests() const { return {}; }
-    virtual Outcome request(RequestCall& call);
     virtual Outcome read(std::size_t size, std::uint64_t offset);
     virtual Outcome write(WriteCall& call);
     // What is written to it is a path, which WriteCall::target follows.

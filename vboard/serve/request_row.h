@@ -1,6 +1,7 @@
 #pragma once
-// Requests as rows: every device lists what it answers to, with the true size of each record.
-// The server copies records by these rows, and the trace decodes them by the same rows.
+// Requests as rows: every device lists what it answers to, with the true size of each record and
+// what answers. The server copies records and asks by these rows, and the trace decodes by them.
+// serve/request_handler.h makes them.
 
 #include "core/json.h"
 
@@ -8,6 +9,10 @@
 #include <span>
 
 namespace vb {
+
+class File;
+struct Outcome;
+struct RequestCall;
 
 struct RecordField {
     enum class Type { u8, u16, u32, i32, u64, text, bytes };
@@ -20,12 +25,14 @@ struct RecordField {
 
 struct RequestRow {
     enum class Direction { none, in, out, inout }; // as the device sees it: in is from the caller
+    using Handler = Outcome (*)(File& file, RequestCall& call);
 
     std::uint32_t code;
     const char* name;
     Direction direction;
     std::uint32_t size; // the record's true size, whatever the code's size field says
-    std::span<const RecordField> fields = {};
+    std::span<const RecordField> fields;
+    Handler handler;
 
     bool takes() const { return direction == Direction::in || direction == Direction::inout; }
     bool gives() const { return direction == Direction::out || direction == Direction::inout; }

@@ -140,7 +140,7 @@ Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
         record.resize(row_->size);
         call.record = record;
     }
-    Outcome outcome = open()->file->request(call);
+    Outcome outcome = row_->handler(*open()->file, call);
     if (outcome.kind == Outcome::Kind::done && row_->gives()) {
         spoil_bytes(record);
         if (!caller().write(argument_, record)) {
