@@ -1,24 +1,7 @@
 #include "models/board_file.h"
 
-#include "models/boot_env.h"
-#include "models/bootloader.h"
-#include "models/cdcm6208.h"
-#include "models/cooling.h"
-#include "models/fpga.h"
-#include "models/gpio.h"
 #include "models/i2c_adapter.h"
-#include "models/idt6965.h"
-#include "models/keypad.h"
-#include "models/led.h"
-#include "models/network.h"
-#include "models/number_attributes.h"
-#include "models/oled.h"
-#include "models/partition.h"
-#include "models/settings_store.h"
-#include "models/sysfs_gpio.h"
-#include "models/tbar.h"
-#include "models/vendor_storage.h"
-#include "models/video_timing.h"
+#include "models/kinds.h"
 
 #include <algorithm>
 #include <array>
@@ -27,57 +10,44 @@ namespace vb {
 
 namespace {
 
-struct Kind {
-    const char* name;
-    const char* about;
-    std::unique_ptr<Model> (*make)(Board&, Settings&);
+constexpr SettingRow kBoardSettings[] = {
+    {"name", R"("")", ""},
+    {"models", nullptr, ""},
+    {"wires", "[]", ""},
 };
 
-constexpr std::array kKinds = {
-    Kind{"gpio", "GPIO character driver: node, lines, levels", make_gpio},
-    Kind{"sysfs_gpio", "GPIO lines in /sys/class/gpio: lines, levels", make_sysfs_gpio},
-    Kind{"i2c_adapter", "I2C bus with its node: bus, pattern, name", make_i2c_adapter},
-    Kind{"cdcm6208", "clock synthesizer: device, bus, address, power_down, reset, lock_ms",
-         make_cdcm6208},
-    Kind{"idt6965", "clock generator: device, bus, address", make_idt6965},
-    Kind{"attributes", "numbers in files of /sys and /proc: files", make_attributes},
-    Kind{"cooling",
-         "thermal zone and fans: fans, max_rpm, spin_seconds, ambient, rise, airflow, seconds",
-         make_cooling},
-    Kind{"network", "network interfaces, links and PHYs: interfaces", make_network},
-    Kind{"fpga", "FPGA access and interrupts: node, interrupt_node, size", make_fpga},
-    Kind{"keypad", "front-panel keys: node, keys, queue, repeat_delay_ms, repeat_ms", make_keypad},
-    Kind{"led", "front-panel LEDs: node, leds", make_led},
-    Kind{"tbar", "T-bar fader: number, position, step_ms", make_tbar},
-    Kind{"oled", "front panel's OLED: node, panels, font_file, font", make_oled},
-    Kind{"video_timing", "video-timing generator: node, raster, clock, reference, jitter",
-         make_video_timing},
-    Kind{"partition", "partitions that outlive restarts: folder, partitions", make_partition},
-    Kind{"bootloader", "choice of the slot at every start: partition, cmdline", make_bootloader},
-    Kind{"boot_env", "bootloader's environment: partition, size, variables", make_boot_env},
-    Kind{"settings_store", "system configuration and its program: values", make_settings_store},
-    Kind{"vendor_storage", "numbered items that outlive restarts: node, items",
-         make_vendor_storage},
+constexpr SettingRow kWireSettings[] = {
+    {"from", nullptr, ""},
+    {"to", nullptr, ""},
 };
+
+const ModelKind& kind_named(const Json& object, const std::string& where) {
+    if (!object.is_object() || !object.contains("model")) {
+        throw SettingsError(fmt::format("{}: \"model\" is missing", where));
+    }
+    for (const ModelKind* kind : kModelKinds) {
+        if (object["model"] == kind->name) {
+            return *kind;
+        }
+    }
+    throw SettingsError(
+        fmt::format("{}.model: there is no model {}", where, object["model"].dump()));
+}
 
 void add_model(Board& board, const Json& object, const std::string& where) {
-    Settings settings(object, where);
-    const auto name = settings.need<std::string>("model");
-    const auto* kind = std::find_if(kKinds.begin(), kKinds.end(),
-                                    [&](const Kind& each) { return name == each.name; });
-    if (kind == kKinds.end()) {
-        settings.refuse("model", fmt::format("there is no model \"{}\"", name));
-    }
-    auto model = kind->make(board, settings);
-    settings.finish();
+    const ModelKind& kind = kind_named(object, where);
+    Json rest = object;
+    rest.erase("model");
+    Settings settings(rest, where, kind.settings);
+    auto model = kind.make(board, settings);
+    settings.check_all_read();
     board.add_model(std::move(model));
 }
 
 void add_wire(Board& board, const Json& object, const std::string& where) {
-    Settings settings(object, where);
-    const auto from = settings.need<std::string>("from");
-    const auto to = settings.need<std::string>("to");
-    settings.finish();
+    Settings settings(object, where, kWireSettings);
+    const auto from = settings.get<std::string>("from");
+    const auto to = settings.get<std::string>("to");
     try {
         wire(board, from, to);
     } catch (const VerbError& error) {
@@ -115,20 +85,51 @@ void build_board(Board& board, const std::string& board_file_text) {
     } catch (const Json::exception&) { // of its numbers alone
         throw SettingsError("board file: a number is too large");
     }
-    Settings settings(file, "board file");
-    settings.get<std::string>("name", "");
-    const Json models = settings.need<Json>("models");
-    const Json wires = settings.get<Json>("wires", Json::array());
-    settings.finish();
+    Settings settings(file, "board file", kBoardSettings);
+    settings.get<std::string>("name");
+    const Json models = settings.get<Json>("models");
+    const Json wires = settings.get<Json>("wires");
     add_each(board, models, "models", add_model);
     check_i2c_buses(board);
     add_each(board, wires, "wires", add_wire);
 }
 
+namespace {
+
+std::string described(std::span<const SettingRow> rows);
+
+// "`lines` (512)"; what has to be said is without brackets.
+std::string described(const SettingRow& row) {
+    if (!row.each.empty()) {
+        return fmt::format("`{}` (each {})", row.name, described(row.each));
+    }
+    if (row.otherwise == nullptr) {
+        return fmt::format("`{}`", row.name);
+    }
+    const Json otherwise = Json::parse(row.otherwise);
+    const bool none = otherwise.is_null() || otherwise.is_structured() || otherwise == "";
+    return fmt::format("`{}` ({})", row.name,
+                       none                    ? "none"
+                       : otherwise.is_string() ? fmt::format("`{}`", otherwise.get<std::string>())
+                                               : otherwise.dump());
+}
+
+std::string described(std::span<const SettingRow> rows) {
+    std::string settings;
+    for (const SettingRow& row : rows) {
+        settings += (settings.empty() ? "" : ", ") + described(row);
+    }
+    return settings;
+}
+
+} // namespace
+
 Json describe_models() {
     Json all = Json::array();
-    for (const Kind& kind : kKinds) {
-        all.push_back({{"model", kind.name}, {"about", kind.about}});
+    for (const ModelKind* kind : kModelKinds) {
+        all.push_back({{"model", kind->name},
+                       {"about", kind->about},
+                       {"settings", described(kind->settings)}});
     }
     return all;
 }

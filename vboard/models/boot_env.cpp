@@ -1,5 +1,15 @@
-#include "models/boot_env.h"
+// The bootloader's environment: variables in a partition of the board, for the programs fw_printenv
+// and fw_setenv (Debian: libubootenv-tool), and /etc/fw_env.config, by which they find them.
+//
+// What is ours to choose, and what programs may rely on:
+// - The partition begins with two copies. Each is a CRC-32 of what follows its fifth byte, low byte
+//   first; a byte that counts up with every write, by which the newer copy is known; and the
+//   variables as "name=value", each ended by a NUL, and one more NUL at the end. The tools write
+//   the older copy, so that one is left whatever happens.
+// - At each start of the board the bootloader looks at the two. Where neither verifies it writes
+//   the variables of a new board into the first.
 
+#include "models/kinds.h"
 #include "models/partition.h"
 #include "serve/content_file.h"
 
@@ -29,7 +39,7 @@ bool verifies(ByteView copy) {
 
 // The variables of a new board as the copy that holds them.
 Bytes new_copy(std::size_t size, Settings& settings) {
-    const auto variables = settings.get<std::map<std::string, std::string>>("variables", {});
+    const auto variables = settings.get<std::map<std::string, std::string>>("variables");
     Bytes copy(kHeader);
     for (const auto& [name, value] : variables) {
         if (name.empty() || name.find_first_of(std::string_view("=\0", 2)) != std::string::npos ||
@@ -73,8 +83,8 @@ class BootEnv : public Model {
 };
 
 BootEnv::BootEnv(Board& board, Settings& settings) {
-    const auto partition = settings.get<std::string>("partition", "/dev/block/by-name/env");
-    const std::size_t size = settings.number("size", 16384, 1U << 20);
+    const auto partition = settings.get<std::string>("partition");
+    const std::size_t size = settings.number("size", 1U << 20);
     const Bytes fresh = new_copy(size, settings);
     const std::string name(split_path(partition).second);
     const UniqueFd storage = board.open_state(partition_state(name));
@@ -85,10 +95,16 @@ BootEnv::BootEnv(Board& board, Settings& settings) {
     board.tree().put(kConfigFile, std::make_shared<ContentNode>(config(partition, size)));
 }
 
+constexpr SettingRow kBootEnvSettings[] = {
+    {"partition", R"("/dev/block/by-name/env")", "its path"},
+    {"size", "16384", "of one copy, bytes"},
+    {"variables", "{}", "texts that a new board has"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_boot_env(Board& board, Settings& settings) {
-    return std::make_unique<BootEnv>(board, settings);
-}
+const ModelKind kBootEnv{"boot_env",
+                         "the bootloader's environment, for `fw_printenv` and `fw_setenv`",
+                         kBootEnvSettings, make_model<BootEnv>};
 
 } // namespace vb

@@ -1,5 +1,18 @@
-#include "models/bootloader.h"
+// The bootloader: at every start of the board it chooses the slot by the boot-control record and
+// writes the kernel's command line.
+//
+// What is ours to choose, and what programs may rely on:
+// - The record is the A/B metadata of Android Verified Boot: a slot can be booted where its
+//   priority is above 0 and it was successful or has tries left; of two such slots the one with
+//   the higher priority is, A where they are equal.
+// - Each start takes one try from the slot it chooses, unless that was successful, and notes the
+//   slot in the last-boot byte. This is in storage before the program starts. Nothing else is
+//   changed: no priority, no success, not the other slot.
+// - A record that does not verify is left alone; slot A is booted.
+// - "androidboot.slot_suffix=_a" or "=_b" is the last word of /proc/cmdline.
+// - Where no slot can be booted the program is not started: `vboard run` says so and ends with 75.
 
+#include "models/kinds.h"
 #include "models/partition.h"
 #include "serve/attribute.h"
 
@@ -91,8 +104,8 @@ class Bootloader : public Model {
 };
 
 Bootloader::Bootloader(Board& board, Settings& settings)
-    : storage_(board.open_state(partition_state(settings.get<std::string>("partition", "misc")))) {
-    const auto words = settings.get<std::string>("cmdline", "console=ttyS0 rw");
+    : storage_(board.open_state(partition_state(settings.get<std::string>("partition")))) {
+    const auto words = settings.get<std::string>("cmdline");
     const char letter = kLetters[boot()];
     board.tree().put("/proc/cmdline",
                      fixed_attribute(fmt::format("{} androidboot.slot_suffix=_{}", words, letter)));
@@ -138,10 +151,14 @@ void Bootloader::count_down(ControlRecord record, unsigned slot) const {
     }
 }
 
+constexpr SettingRow kBootloaderSettings[] = {
+    {"partition", R"("misc")", "where the record is"},
+    {"cmdline", R"("console=ttyS0 rw")", "what the command line holds besides"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_bootloader(Board& board, Settings& settings) {
-    return std::make_unique<Bootloader>(board, settings);
-}
+const ModelKind kBootloader{"bootloader", "the choice of the slot, and `/proc/cmdline`",
+                            kBootloaderSettings, make_model<Bootloader>};
 
 } // namespace vb

@@ -1,6 +1,16 @@
-#include "models/cdcm6208.h"
+// A CDCM6208 clock synthesizer: 16-bit registers 0 to 21 with 16-bit numbers on an I2C bus.
+//
+// What is ours to choose, and what programs may rely on:
+// - While the power-down or the reset line is low the chip does not answer its address (ENXIO),
+//   and it comes back with every register at 0. Pulled up and left alone it answers.
+// - Register 3 bit 6 clear holds the chip in soft reset, where registers stay as they are. The PLL
+//   locks, and status register 21 bit 2 is set, when lock_ms of board time have passed since the
+//   bit was set; a chip that was never given its registers is not locked.
+// - Outputs 4 to 7 have a frequency while their fractional divider is on (control word bit 9) and
+//   whether or not the PLL is locked. What divides for outputs 0 to 3 is not known: null.
 
 #include "models/i2c_adapter.h"
+#include "models/kinds.h"
 #include "models/support/frequency_verb.h"
 #include "models/support/register_table.h"
 
@@ -67,8 +77,8 @@ class Cdcm6208 : public Model, private I2cDevice {
 
 Cdcm6208::Cdcm6208(Board& board, Settings& settings)
     : board_(board),
-      device_(settings.number("device", 0, 255)),
-      lock_ns_(settings.number("lock_ms", 5, 1'000'000) * 1'000'000LL),
+      device_(settings.number("device", 255)),
+      lock_ns_(settings.number("lock_ms", 1'000'000) * 1'000'000LL),
       registers_(board, fmt::format("cdcm6208[{}]", device_), {2, 2}, kCdcm6208Registers) {
     attach_to_i2c(board, settings, *this);
     follow_line(settings, "power_down", &Cdcm6208::powered_);
@@ -79,7 +89,7 @@ Cdcm6208::Cdcm6208(Board& board, Settings& settings)
 }
 
 void Cdcm6208::follow_line(Settings& settings, const std::string& name, bool Cdcm6208::*high) {
-    const auto place = settings.get<std::string>(name, "");
+    const auto place = settings.get<std::string>(name);
     if (place.empty()) {
         return;
     }
@@ -190,10 +200,19 @@ void Cdcm6208::add_verbs(Settings& settings) {
                    }});
 }
 
+constexpr SettingRow kCdcm6208Settings[] = {
+    {"bus", nullptr, ""},
+    {"address", nullptr, "7 bits"},
+    {"device", "0", "its number in verbs"},
+    {"power_down", R"("")",
+     "a line, \"bank:number\", of a model that stands before this one; high where there is none"},
+    {"reset", R"("")", "the same"},
+    {"lock_ms", "5", "how long the PLL takes to lock"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_cdcm6208(Board& board, Settings& settings) {
-    return std::make_unique<Cdcm6208>(board, settings);
-}
+const ModelKind kCdcm6208{"cdcm6208", "a clock synthesizer", kCdcm6208Settings,
+                          make_model<Cdcm6208>};
 
 } // namespace vb

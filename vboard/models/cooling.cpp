@@ -1,5 +1,17 @@
-#include "models/cooling.h"
+// The board's temperature and the fans that lower it.
+//
+// The thermal zone is /sys/class/thermal/thermal_zone0: `temp` in thousandths of a degree Celsius,
+// `type`. The board settles at `ambient` plus the rise that its heat makes, which the air of the
+// fans divides: rise / (1 + `airflow` x the mean of rpm / `max_rpm`). It gets there with a time
+// constant of `seconds`.
+//
+// Each fan is /dev/pwm-fanN. A speed request's second word is the speed in percent, 0 to 100; a
+// power request's is 1 or 0; the words after it are 0. A fan that has power turns at its percentage
+// of `max_rpm`, and gets to it, or comes to rest, with a time constant of `spin_seconds`. Refused:
+// an unknown request (ENOTTY), a record for another channel than the node's, and values out of
+// range (EINVAL); each of them is misuse.
 
+#include "models/kinds.h"
 #include "serve/attribute.h"
 #include "serve/device_node.h"
 
@@ -101,13 +113,13 @@ std::string node_of(std::size_t channel) {
 
 Cooling::Cooling(Board& board, Settings& settings)
     : board_(board),
-      fans_(settings.number("fans", 2, 16)),
-      max_rpm_(settings.number("max_rpm", 4800, 100000)),
-      spin_seconds_(settings.get<double>("spin_seconds", 0.8)),
-      ambient_(settings.get<double>("ambient", 25)),
-      rise_(settings.get<double>("rise", 45)),
-      airflow_(settings.get<double>("airflow", 3)),
-      seconds_(settings.get<double>("seconds", 20)) {
+      fans_(settings.number("fans", 16)),
+      max_rpm_(settings.number("max_rpm", 100000)),
+      spin_seconds_(settings.get<double>("spin_seconds")),
+      ambient_(settings.get<double>("ambient")),
+      rise_(settings.get<double>("rise")),
+      airflow_(settings.get<double>("airflow")),
+      seconds_(settings.get<double>("seconds")) {
     if (!(spin_seconds_ > 0) || !(seconds_ > 0) || !(airflow_ >= 0)) {
         settings.refuse("seconds", "times have to be above 0, and the airflow not below");
     }
@@ -267,10 +279,18 @@ void Cooling::add_verbs() {
                }});
 }
 
+constexpr SettingRow kCoolingSettings[] = {
+    {"fans", "2", "how many"},
+    {"max_rpm", "4800", ""},
+    {"spin_seconds", "0.8", "a fan's time constant"},
+    {"ambient", "25", "degrees"},
+    {"rise", "45", "degrees that the heat raises the board by without any air"},
+    {"airflow", "3", "by how much all fans at full speed divide that"},
+    {"seconds", "20", "the board's time constant"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_cooling(Board& board, Settings& settings) {
-    return std::make_unique<Cooling>(board, settings);
-}
+const ModelKind kCooling{"cooling", "thermal zone and fans", kCoolingSettings, make_model<Cooling>};
 
 } // namespace vb

@@ -1,5 +1,21 @@
-#include "models/fpga.h"
+// The FPGA's access node (by default /dev/fpga) and its interrupt node (by default /dev/fpgavm).
+//
+// What is ours to choose, and what programs may rely on:
+// - The register file is bytes; `addr` of a transfer is the first of `len` bytes. A transfer of
+//   no bytes is done at once, one beyond the file is EINVAL, as is any operation but 1 (read) and
+//   3 (write) or a reserved word that is not 0; a buffer that is not the caller's is EFAULT. Done
+//   is result 0.
+// - Every open of the interrupt node gets every interrupt from then on, and counts those it has
+//   not been told of. It is readable (POLLIN) while there are some, and each select() or poll()
+//   that finds it so takes one of them: N interrupts make exactly N such calls return at once.
+//   Nothing can be read from it.
+// - How that is exact: a select() asks the device once when it begins and once after each
+//   wake-up, and hands its caller whatever the device answers of what was asked; an answer is
+//   never asked for twice. So the interrupt is taken back with the answer, and only by a call
+//   that asks for readability. epoll asks again before it hands an event over, and therefore
+//   loses interrupts here, as with any driver that clears a readiness by reporting it.
 
+#include "models/kinds.h"
 #include "serve/device_node.h"
 
 #include <algorithm>
@@ -89,9 +105,9 @@ void InterruptFile::interrupt() {
 
 Fpga::Fpga(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/fpga")),
-      interrupt_node_(settings.get<std::string>("interrupt_node", "/dev/fpgavm")),
-      bytes_(settings.number("size", 65536, 1U << 24)) {
+      node_(settings.get<std::string>("node")),
+      interrupt_node_(settings.get<std::string>("interrupt_node")),
+      bytes_(settings.number("size", 1U << 24)) {
     board.tree().put(node_, driver_node(*this, kFpgaRequests));
     board.tree().put(interrupt_node_, device_node(listeners_, *this));
     add_verbs();
@@ -189,10 +205,15 @@ void Fpga::add_verbs() {
                [this](const Json& arguments) { return interrupt(arguments); }});
 }
 
+constexpr SettingRow kFpgaSettings[] = {
+    {"node", R"("/dev/fpga")", ""},
+    {"interrupt_node", R"("/dev/fpgavm")", ""},
+    {"size", "65536", "bytes of the register file"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_fpga(Board& board, Settings& settings) {
-    return std::make_unique<Fpga>(board, settings);
-}
+const ModelKind kFpga{"fpga", "the FPGA: register file and interrupts", kFpgaSettings,
+                      make_model<Fpga>};
 
 } // namespace vb

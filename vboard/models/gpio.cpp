@@ -1,5 +1,14 @@
-#include "models/gpio.h"
+// The board's GPIO character driver, by default at /dev/drvgpio.
+//
+// What is ours to choose, and what programs may rely on:
+// - Trigger kinds are 1 rising, 2 falling, 3 both edges; others never fire.
+// - `param` of an output is the level it starts with: 0 low, anything else high.
+// - A line beyond the board is EINVAL; a line nobody has configured is ENXIO; driving an input is
+//   EPERM. A line may be configured again; releasing it makes it an input without a name.
+// - Every open of the node has an event queue of its own, 64 deep; a full queue drops the newest
+//   event and counts it. One read returns one event, 8 bytes: line, then level after the edge.
 
+#include "models/kinds.h"
 #include "models/support/line_world.h"
 #include "serve/device_node.h"
 #include "serve/event_file.h"
@@ -104,8 +113,8 @@ class GpioFile : public EventFile<ValueRecord, DriverFile<Gpio>> {
 
 Gpio::Gpio(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/drvgpio")),
-      bank_(add_lines(board, kGpioBank, settings.number("lines", 512, 65536))),
+      node_(settings.get<std::string>("node")),
+      bank_(add_lines(board, kGpioBank, settings.number("lines", 65536))),
       lines_(bank_.count()) {
     set_levels(bank_, settings);
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
@@ -194,10 +203,15 @@ Json Gpio::show_line(unsigned number) const {
             {"param", line.param},     {"level", bank_.level(number) ? 1 : 0}};
 }
 
+constexpr SettingRow kGpioSettings[] = {
+    {"node", R"("/dev/drvgpio")", ""},
+    {"lines", "512", "how many"},
+    {"levels", "{}",
+     "line number to the level that the outside gives it at the start, such as 1 for a pull-up"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_gpio(Board& board, Settings& settings) {
-    return std::make_unique<Gpio>(board, settings);
-}
+const ModelKind kGpio{"gpio", "the GPIO driver", kGpioSettings, make_model<Gpio>};
 
 } // namespace vb

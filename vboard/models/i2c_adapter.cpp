@@ -1,5 +1,6 @@
 #include "models/i2c_adapter.h"
 
+#include "models/kinds.h"
 #include "models/support/i2c_smbus.h"
 #include "serve/attribute.h"
 #include "serve/device_node.h"
@@ -279,8 +280,7 @@ class I2cAdapter : public Model {
 };
 
 unsigned bus_number(Settings& settings) {
-    settings.need<Json>("bus");
-    return settings.number("bus", 0, 255);
+    return settings.number("bus", 255);
 }
 
 I2cAdapter::I2cAdapter(Board& board, Settings& settings)
@@ -290,9 +290,11 @@ I2cAdapter::I2cAdapter(Board& board, Settings& settings)
         settings.refuse("bus", fmt::format("bus {} has an adapter already", bus.number()));
     }
     bus.set_adapter();
-    const auto pattern = settings.get<std::string>("pattern", "first");
-    const auto name =
-        settings.get<std::string>("name", fmt::format("board I2C adapter {}", bus.number()));
+    const auto pattern = settings.get<std::string>("pattern");
+    auto name = settings.get<std::string>("name");
+    if (name.empty()) {
+        name = fmt::format("board I2C adapter {}", bus.number());
+    }
     if (pattern == "first" || pattern == "second") {
         adapter_.node = fmt::format("/dev/i2c{}{}", pattern == "first" ? '-' : '/', bus.number());
         put_node(name);
@@ -345,11 +347,17 @@ void I2cAdapter::add_verbs() {
                    }});
 }
 
+constexpr SettingRow kI2cAdapterSettings[] = {
+    {"bus", nullptr, "its number"},
+    {"pattern", R"("first")",
+     "of its node: `first` (`/dev/i2c-N`), `second` (`/dev/i2c/N`) or `none`"},
+    {"name", R"("")", "what its name file says; \"board I2C adapter N\" where it is empty"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_i2c_adapter(Board& board, Settings& settings) {
-    return std::make_unique<I2cAdapter>(board, settings);
-}
+const ModelKind kI2cAdapter{"i2c_adapter", "an I2C bus and its node", kI2cAdapterSettings,
+                            make_model<I2cAdapter>};
 
 void check_i2c_buses(Board& board) {
     for (const I2cBus* bus : board.parts().all<I2cBus>()) {
@@ -362,8 +370,7 @@ void check_i2c_buses(Board& board) {
 
 void attach_to_i2c(Board& board, Settings& settings, I2cDevice& device) {
     I2cBus& bus = i2c_bus(board, bus_number(settings));
-    settings.need<Json>("address");
-    const unsigned address = settings.number("address", 0, 0x7F);
+    const unsigned address = settings.number("address", 0x7F);
     if (!bus.attach(address, device)) {
         settings.refuse("address", fmt::format("{:#x} is taken on bus {}", address, bus.number()));
     }

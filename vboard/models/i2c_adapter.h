@@ -18,8 +18,6 @@
 
 namespace vb {
 
-std::unique_ptr<Model> make_i2c_adapter(Board& board, Settings& settings);
-
 // SettingsError where a chip hangs on a bus that has no adapter. For when all models are made.
 void check_i2c_buses(Board& board);
 

@@ -1,6 +1,15 @@
-#include "models/idt6965.h"
+// An IDT6965 clock generator: 8-bit registers with 8-bit numbers on an I2C bus.
+//
+// What is ours to choose, and what programs may rely on:
+// - The VCO runs at 12.5 MHz times the feedback integer of registers 0x17 and 0x18, whichever
+//   input is selected; an output divides it by its integer and 24-bit fraction. An output whose
+//   divider is below 1 has no frequency (null).
+// - An output is on where its divider control is 0x81, its bits in both enable registers are set
+//   and its own enable register says 1. Its frequency is shown whether or not it is on.
+// - Registers are 0 at power-on; nothing resets the chip.
 
 #include "models/i2c_adapter.h"
+#include "models/kinds.h"
 #include "models/support/frequency_verb.h"
 #include "models/support/register_table.h"
 
@@ -58,7 +67,7 @@ class Idt6965 : public Model, private I2cDevice {
 };
 
 Idt6965::Idt6965(Board& board, Settings& settings)
-    : device_(settings.number("device", 0, 255)),
+    : device_(settings.number("device", 255)),
       registers_(board, fmt::format("idt6965[{}]", device_), {1, 1}, kIdt6965Registers) {
     attach_to_i2c(board, settings, *this);
     const bool alone =
@@ -120,10 +129,14 @@ Json Idt6965::show() const {
             {"registers", registers_.show()}};
 }
 
+constexpr SettingRow kIdt6965Settings[] = {
+    {"bus", nullptr, ""},
+    {"address", nullptr, "7 bits"},
+    {"device", "0", "its number in verbs"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_idt6965(Board& board, Settings& settings) {
-    return std::make_unique<Idt6965>(board, settings);
-}
+const ModelKind kIdt6965{"idt6965", "a clock generator", kIdt6965Settings, make_model<Idt6965>};
 
 } // namespace vb

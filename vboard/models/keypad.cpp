@@ -1,5 +1,20 @@
-#include "models/keypad.h"
+// The front panel's keys, by default at /dev/keypad.
+//
+// What is ours to choose, and what programs may rely on:
+// - One read returns one event, 16 bytes, numbers with the low byte first:
+//       byte 0   16 bits  key, from 0
+//            2   16 bits  place in the matrix: row and column from 1, the row in the high byte
+//            4   32 bits  0 released, 1 pressed, 2 still held (a repeat)
+//            8    8 bits  number of the event at this open, from 1, and on through 0 after 255
+//            9    3 bytes reserved, 0xFF each
+//           12   32 bits  board time in milliseconds since the board started
+//   A read of less than 16 bytes is EINVAL and takes nothing.
+// - Every open of the node has an event queue of its own. A full queue drops the newest event,
+//   counts it, and numbers it all the same: a gap in byte 8 tells a program that it was too slow.
+// - The driver does not debounce: a contact that bounces is reported as it closes and opens,
+//   1 ms apart.
 
+#include "models/kinds.h"
 #include "serve/device_node.h"
 #include "serve/event_file.h"
 
@@ -78,11 +93,11 @@ class Keypad : public Model {
 
 Keypad::Keypad(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/keypad")),
-      keys_(settings.number("keys", 64, 2048)),
-      depth_(settings.number("queue", 256, 65536)),
-      repeat_delay_(settings.number("repeat_delay_ms", 500, 3'600'000) * kMillisecond),
-      repeat_period_(settings.number("repeat_ms", 100, 3'600'000) * kMillisecond) {
+      node_(settings.get<std::string>("node")),
+      keys_(settings.number("keys", 2048)),
+      depth_(settings.number("queue", 65536)),
+      repeat_delay_(settings.number("repeat_delay_ms", 3'600'000) * kMillisecond),
+      repeat_period_(settings.number("repeat_ms", 3'600'000) * kMillisecond) {
     board_.tree().put(node_, device_node(opens_, depth_));
     add_verbs();
 }
@@ -195,10 +210,16 @@ void Keypad::add_verbs() {
                [this](const Json&) { return show(); }});
 }
 
+constexpr SettingRow kKeypadSettings[] = {
+    {"node", R"("/dev/keypad")", ""},
+    {"keys", "64", "how many"},
+    {"queue", "256", "events that an open keeps"},
+    {"repeat_delay_ms", "500", "of keys that are held"},
+    {"repeat_ms", "100", "0: no repeats"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_keypad(Board& board, Settings& settings) {
-    return std::make_unique<Keypad>(board, settings);
-}
+const ModelKind kKeypad{"keypad", "the front panel's keys", kKeypadSettings, make_model<Keypad>};
 
 } // namespace vb

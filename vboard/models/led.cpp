@@ -1,5 +1,19 @@
-#include "models/led.h"
+// The LEDs of the front panel, by default at /dev/led.
+//
+// What is ours to choose, and what programs may rely on. One request sets one LED. Its record has
+// seven words of 32 bits, low byte first:
+//       word 0  LED, from 0
+//            1  reserved, 0
+//            2  mode: 0 off, 1 on, 2 blinking
+//            3  milliseconds lit of each blink
+//            4  milliseconds dark of each blink
+//            5  brightness, 0 to 255
+//            6  colour, 0xRRGGBB
+// Words 3 and 4 are looked at when it blinks, and are not 0 then; a blinking LED starts lit. A word
+// that says anything else is EINVAL, and the LED stays as it was. LEDs start off and keep their
+// setting when the node is closed.
 
+#include "models/kinds.h"
 #include "serve/device_node.h"
 
 #include <array>
@@ -60,8 +74,8 @@ constexpr RequestRow kLedRequests[] = {
 
 Led::Led(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/led")),
-      leds_(settings.number("leds", 64, 65536)) {
+      node_(settings.get<std::string>("node")),
+      leds_(settings.number("leds", 65536)) {
     board_.tree().put(node_, driver_node(*this, kLedRequests));
     add_verbs();
 }
@@ -136,10 +150,13 @@ void Led::add_verbs() {
                }});
 }
 
+constexpr SettingRow kLedSettings[] = {
+    {"node", R"("/dev/led")", ""},
+    {"leds", "64", "how many"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_led(Board& board, Settings& settings) {
-    return std::make_unique<Led>(board, settings);
-}
+const ModelKind kLed{"led", "the front panel's LEDs", kLedSettings, make_model<Led>};
 
 } // namespace vb

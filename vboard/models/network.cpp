@@ -1,5 +1,17 @@
-#include "models/network.h"
+// The board's network interfaces as the kernel shows them in /sys/class/net, with the link behind
+// each: a cable that somebody plugs in, a PHY, and for some a link-status file of the driver's.
+//
+// /sys/class/net/NAME is a link to the device's folder, as in sysfs: "devices/platform/DEVICE/net/
+// NAME", or "devices/virtual/net/NAME" where there is no device. In it: address, carrier (1 or 0),
+// operstate ("up" or "down"), speed. Nothing goes through these interfaces: they are not those of
+// the board's network.
+//
+// A PHY has sixteen-bit registers, 0 to 31, on pages; register 31 (0x1f) selects the page, wherever
+// one is. Of page 0, register 1 says in bit 2 whether there is a link. Of page 0xdf0, register 16
+// (0x10) says in bit 12 (0x1000) whether that link is a gigabit one. Both are read-only; the others
+// keep what is written to them. Programs reach a PHY with `mdio`.
 
+#include "models/kinds.h"
 #include "serve/attribute.h"
 
 #include <optional>
@@ -34,6 +46,15 @@ struct Interface {
 
     unsigned read(unsigned number) const;
     void write(unsigned number, unsigned value);
+};
+
+constexpr SettingRow kInterfaceSettings[] = {
+    {"name", nullptr, ""},
+    {"device", R"("")", "its name in sysfs; a virtual interface without it"},
+    {"link_file", R"("")", "path of the driver's link-status file: 1 or 0"},
+    {"phy", "null", "the PHY's address, 0 to 31; without it there is none"},
+    {"speed", "1000", "Mbit/s"},
+    {"link", "true", "the cable is plugged in at the start"},
 };
 
 class Network : public Model {
@@ -80,7 +101,7 @@ void Interface::write(unsigned number, unsigned value) {
 // --- the interfaces ---
 
 Network::Network(Board& board, Settings& settings) {
-    const auto list = settings.need<std::vector<Json>>("interfaces");
+    const auto list = settings.get<std::vector<Json>>("interfaces");
     for (std::size_t i = 0; i < list.size(); ++i) {
         add(board, list[i], fmt::format("interfaces[{}]", i));
     }
@@ -89,21 +110,20 @@ Network::Network(Board& board, Settings& settings) {
 }
 
 void Network::add(Board& board, const Json& object, const std::string& where) {
-    Settings settings(object, where);
-    const auto name = settings.need<std::string>("name");
+    Settings settings(object, where, kInterfaceSettings);
+    const auto name = settings.get<std::string>("name");
     if (name.empty() || name.find('/') != std::string::npos || interfaces_.contains(name)) {
         settings.refuse("name", fmt::format("\"{}\" is no name for another interface", name));
     }
     Interface& interface = interfaces_[name];
     interface.name = name;
-    interface.speed = settings.number("speed", 1000, kHighestSpeed);
-    interface.link = settings.get<bool>("link", true);
-    if (object.contains("phy")) {
-        interface.phy = settings.number("phy", 0, kPhyRegisters - 1);
+    interface.speed = settings.number("speed", kHighestSpeed);
+    interface.link = settings.get<bool>("link");
+    if (settings.says("phy")) {
+        interface.phy = settings.number("phy", kPhyRegisters - 1);
     }
-    const auto device = settings.get<std::string>("device", "");
-    const auto link_file = settings.get<std::string>("link_file", "");
-    settings.finish();
+    const auto device = settings.get<std::string>("device");
+    const auto link_file = settings.get<std::string>("link_file");
 
     const std::string folder =
         (device.empty() ? std::string("virtual") : "platform/" + device) + "/net/" + name;
@@ -199,10 +219,13 @@ void Network::add_phy_verbs(Board& board) {
                        }});
 }
 
+constexpr SettingRow kNetworkSettings[] = {
+    {"interfaces", nullptr, "a list", kInterfaceSettings},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_network(Board& board, Settings& settings) {
-    return std::make_unique<Network>(board, settings);
-}
+const ModelKind kNetwork{"network", "network interfaces, their links and PHYs", kNetworkSettings,
+                         make_model<Network>};
 
 } // namespace vb

@@ -1,5 +1,11 @@
-#include "models/number_attributes.h"
+// Files in /sys and /proc that hold one number, and nothing else behind them: a level, a switch, a
+// setting of the kernel that the board has for itself.
+//
+// What is written is read as the kernel reads numbers; what is none, or is beyond the bounds, is
+// EINVAL. The program `sysctl` works on those in /proc/sys; all others there are the machine's, and
+// cannot be written to.
 
+#include "models/kinds.h"
 #include "serve/attribute.h"
 
 #include <cerrno>
@@ -8,6 +14,13 @@
 namespace vb {
 
 namespace {
+
+// Of a file that is more than the number it starts with.
+constexpr SettingRow kFileSettings[] = {
+    {"value", nullptr, ""},
+    {"lowest", "null", ""},
+    {"highest", "null", "one that is `lowest` cannot be written to"},
+};
 
 struct NumberFile {
     long value = 0;
@@ -43,7 +56,7 @@ class Attributes : public Model {
 };
 
 Attributes::Attributes(Board& board, Settings& settings) {
-    const auto files = settings.need<std::map<std::string, Json>>("files");
+    const auto files = settings.get<std::map<std::string, Json>>("files");
     for (const auto& [path, about] : files) {
         add_file(board.tree(), path, about, settings);
     }
@@ -74,11 +87,10 @@ void Attributes::add_file(Tree& tree, const std::string& path, const Json& about
     if (about.is_number_integer()) {
         file.value = about.get<long>();
     } else {
-        Settings one(about, fmt::format("files.{}", path));
-        file.value = one.need<long>("value");
-        file.lowest = one.get<long>("lowest", file.lowest);
-        file.highest = one.get<long>("highest", file.highest);
-        one.finish();
+        Settings one(about, fmt::format("files.{}", path), kFileSettings);
+        file.value = one.get<long>("value");
+        file.lowest = one.says("lowest") ? one.get<long>("lowest") : file.lowest;
+        file.highest = one.says("highest") ? one.get<long>("highest") : file.highest;
     }
     StoreLine store = [&file](std::string_view text) { return file.store(text); };
     file.attribute = line_attribute([&file] { return std::to_string(file.value); },
@@ -95,10 +107,14 @@ NumberFile& Attributes::file_at(const Json& arguments) {
     return found->second;
 }
 
+constexpr SettingRow kAttributesSettings[] = {
+    {"files", nullptr, "by absolute path; a number stands for its value", kFileSettings},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_attributes(Board& board, Settings& settings) {
-    return std::make_unique<Attributes>(board, settings);
-}
+const ModelKind kAttributes{
+    "attributes", "numbers in files of `/sys` and `/proc`: backlight, HDCP switch, kernel settings",
+    kAttributesSettings, make_model<Attributes>};
 
 } // namespace vb

@@ -1,6 +1,21 @@
-#include "models/oled.h"
+// The front panel's OLED driver (by default /dev/x9oled) with its panels, and the font file of the
+// board's file system.
+//
+// What is ours to choose, and what programs may rely on:
+// - A panel has 128 x 64 pixels, used as 4 rows of 16 cells of 8 x 16. `oled_index` is the panel,
+//   from 0.
+// - Drawing (command 0): `pos1` is the row, 0 at the top; `pos2` the column of the first cell, 0
+//   on the left; the cells stand side by side and replace what was there. Cells beyond the right
+//   edge are not wrapped: they are refused, as a whole.
+// - Clear (1) makes the whole panel dark. Display control (4) shows (`pos1` 1, as at the start) or
+//   hides (0) what is drawn, which stays. Neither looks at the other fields.
+// - Whatever else a record says, EINVAL: another command, panel or position, more than 16 cells,
+//   another state. Done is result 0.
+// - The font file can be read like any other and not be written. A board whose
+//   "font" is empty, or was not made with vboard, has no such file.
 
 #include "core/own_files.h"
+#include "models/kinds.h"
 #include "models/support/oled_glyphs.h"
 #include "models/support/oled_panel.h"
 #include "serve/content_file.h"
@@ -72,8 +87,11 @@ constexpr RequestRow kOledRequests[] = {
 // --- the font ---
 
 void Oled::add_font(Settings& settings) {
-    const auto place = settings.get<std::string>("font_file", "/usr/share/fonts/HZK16");
-    const auto source = settings.get<std::string>("font", own_file("HZK16").string());
+    const auto place = settings.get<std::string>("font_file");
+    auto source = settings.get<std::string>("font");
+    if (!source.empty() && source.find('/') == std::string::npos) {
+        source = own_file(source);
+    }
     if (source.empty()) {
         return;
     }
@@ -89,8 +107,8 @@ void Oled::add_font(Settings& settings) {
 
 Oled::Oled(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/x9oled")),
-      panels_(settings.number("panels", 2, 16)) {
+      node_(settings.get<std::string>("node")),
+      panels_(settings.number("panels", 16)) {
     board_.tree().put(node_, driver_node(*this, kOledRequests));
     add_font(settings);
     add_verbs();
@@ -195,10 +213,18 @@ void Oled::add_verbs() {
     add_verb("oled.png", "what a panel shows, as a PNG file in hex digits", &Oled::png);
 }
 
+constexpr SettingRow kOledSettings[] = {
+    {"node", R"("/dev/x9oled")", ""},
+    {"panels", "2", "how many"},
+    {"font_file", R"("/usr/share/fonts/HZK16")", "where programs find the font"},
+    {"font", R"("HZK16")",
+     "the file that stands there; a name without a folder is one that comes with `vboard`, an "
+     "empty one none"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_oled(Board& board, Settings& settings) {
-    return std::make_unique<Oled>(board, settings);
-}
+const ModelKind kOled{"oled", "the front panel's OLED and the font file", kOledSettings,
+                      make_model<Oled>};
 
 } // namespace vb

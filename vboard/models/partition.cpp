@@ -1,5 +1,6 @@
 #include "models/partition.h"
 
+#include "models/kinds.h"
 #include "models/support/block_store.h"
 
 #include <fcntl.h>
@@ -90,6 +91,11 @@ Outcome Partition::sync() {
     return Outcome::done();
 }
 
+constexpr SettingRow kOneSettings[] = {
+    {"name", nullptr, ""},
+    {"size", nullptr, "bytes, a multiple of 512"},
+};
+
 class Partitions : public Model {
   public:
     Partitions(Board& board, Settings& settings);
@@ -104,8 +110,8 @@ class Partitions : public Model {
 };
 
 Partitions::Partitions(Board& board, Settings& settings)
-    : board_(board), folder_(settings.get<std::string>("folder", "/dev/block/by-name")) {
-    const Json all = settings.need<Json>("partitions");
+    : board_(board), folder_(settings.get<std::string>("folder")) {
+    const Json all = settings.get<Json>("partitions");
     if (!all.is_array()) {
         settings.refuse("partitions", "a list is wanted");
     }
@@ -119,10 +125,9 @@ Partitions::Partitions(Board& board, Settings& settings)
 }
 
 void Partitions::add(const Json& object, const std::string& where) {
-    Settings settings(object, where);
-    const auto name = settings.need<std::string>("name");
-    const auto size = settings.need<std::uint64_t>("size");
-    settings.finish();
+    Settings settings(object, where, kOneSettings);
+    const auto name = settings.get<std::string>("name");
+    const auto size = settings.get<std::uint64_t>("size");
     if (name.empty() || name.find('/') != std::string::npos || partitions_.contains(name)) {
         settings.refuse("name", fmt::format("\"{}\" will not do, or is there already", name));
     }
@@ -146,11 +151,14 @@ Json Partitions::list() const {
     return all;
 }
 
+constexpr SettingRow kPartitionSettings[] = {
+    {"folder", R"("/dev/block/by-name")", "of their nodes"},
+    {"partitions", nullptr, "a list", kOneSettings},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_partition(Board& board, Settings& settings) {
-    return std::make_unique<Partitions>(board, settings);
-}
+const ModelKind kPartition{"partition", "partitions", kPartitionSettings, make_model<Partitions>};
 
 std::string partition_state(const std::string& name) {
     return "partition." + name;

@@ -19,8 +19,6 @@
 
 namespace vb {
 
-std::unique_ptr<Model> make_partition(Board& board, Settings& settings);
-
 // The name under which a board keeps a partition's contents.
 std::string partition_state(const std::string& name);
 

@@ -1,6 +1,16 @@
-#include "models/settings_store.h"
+// The system configuration: keys and values, which the board's program /usr/bin/sysconfig reads
+// and writes, and which outlive the board's restarts.
+//
+// What is ours to choose, and what programs may rely on:
+// - `sysconfig get KEY` prints the value and a newline; where there is no such key it prints
+//   nothing and ends with 1.
+// - `sysconfig set KEY VALUE` stores, `sysconfig set KEY` removes; it is done when it ends. More
+//   words are refused, with 64.
+// - A key is not empty. Key and value are UTF-8 and have no control characters; the program takes
+//   none that begins with "-".
 
 #include "core/own_files.h"
+#include "models/kinds.h"
 #include "models/support/kept_json.h"
 
 #include <algorithm>
@@ -17,7 +27,7 @@ bool is_line(const std::string& text) {
 }
 
 Json first_values(Settings& settings) {
-    Json values = settings.get<Json>("values", Json::object());
+    Json values = settings.get<Json>("values");
     if (!values.is_object()) {
         settings.refuse("values", "an object is wanted");
     }
@@ -83,10 +93,14 @@ void SettingsStore::set(const std::string& key, const Json& value) {
     values_.store(std::move(values));
 }
 
+constexpr SettingRow kSettingsStoreSettings[] = {
+    {"values", "{}", "texts that a new board has"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_settings_store(Board& board, Settings& settings) {
-    return std::make_unique<SettingsStore>(board, settings);
-}
+const ModelKind kSettingsStore{"settings_store",
+                               "the system configuration, and its program `sysconfig`",
+                               kSettingsStoreSettings, make_model<SettingsStore>};
 
 } // namespace vb

@@ -1,5 +1,13 @@
-#include "models/sysfs_gpio.h"
+// GPIO lines as the kernel's GPIO class shows them, at /sys/class/gpio.
+//
+// As the kernel has it, and easily overlooked:
+// - "out" written to direction drives the line low first, also where it is an output already;
+//   "high" drives it high. Back to "in" the line has the level that the outside gives it.
+// - edge on an output, and output of a line with an edge, fail with EIO.
+// - unexport forgets edge and active_low, and leaves direction and level alone.
+// What differs: gpioN is a directory and no link, and has the four attributes only.
 
+#include "models/kinds.h"
 #include "models/support/line_world.h"
 #include "serve/attribute.h"
 
@@ -58,7 +66,7 @@ std::string folder_of(unsigned line) {
 
 SysfsGpio::SysfsGpio(Board& board, Settings& settings)
     : board_(board),
-      bank_(add_lines(board, kSysfsBank, settings.number("lines", 512, 65536))),
+      bank_(add_lines(board, kSysfsBank, settings.number("lines", 65536))),
       lines_(bank_.count()) {
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     set_levels(bank_, settings);
@@ -228,10 +236,14 @@ Json SysfsGpio::show_line(unsigned number) const {
             {"level", bank_.level(number) ? 1 : 0}};
 }
 
+constexpr SettingRow kSysfsGpioSettings[] = {
+    {"lines", "512", "how many, from 0"},
+    {"levels", "{}", "as those of `gpio`"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_sysfs_gpio(Board& board, Settings& settings) {
-    return std::make_unique<SysfsGpio>(board, settings);
-}
+const ModelKind kSysfsGpio{"sysfs_gpio", "the kernel's GPIO class, `/sys/class/gpio`",
+                           kSysfsGpioSettings, make_model<SysfsGpio>};
 
 } // namespace vb

@@ -1,5 +1,15 @@
-#include "models/tbar.h"
+// A T-bar fader, at /dev/tbar and its number.
+//
+// What is ours to choose, and what programs may rely on:
+// - The data is 3 bytes: the position from 0 to 1023 in the first two, low byte first; the third
+//   has bit 0 while the fader moves and bit 1 while it is locked. It can be read at any time.
+// - Every open is readable (POLLIN) from a change of the data until it has read it. Changes that
+//   come in between are not queued: the data is what holds now.
+// - The lock value is the one byte that the request's size field speaks of: anything but 0 holds
+//   the fader where it is, also one that is being moved; 0 lets go of it. Of a larger number a
+//   program gives, the driver sees the low byte only. The lock outlives the open that set it.
 
+#include "models/kinds.h"
 #include "serve/device_node.h"
 
 #include <algorithm>
@@ -92,10 +102,10 @@ TbarFile::TbarFile(Tbar& tbar) : DriverFile(tbar, kTbarRequests) {}
 
 Tbar::Tbar(Board& board, Settings& settings)
     : board_(board),
-      number_(settings.number("number", 0, 255)),
+      number_(settings.number("number", 255)),
       node_(fmt::format("/dev/tbar{}", number_)),
-      position_(settings.number("position", 0, kHighest)),
-      step_(settings.number("step_ms", 10, 1000) * kMillisecond) {
+      position_(settings.number("position", kHighest)),
+      step_(settings.number("step_ms", 1000) * kMillisecond) {
     if (step_ == 0) {
         settings.refuse("step_ms", "has to be 1 or more");
     }
@@ -179,10 +189,14 @@ void Tbar::add_verbs(const Settings& settings) {
         {"tbar.show", {}, "a fader's position and lock", [this](const Json&) { return show(); }});
 }
 
+constexpr SettingRow kTbarSettings[] = {
+    {"number", "0", "N"},
+    {"position", "0", "where it stands at first"},
+    {"step_ms", "10", "how often the driver looks at the fader while it moves"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_tbar(Board& board, Settings& settings) {
-    return std::make_unique<Tbar>(board, settings);
-}
+const ModelKind kTbar{"tbar", "a T-bar fader, `/dev/tbarN`", kTbarSettings, make_model<Tbar>};
 
 } // namespace vb

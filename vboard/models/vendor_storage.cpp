@@ -1,5 +1,18 @@
-#include "models/vendor_storage.h"
+// The vendor storage: numbered items of up to 64 bytes, by default at /dev/vendor_storage, which
+// outlive the board's restarts.
+//
+// What is ours to choose, and what programs may rely on. Both requests have the same record, low
+// byte first:
+//       bytes 0 to 3   'Q' 'E' 'R' 'V'
+//             4, 5     the item's number
+//             6, 7     length, up to 64
+//             8 to 71  data
+// A write stores so many bytes as the item, none included, and is safe once it was answered; where
+// there is no more room it is ENOSPC. A read gives what the item has of the bytes that are asked
+// for, and as length how many those are; the data behind them stays as the caller had it. Where
+// there is no such item it is ENOENT. Another tag or a length above 64 is EINVAL.
 
+#include "models/kinds.h"
 #include "models/support/kept_json.h"
 #include "serve/device_node.h"
 
@@ -56,8 +69,8 @@ constexpr RequestRow kVendorRequests[] = {
 
 VendorStorage::VendorStorage(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/vendor_storage")),
-      room_(settings.number("items", 64, 65536)),
+      node_(settings.get<std::string>("node")),
+      room_(settings.number("items", 65536)),
       items_(board, "vendor", Json::object()) {
     board_.tree().put(node_, driver_node(*this, kVendorRequests));
     board_.verbs().add({"vendor.list",
@@ -106,10 +119,14 @@ Outcome VendorStorage::write(const VendorRecord& record, RequestCall& call) {
     return Outcome::done();
 }
 
+constexpr SettingRow kVendorStorageSettings[] = {
+    {"node", R"("/dev/vendor_storage")", ""},
+    {"items", "64", "how many there is room for"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_vendor_storage(Board& board, Settings& settings) {
-    return std::make_unique<VendorStorage>(board, settings);
-}
+const ModelKind kVendorStorage{"vendor_storage", "numbered items of up to 64 bytes",
+                               kVendorStorageSettings, make_model<VendorStorage>};
 
 } // namespace vb

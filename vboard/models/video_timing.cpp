@@ -1,5 +1,23 @@
-#include "models/video_timing.h"
+// The video-timing generator, by default at /dev/vgen: makes the output's frames from a pixel
+// clock that programs trim, and stamps each on the time scale of a reference. Its physics is in
+// video_timing_core.h.
+//
+// What is ours to choose, and what programs may rely on:
+// - The time scale is nanoseconds. The reference grid of a frame rate has an edge at every
+//   multiple of its period on that scale, so a reference that is fast or wanders shows in the
+//   stamps. The ring is empty (zeros) until the first frames have passed.
+// - The output runs by itself, whether the generator is enabled or not. Enabling (frame rate in
+//   1/100 Hz) tells it the reference whose phase `vgen.show` reports; disabling forgets it. A rate
+//   of 0, or an argument of disable that is not 0, is EINVAL.
+// - A clock outside "clock_min" .. "clock_max" is EINVAL and changes nothing. Reading the clock
+//   rate gives what was set, not what is true.
+// - Forcing vsync starts the next frame at the next multiple of the given cycle in nanoseconds on
+//   the time scale; 0 is EINVAL.
+// - Time is board time. With "frames_per_read" N above 0 it stands still, and each read of the
+//   time stamps lets N frames pass before it: runs are then the same to the last bit, and as fast
+//   as the program. `vgen.pace` changes N.
 
+#include "models/kinds.h"
 #include "models/support/video_timing_core.h"
 #include "serve/device_node.h"
 
@@ -41,26 +59,26 @@ constexpr std::array kKnobs = {
 
 VideoTimingSetup setup_from(Settings& settings) {
     VideoTimingSetup setup;
-    const auto word = [&](const char* key, unsigned otherwise, unsigned lowest, unsigned highest) {
-        const unsigned value = settings.number(key, otherwise, highest);
+    const auto word = [&](const char* key, unsigned lowest, unsigned highest) {
+        const unsigned value = settings.number(key, highest);
         if (value < lowest) {
             settings.refuse(key, fmt::format("{} at least", lowest));
         }
         return value;
     };
-    setup.h_total = static_cast<std::uint16_t>(word("h_total", setup.h_total, 1, 65535));
-    setup.v_total = static_cast<std::uint16_t>(word("v_total", setup.v_total, 1, 65535));
-    setup.clock_hz = word("clock_hz", setup.clock_hz, 1, std::numeric_limits<unsigned>::max());
+    setup.h_total = static_cast<std::uint16_t>(word("h_total", 1, 65535));
+    setup.v_total = static_cast<std::uint16_t>(word("v_total", 1, 65535));
+    setup.clock_hz = word("clock_hz", 1, std::numeric_limits<unsigned>::max());
     for (const Knob& knob : kKnobs) {
-        setup.*knob.field = settings.get(knob.name, setup.*knob.field);
+        setup.*knob.field = settings.get<double>(knob.name);
         if (!knob.takes(setup.*knob.field)) {
             settings.refuse(knob.name, fmt::format("at most {}", knob.highest));
         }
     }
-    setup.phase_ns = settings.get("phase_ns", setup.phase_ns);
-    setup.wander_seconds = settings.get("wander_seconds", setup.wander_seconds);
-    setup.stamp_start_ns = settings.get("stamp_start_ns", setup.stamp_start_ns);
-    setup.seed = settings.get("seed", setup.seed);
+    setup.phase_ns = settings.get<std::int64_t>("phase_ns");
+    setup.wander_seconds = settings.get<double>("wander_seconds");
+    setup.stamp_start_ns = settings.get<std::uint64_t>("stamp_start_ns");
+    setup.seed = settings.get<std::uint64_t>("seed");
     if (setup.wander_seconds <= 0) {
         settings.refuse("wander_seconds", "more than 0");
     }
@@ -116,11 +134,10 @@ constexpr RequestRow kTimingRequests[] = {
 
 VideoTiming::VideoTiming(Board& board, Settings& settings)
     : board_(board),
-      node_(settings.get<std::string>("node", "/dev/vgen")),
-      clock_min_(settings.number("clock_min", 1, std::numeric_limits<unsigned>::max())),
-      clock_max_(settings.number("clock_max", std::numeric_limits<unsigned>::max(),
-                                 std::numeric_limits<unsigned>::max())),
-      frames_per_read_(settings.number("frames_per_read", 0, kMostFrames)),
+      node_(settings.get<std::string>("node")),
+      clock_min_(settings.number("clock_min", std::numeric_limits<unsigned>::max())),
+      clock_max_(settings.number("clock_max", std::numeric_limits<unsigned>::max())),
+      frames_per_read_(settings.number("frames_per_read", kMostFrames)),
       core_(setup_from(settings)) {
     board_.tree().put(node_, driver_node(*this, kTimingRequests));
     add_verbs();
@@ -264,10 +281,28 @@ void VideoTiming::add_verbs() {
         });
 }
 
+constexpr SettingRow kVideoTimingSettings[] = {
+    {"node", R"("/dev/vgen")", ""},
+    {"h_total", "2200", "raster of the output"},
+    {"v_total", "1125", ""},
+    {"clock_hz", "148500000", "the pixel clock"},
+    {"offset_ppm", "0", "the true clock against what it is set to"},
+    {"drift_ppm_per_hour", "0", ""},
+    {"phase_ns", "0", "from the start to the first frame"},
+    {"reference_ppm", "0", "the time scale against board time"},
+    {"wander_ns", "0", ""},
+    {"wander_seconds", "60", ""},
+    {"stamp_start_ns", "0", "the time scale at the start"},
+    {"jitter_ns", "0", "of the stamps, a standard deviation"},
+    {"seed", "1", "the jitter's"},
+    {"clock_min", "1", "what the clock can be set to, Hz"},
+    {"clock_max", "4294967295", ""},
+    {"frames_per_read", "0", "0: frames pass with board time"},
+};
+
 } // namespace
 
-std::unique_ptr<Model> make_video_timing(Board& board, Settings& settings) {
-    return std::make_unique<VideoTiming>(board, settings);
-}
+const ModelKind kVideoTiming{"video_timing", "the video-timing generator", kVideoTimingSettings,
+                             make_model<VideoTiming>};
 
 } // namespace vb

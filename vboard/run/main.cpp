@@ -199,8 +199,8 @@ int usage_error(const std::string& command, const std::string& complaint) {
 int print_board() {
     fmt::print("{}", kDefaultBoard);
     for (const Json& model : describe_models()) {
-        fmt::print("// model \"{}\": {}\n", model["model"].get<std::string>(),
-                   model["about"].get<std::string>());
+        fmt::print("// model \"{}\": {}; {}\n", model["model"].get<std::string>(),
+                   model["about"].get<std::string>(), model["settings"].get<std::string>());
     }
     return 0;
 }

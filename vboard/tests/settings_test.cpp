@@ -1,6 +1,7 @@
 // A board file that is wrong is refused with the place and the reason.
 
 #include "models/board_file.h"
+#include "tests/run_on_board.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -25,6 +26,22 @@ std::string complaint_about(const std::string& board_file) {
 
 TEST(BoardFile, OfTheStandardBoardIsTaken) {
     EXPECT_EQ(complaint_about(kDefaultBoard), "");
+}
+
+// What a model's file says of its settings is what the code reads (each kind of the standard board
+// was made) and what the documents tell.
+TEST(BoardFile, SettingsAreToldAsTheCodeHasThem) {
+    const std::string docs = contents_of(VIRTUAL_BOARD_DOCS);
+    for (const Json& model : describe_models()) {
+        const auto name = model["model"].get<std::string>();
+        const std::string row =
+            fmt::format("| `{}` | {} | {} |", name, model["about"].get<std::string>(),
+                        model["settings"].get<std::string>());
+        EXPECT_NE(docs.find(row), std::string::npos) << row;
+        EXPECT_NE(std::string_view(kDefaultBoard).find(fmt::format("\"{}\"", name)),
+                  std::string_view::npos)
+            << name << " is on no board";
+    }
 }
 
 TEST(BoardFile, ThatIsWrongIsRefusedWithPlaceAndReason) {

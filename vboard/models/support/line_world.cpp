@@ -1,5 +1,7 @@
 #include "models/support/line_world.h"
 
+#include "core/number.h"
+
 #include <fmt/format.h>
 
 namespace vb {
@@ -67,13 +69,13 @@ void add_line_verbs(Board& board, LineBank& bank, const LineDriver& driver) {
 }
 
 void set_levels(LineBank& bank, Settings& settings) {
-    const Json levels = settings.get<Json>("levels", Json::object());
+    const Json levels = settings.get<Json>("levels");
     for (const auto& [key, level] : levels.items()) {
-        const unsigned line = Settings(Json{{"line", key}}, "levels").number("line", 0, 65535);
-        if (line >= bank.count() || !level.is_number_integer()) {
+        const auto line = number_in<unsigned>(key);
+        if (!line || *line >= bank.count() || !level.is_number_integer()) {
             settings.refuse("levels", fmt::format("\"{}\" is no line with a level", key));
         }
-        bank.preset(line, level != 0);
+        bank.preset(*line, level != 0);
     }
 }
 
