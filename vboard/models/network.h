@@ -4,8 +4,15 @@
 //
 // /sys/class/net/NAME is a link to the device's folder, as in sysfs: "devices/platform/DEVICE/net/
 // NAME", or "devices/virtual/net/NAME" where there is no device. In it: address, carrier (1 or 0),
-// operstate ("up" or "down"), speed. Nothing goes through these interfaces: they are not those of
-// the board's network.
+// flags, ifindex, mtu, operstate ("up" or "down"), speed.
+//
+// The board's own network has links of the same names, as `ip link` shows them: with the address,
+// up, and without a carrier while the cable is out. Where programs take one down or change its MTU,
+// the files follow. What is sent over them goes nowhere. A link that a program adds, renames or
+// removes is of the network alone. Where the machine makes no taps there are no links but `lo`, and
+// the files show them up.
+//
+// "lo" is the kernel's: without an address, a speed or a cable; its operstate is "unknown".
 //
 // A PHY has sixteen-bit registers, 0 to 31, on pages; register 31 (0x1f) selects the page, wherever
 // one is. Of page 0, register 1 says in bit 2 whether there is a link. Of page 0xdf0, register 16
