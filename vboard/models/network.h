@@ -9,8 +9,8 @@
 // The board's own network has links of the same names, as `ip link` shows them: with the address,
 // up, and without a carrier while the cable is out. Where programs take one down or change its MTU,
 // the files follow. What is sent over them goes nowhere. A link that a program adds, renames or
-// removes is of the network alone. Where the machine makes no taps there are no links but `lo`, and
-// the files show them up.
+// removes is of the network alone, as is a carrier that one sets. Where the machine makes no taps
+// there are no links but `lo`, and the files show them up.
 //
 // "lo" is the kernel's: without an address, a speed or a cable; its operstate is "unknown".
 //
