@@ -344,6 +344,7 @@ TEST(Launcher, LetsClientsWaitThatItHasNoDescriptorFor) {
                                    VBOARD, ready)});
     ASSERT_TRUE(comes_true([&] { return fs::exists(ready); }));
     std::vector<Client> clients;
+    clients.reserve(100);
     for (int i = 0; i < 100; ++i) {
         clients.push_back(Client::of_launcher(launcher));
     }

@@ -4,6 +4,7 @@
 #include "tests/run_on_board.h"
 
 #include "core/json.h"
+#include "core/unique_fd.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace vb {
 
@@ -40,8 +41,8 @@ void drop_what_is_sent(int tap) {
 
 } // namespace
 
-KernelLink::KernelLink(const std::string& name, const EthernetAddress& address, bool carrier)
-    : name_(name), socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+KernelLink::KernelLink(std::string name, const EthernetAddress& address, bool carrier)
+    : name_(std::move(name)), socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     if (!socket_) {
         fail("socket");
     }

@@ -21,7 +21,7 @@ class KernelLink {
   public:
     // Takes the link of this name in this process's network for what it is, as `lo`; where there is
     // none, makes it and brings it up. std::system_error where the kernel makes none.
-    KernelLink(const std::string& name, const EthernetAddress& address, bool carrier);
+    KernelLink(std::string name, const EthernetAddress& address, bool carrier);
 
     // Plugs the cable in or pulls it out. False where the kernel has no such cable: the link is not
     // of our making, or a program took it away.
