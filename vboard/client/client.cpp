@@ -16,7 +16,7 @@ Kind kind_of(const Json& failure) {
     if (failure.at("kind") == "usage") {
         return Kind::usage;
     }
-    return failure.at("kind") == "foreign" ? Kind::unreachable : Kind::refused;
+    return failure.at("kind") == "foreign" ? Kind::foreign : Kind::refused;
 }
 
 std::string text_of_question(const Json& question) {

@@ -18,7 +18,8 @@ class ClientError : public std::runtime_error {
     enum class Kind {
         usage,       // the question is wrong
         refused,     // the board said no
-        unreachable, // there is no board to ask, or it is another user's
+        unreachable, // there is no board to ask
+        foreign,     // it is another user's
     };
 
     ClientError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}

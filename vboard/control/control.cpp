@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <system_error>
 #include <thread>
 
@@ -142,18 +143,20 @@ void ControlServer::accept_all(const UniqueFd& listener) {
             continue;
         }
         const bool ours = is_ours(socket.get());
-        LineStream stream(std::move(socket));
-        if (ours) {
-            std::thread([this, stream = std::move(stream)]() mutable {
-                converse(std::move(stream));
-            }).detach();
-        } else {
-            stream.send(text_of(failure("foreign", "this board belongs to another user")));
+        const auto stream = std::make_shared<LineStream>(std::move(socket));
+        if (!ours) {
+            stream->send(text_of(failure("foreign", "this board belongs to another user")));
+            continue;
+        }
+        try {
+            std::thread([this, stream] { converse(*stream); }).detach();
+        } catch (const std::system_error& error) { // too many threads
+            stream->send(text_of(failure(error)));
         }
     }
 }
 
-void ControlServer::converse(LineStream stream) {
+void ControlServer::converse(LineStream& stream) {
     std::string line;
     while (stream.receive(line)) {
         const Json question = Json::parse(line, nullptr, false);

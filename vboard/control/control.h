@@ -26,7 +26,7 @@ class ControlServer {
 
   private:
     void accept_all(const UniqueFd& listener);
-    void converse(LineStream stream);
+    void converse(LineStream& stream);
     Json answer(const LineStream& stream, const Json& question);
     Json act(const Json& question);
     Json wait(const LineStream& stream, const Json& question);

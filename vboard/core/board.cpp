@@ -46,6 +46,12 @@ Board::Deeds Board::act_locked(const std::function<void()>& deed) {
     return std::exchange(later_, {});
 }
 
+void Board::enter_network() {
+    for (const auto& model : models_) {
+        model->enter_network();
+    }
+}
+
 void Board::start() {
     timer_thread_ = std::jthread([this](const std::stop_token& stop) { run_timers(stop); });
 }

@@ -31,6 +31,9 @@ class Model {
     virtual ~Model() = default;
     Model(const Model&) = delete;
     Model& operator=(const Model&) = delete;
+
+    // Once the board has its own network and this process is in it.
+    virtual void enter_network() {}
 };
 
 class Board {
@@ -50,6 +53,8 @@ class Board {
     // nothing is kept.
     using OpenState = std::function<UniqueFd(const std::string& name)>;
     void keep_state(OpenState open) { open_state_ = std::move(open); }
+    // Tells the models that this process is in the board's own network.
+    void enter_network();
     // Starts the timers; until then board time passes but nothing happens by itself.
     void start();
 

@@ -139,6 +139,7 @@ int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
     // Held until the process ends: libfuse's threads would tell standard error of an end.
     leave_scaffold().release();
     raise_loopback();
+    board.act([&] { board.enter_network(); });
     new FuseServer(board, fuse.release(), std::move(proc)); // NOLINT
     auto& control = *new ControlServer(board);              // NOLINT
     control.serve(listen_at(kInnerControlName));

@@ -153,11 +153,27 @@ Words without_help_word(Words words) {
     return words;
 }
 
+// Which board is meant may stand behind the verb too, as far as "--".
+void put_board_first(Words& words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    auto place = words.begin() + 1;
+    for (auto word = place; word < end;) {
+        const bool two = *word == "--board" && word + 1 < end;
+        const auto next = word + (two ? 2 : 1);
+        if (two || word->starts_with("--board=")) {
+            std::rotate(place, word, next);
+            place += next - word;
+        }
+        word = next;
+    }
+}
+
 // Takes off what the board is to be told, of which the command line proper knows nothing.
 Words take_verb(Words& words) {
     if (words.empty() || words[0] != "ctl") {
         return {};
     }
+    put_board_first(words);
     std::size_t options = 1;
     while (options < words.size() && words[options].starts_with("--board")) {
         options += words[options] == "--board" ? 2 : 1;

@@ -1,6 +1,7 @@
 #include "run/namespaces.h"
 
 #include "core/unique_fd.h"
+#include "run/own_root.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -51,6 +52,7 @@ bool write_setting(const std::string& path, const std::string& text) {
 
 Entered enter_namespaces() {
     if (geteuid() == 0 && unshare(kBoardNamespaces) == 0) {
+        make_root_the_namespaces();
         return Entered::as_root;
     }
     return become_root_of_own_namespace() ? Entered::as_user : Entered::not_at_all;

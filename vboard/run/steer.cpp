@@ -262,8 +262,10 @@ int list_boards() {
             const auto program = info["program"].get<std::vector<std::string>>();
             fmt::print("{:<8} {:>10.3f} s  x{:<6g} {}\n", launcher, info["seconds"].get<double>(),
                        info["speed"].get<double>(), fmt::join(program, " "));
-        } catch (const ClientError&) {
-            continue; // it ended meanwhile, or belongs to somebody else
+        } catch (const ClientError& error) {
+            if (error.kind() == ClientError::Kind::foreign) {
+                fmt::print("{:<8} (another user's)\n", launcher);
+            } // or it ended meanwhile
         }
     }
     return 0;

@@ -3,6 +3,7 @@
 
 #include "tests/run_on_board.h"
 
+#include "client/client.h"
 #include "core/json.h"
 
 #include <fmt/format.h>
@@ -32,6 +33,12 @@ bool comes_true(const Condition& condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
+}
+
+CommandResult as_nobody(std::vector<std::string> words) {
+    words.insert(words.begin(),
+                 {"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups", "--"});
+    return run_command(words);
 }
 
 // A sleep so long as nobody else on this machine sleeps.
@@ -98,11 +105,6 @@ TEST(Launcher, WorksForAnOrdinaryUserOrSaysWhyNot) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "every other test of this program shows it";
     }
-    const auto as_nobody = [](std::vector<std::string> words) {
-        words.insert(words.begin(),
-                     {"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups", "--"});
-        return run_command(words);
-    };
     if (as_nobody({"test", "-x", VBOARD}).status != 0) {
         GTEST_SKIP() << "nobody may not read " << VBOARD;
     }
@@ -156,6 +158,33 @@ TEST(Launcher, KeepsRootFromTheMachineAndLeavesHimTheBoard) {
         "setpriv --reuid 65534 --regid 65534 --clear-groups id -u",
         folder.path()));
     EXPECT_EQ(board.out, "1\nof-the-board\n65534\n") << board.err;
+}
+
+// The chroot is a plain folder with the machine's in it, in mounts that end with the script.
+TEST(Launcher, StandsInAChrootAsElsewhere) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer has a thread, with which a program makes no user namespace";
+#endif
+    if (geteuid() != 0 || run_command({"unshare", "-U", "true"}).status != 0) {
+        GTEST_SKIP() << "needs root, and a machine that allows user namespaces";
+    }
+    const TemporaryFolder folder;
+    const fs::path program = VBOARD;
+    const std::string top = "/" + std::next(program.begin())->string();
+    const CommandResult result = run_command(
+        {"unshare", "-m", "sh", "-c",
+         fmt::format("cd {0} && for each in /usr /lib /lib64 /bin /sbin /etc /dev /proc /sys {1}; "
+                     "do test ! -d $each || mkdir -p .$each && mount --rbind $each .$each "
+                     "|| exit 77; done; mkdir -p tmp\n"
+                     "chroot . {2} run --speed 1000 -- sh -c '"
+                     "sleep 100; command -v mdio; ls /proc/1/root || echo fenced; "
+                     "case :$PATH: in *::*) echo empty entry;; esac'",
+                     folder.path(), top, VBOARD)});
+    if (result.status == 77) {
+        GTEST_SKIP() << result.err;
+    }
+    EXPECT_THAT(result.out, HasSubstr("/mdio\nfenced\n")) << result.err;
+    EXPECT_THAT(result.out, testing::Not(HasSubstr("empty entry")));
 }
 
 // A namespace of the test's own may have fewer than the machine.
@@ -288,12 +317,44 @@ TEST(Launcher, CanBeReachedFromOutsideByItsNumberAndPassesOnATermination) {
         words.insert(words.begin(), {VBOARD, "ctl", "--board", std::to_string(launcher)});
         return run_command(words);
     };
+    const std::string number = std::to_string(launcher);
     ASSERT_TRUE(comes_true([&] { return fs::exists(ready); }));
     EXPECT_EQ(Json::parse(ctl({"gpio", "drive", "0x7", "1"}).out).at("level"), 1);
+    EXPECT_EQ(run_command({VBOARD, "ctl", "gpio", "show", "7", "--board=" + number}).status, 0);
+    EXPECT_EQ(run_command({VBOARD, "ctl", "gpio", "show", "--board", number, "7"}).status, 0);
+    EXPECT_EQ(run_command({VBOARD, "ctl", "--", "gpio", "show", "7", "--board", number}).status,
+              64);
     EXPECT_THAT(run_command({VBOARD, "list"}).out, HasSubstr(ready));
+    if (geteuid() == 0) {
+        EXPECT_THAT(as_nobody({VBOARD, "list"}).out, HasSubstr(number + " "));
+        EXPECT_THAT(as_nobody({VBOARD, "list"}).out, HasSubstr("(another user's)"));
+    }
     kill(launcher, SIGTERM);
     EXPECT_EQ(wait_for_command(launcher), 9);
     EXPECT_EQ(ctl({"clock", "show"}).status, 69);
+}
+
+// Each connection is one descriptor of the server's, and it may have fewer than want to come.
+TEST(Launcher, LetsClientsWaitThatItHasNoDescriptorFor) {
+    const TemporaryFolder folder;
+    const std::string ready = folder / "ready";
+    const pid_t launcher =
+        start_command({"sh", "-c",
+                       fmt::format("ulimit -n 64; exec {} run -- sh -c ': > {}; exec sleep 4100'",
+                                   VBOARD, ready)});
+    ASSERT_TRUE(comes_true([&] { return fs::exists(ready); }));
+    std::vector<Client> clients;
+    clients.reserve(100);
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(Client::of_launcher(launcher));
+    }
+    Client last = std::move(clients.back());
+    clients.front().ask("clock.show");
+    clients.clear();
+    last.give_up_after(std::chrono::seconds(20));
+    EXPECT_NO_THROW(last.ask("clock.show"));
+    kill(launcher, SIGTERM);
+    EXPECT_EQ(wait_for_command(launcher), 128 + SIGTERM);
 }
 
 TEST(Launcher, LetsTimeRunFasterForProgramsAndBoardAlike) {
