@@ -122,6 +122,19 @@ std::string described(std::span<const SettingRow> rows) {
     return settings;
 }
 
+Json rows_of(std::span<const SettingRow> rows) {
+    Json all = Json::array();
+    for (const SettingRow& row : rows) {
+        const SettingRow alone{row.name, row.otherwise, row.about};
+        all.push_back({{"setting", described(alone)}, {"about", row.about}});
+        for (const Json& each : rows_of(row.each)) {
+            all.push_back(
+                {{"setting", "  " + each["setting"].get<std::string>()}, {"about", each["about"]}});
+        }
+    }
+    return all;
+}
+
 } // namespace
 
 Json describe_models() {
@@ -129,7 +142,8 @@ Json describe_models() {
     for (const ModelKind* kind : kModelKinds) {
         all.push_back({{"model", kind->name},
                        {"about", kind->about},
-                       {"settings", described(kind->settings)}});
+                       {"settings", described(kind->settings)},
+                       {"rows", rows_of(kind->settings)}});
     }
     return all;
 }

@@ -212,6 +212,22 @@ int usage_error(const std::string& command, const std::string& complaint) {
     return kExitUsage;
 }
 
+// What can be set of one kind of models.
+int print_model(const std::string& name) {
+    for (const Json& model : describe_models()) {
+        if (model["model"] == name) {
+            fmt::print("{}\n", model["about"].get<std::string>());
+            for (const Json& row : model["rows"]) {
+                const auto about = row["about"].get<std::string>();
+                fmt::print("  {}{}{}\n", row["setting"].get<std::string>(),
+                           about.empty() ? "" : ": ", about);
+            }
+            return 0;
+        }
+    }
+    return usage_error("vboard board", fmt::format("there is no model \"{}\"", name));
+}
+
 int print_board() {
     fmt::print("{}", kDefaultBoard);
     for (const Json& model : describe_models()) {
@@ -239,7 +255,9 @@ int parse_and_run(Words words) {
     const CLI::App* shell_command = add_shell(app, shell_arguments);
     const CLI::App* ctl_command = add_ctl(app, control);
     const CLI::App* list_command = app.add_subcommand("list", "List the running boards");
-    app.add_subcommand("board", "Print the standard board file and the kinds of models");
+    std::string model;
+    app.add_subcommand("board", "Print the standard board file and the kinds of models")
+        ->add_option("MODEL", model, "Print the settings of this kind of models instead");
     for (CLI::App* command : app.get_subcommands({})) {
         command->group("Commands");
     }
@@ -276,7 +294,9 @@ int parse_and_run(Words words) {
     if (ctl_command->parsed()) {
         return steer_board(control);
     }
-    return list_command->parsed() ? list_boards() : print_board();
+    return list_command->parsed() ? list_boards()
+           : model.empty()        ? print_board()
+                                  : print_model(model);
 }
 
 } // namespace
