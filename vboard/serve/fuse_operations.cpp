@@ -204,8 +204,11 @@ void begin(fuse_req_t request, const Make& make) {
             return;
         }
         board.traffic().start(id, transfer);
-        if (board.traffic().under_way(id) && fuse_req_interrupted(request) != 0) {
-            board.traffic().interrupt(id);
+        if (board.traffic().under_way(id)) {
+            transfer->keep();
+            if (fuse_req_interrupted(request) != 0) {
+                board.traffic().interrupt(id);
+            }
         }
     });
 }
@@ -284,7 +287,7 @@ void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, o
         const auto open = server.find_open(info->fh);
         const auto* first = reinterpret_cast<const std::uint8_t*>(data);
         auto transfer = std::make_shared<WriteTransfer>(
-            thread_of(request), open, Bytes(first, first + size), offset_in(*open, offset),
+            thread_of(request), open, ByteView(first, size), offset_in(*open, offset),
             (info->flags & O_NONBLOCK) != 0);
         transfer->on_answer([request](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {

@@ -77,7 +77,7 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
         outcome = Outcome::failed(EIO);
     }
     if (outcome.kind != Outcome::Kind::wait) {
-        finish(transfer, outcome);
+        finish(transfer, std::move(outcome));
     } else if (transfer->nonblocking()) {
         finish(transfer, Outcome::failed(EAGAIN));
     } else {
@@ -85,7 +85,7 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
     }
 }
 
-void Traffic::finish(const std::shared_ptr<Transfer>& transfer, const Outcome& outcome) {
+void Traffic::finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome) {
     transfer->finished_ = true;
     live_.erase(transfer->id_);
 
@@ -100,7 +100,7 @@ void Traffic::finish(const std::shared_ptr<Transfer>& transfer, const Outcome& o
         event["result"] = outcome.result;
     }
     board_.trace().add(name_of(transfer->operation()), event);
-    board_.afterwards([transfer, outcome] { transfer->answer_(outcome); });
+    board_.afterwards([transfer, outcome = std::move(outcome)] { transfer->answer_(outcome); });
 }
 
 void Traffic::interrupt(std::uint64_t id) {

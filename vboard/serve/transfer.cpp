@@ -61,9 +61,17 @@ void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
 }
 
 Outcome WriteTransfer::attempt(Board&) {
-    Bytes data = data_;
+    if (!spoiled()) {
+        return open()->file->write(data_, offset_);
+    }
+    Bytes data(data_.begin(), data_.end());
     spoil_bytes(data);
     return open()->file->write(data, offset_);
+}
+
+void WriteTransfer::keep() {
+    kept_.assign(data_.begin(), data_.end());
+    data_ = kept_;
 }
 
 void WriteTransfer::describe(const Outcome&, Json& event) const {

@@ -23,11 +23,13 @@ void read_file(const UniqueFd& file, std::span<std::uint8_t> bytes, std::uint64_
     need(got == static_cast<ssize_t>(bytes.size()), "reading the board's storage");
 }
 
+constexpr std::size_t kMostSpare = 16;
+
 // The bits of the sectors that a part of a page touches.
-std::uint8_t sectors_of(std::size_t within, std::size_t length) {
+std::uint32_t sectors_of(std::size_t within, std::size_t length) {
     const std::size_t first = within / BlockStore::kSector;
     const std::size_t last = (within + length - 1) / BlockStore::kSector;
-    return static_cast<std::uint8_t>((0xFFU << first) & (0xFFU >> (7 - last)));
+    return (~0U << first) & (~0U >> (31 - last));
 }
 
 } // namespace
@@ -45,7 +47,7 @@ std::size_t BlockStore::unflushed_sectors() const {
 }
 
 std::optional<std::int64_t> BlockStore::unflushed_since() const {
-    return ages_.empty() ? std::nullopt : std::optional(pages_.at(ages_.front()).since);
+    return ages_.empty() ? std::nullopt : std::optional(ages_.front().since);
 }
 
 // The last page may be cut short.
@@ -70,31 +72,49 @@ Bytes BlockStore::read(std::uint64_t offset, std::size_t size) const {
     return bytes;
 }
 
-// A page as it is in the file.
-std::unique_ptr<BlockStore::Contents> BlockStore::stored(std::uint64_t number) const {
-    auto contents = std::make_unique<Contents>();
-    read_file(file_, std::span(*contents).first(length_of(number)), number * kPage);
+std::unique_ptr<BlockStore::Contents> BlockStore::new_contents() {
+    if (spare_.empty()) {
+        return std::make_unique_for_overwrite<Contents>();
+    }
+    auto contents = std::move(spare_.back());
+    spare_.pop_back();
     return contents;
 }
 
+void BlockStore::keep_version(Page& page, std::unique_ptr<Contents> contents) {
+    page.versions.push_back(std::move(contents));
+    cached_ += kPage;
+}
+
+void BlockStore::give_up(std::unique_ptr<Contents> contents) {
+    cached_ -= kPage;
+    if (spare_.size() < kMostSpare) {
+        spare_.push_back(std::move(contents));
+    }
+}
+
+// A page as it is in the file, unless it is about to be written `whole`.
 BlockStore::Pages::iterator BlockStore::add(Pages::iterator before, std::uint64_t number,
                                             bool whole, std::int64_t now) {
+    auto contents = new_contents();
+    if (!whole) {
+        read_file(file_, std::span(*contents).first(length_of(number)), number * kPage);
+    }
     Page page;
-    page.versions.push_back(whole ? std::make_unique_for_overwrite<Contents>() : stored(number));
-    page.since = now;
-    page.age = ages_.insert(ages_.end(), number);
-    cached_ += kPage;
+    keep_version(page, std::move(contents));
+    page.age = ages_.insert(ages_.end(), {number, now});
     return pages_.emplace_hint(before, number, std::move(page));
 }
 
 // The oldest is forgotten where there are too many: a loss of power may still leave what was
 // stored before, and any of the others.
 void BlockStore::add_version(Page& page) {
-    page.versions.push_back(std::make_unique<Contents>(*page.versions.back()));
-    cached_ += kPage;
+    auto contents = new_contents();
+    *contents = *page.versions.back();
+    keep_version(page, std::move(contents));
     if (page.versions.size() > kMostVersions) {
+        give_up(std::move(page.versions.front()));
         page.versions.erase(page.versions.begin());
-        cached_ -= kPage;
     }
 }
 
@@ -106,7 +126,7 @@ std::size_t BlockStore::write(std::uint64_t offset, ByteView data, std::int64_t 
         const std::uint64_t number = (offset + done) / kPage;
         const std::size_t within = (offset + done) % kPage;
         const std::size_t length = std::min(kPage - within, data.size() - done);
-        const std::uint8_t touched = sectors_of(within, length);
+        const std::uint32_t touched = sectors_of(within, length);
         if (at == pages_.end() || at->first != number) {
             at = add(at, number, length == length_of(number), now);
         } else if ((at->second.written & touched) != 0) {
@@ -118,7 +138,7 @@ std::size_t BlockStore::write(std::uint64_t offset, ByteView data, std::int64_t 
         done += length;
     }
     while (cached_ > kMostCached) {
-        flush_run(pages_.find(ages_.front()), pages_.end());
+        flush_run(pages_.find(ages_.front().number), pages_.end());
     }
     return data.size();
 }
@@ -139,7 +159,9 @@ BlockStore::Pages::iterator BlockStore::flush_run(Pages::iterator first, Pages::
                                 static_cast<off_t>(first->first * kPage));
     need(put == static_cast<ssize_t>(bytes), "writing the board's storage");
     for (auto at = first; at != end; ++at) {
-        cached_ -= at->second.versions.size() * kPage;
+        for (auto& version : at->second.versions) {
+            give_up(std::move(version));
+        }
         ages_.erase(at->second.age);
     }
     return pages_.erase(first, end);
@@ -163,7 +185,7 @@ void BlockStore::flush() {
 
 void BlockStore::flush_until(std::int64_t time) {
     for (auto since = unflushed_since(); since && *since <= time; since = unflushed_since()) {
-        flush_run(pages_.find(ages_.front()), pages_.end());
+        flush_run(pages_.find(ages_.front().number), pages_.end());
     }
 }
 

@@ -5,7 +5,7 @@
 // goes, each sector of 512 bytes that was not flushed holds what it held before or something that
 // was written to it since: sectors are kept whole, in no order.
 //
-// The cache is made of pages, as the kernel's is, and bounded. Of a page that is written over and
+// The cache is made of pages of 16 KiB, and bounded. Of a page that is written over and
 // over the newest versions are kept: those are what a loss of power may leave, besides what was
 // stored before. When all of it becomes too much, what was written first is flushed.
 
@@ -23,8 +23,8 @@ namespace vb {
 class BlockStore {
   public:
     static constexpr std::size_t kSector = 512;
-    static constexpr std::size_t kMostCached = 16 << 20; // bytes of pages, of all their versions
-    static constexpr std::size_t kMostVersions = 4;      // of one page
+    static constexpr std::size_t kMostCached = 4 << 20; // bytes of pages, of all their versions
+    static constexpr std::size_t kMostVersions = 4;     // of one page
 
     // Takes a file as it is and brings it to its size, a multiple of a sector. std::system_error
     // where the file cannot be used; later also from each call, where it fails.
@@ -51,20 +51,25 @@ class BlockStore {
     void lose_power(std::mt19937_64& chance);
 
   private:
-    static constexpr std::size_t kPage = 4096;
+    static constexpr std::size_t kPage = 16 << 10;
     using Contents = std::array<std::uint8_t, kPage>;
-    using Ages = std::list<std::uint64_t>; // numbers of pages, oldest first
+    struct Age {
+        std::uint64_t number; // of a page
+        std::int64_t since;   // when it was first written
+    };
+    using Ages = std::list<Age>; // oldest first
 
     struct Page {
         std::vector<std::unique_ptr<Contents>> versions; // whole pages, oldest first
-        std::uint8_t written = 0;                        // a bit for each sector
-        std::int64_t since = 0;
+        std::uint32_t written = 0;                       // a bit for each sector
         Ages::iterator age;
     };
     using Pages = std::map<std::uint64_t, Page>;
 
     std::size_t length_of(std::uint64_t number) const;
-    std::unique_ptr<Contents> stored(std::uint64_t number) const;
+    std::unique_ptr<Contents> new_contents();
+    void keep_version(Page& page, std::unique_ptr<Contents> contents);
+    void give_up(std::unique_ptr<Contents> contents);
     Pages::iterator add(Pages::iterator before, std::uint64_t number, bool whole, std::int64_t now);
     void add_version(Page& page);
     Pages::iterator flush_run(Pages::iterator first, Pages::iterator last);
@@ -75,6 +80,7 @@ class BlockStore {
     Pages pages_; // that are not flushed
     Ages ages_;
     std::size_t cached_ = 0;
+    std::vector<std::unique_ptr<Contents>> spare_; // a few, to be used again
 };
 
 } // namespace vb
