@@ -310,8 +310,8 @@ void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
     });
 }
 
-// The kernel copies what the size field in the code says, and that from our reply; the server has
-// copied the whole record already, so the two agree.
+// The kernel copies what the size field in the code says, and that from our reply; where that is
+// not the whole record, the server has copied all of it already, so the two agree.
 void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_file_info* info,
            unsigned, const void*, std::size_t, std::size_t reply_size) {
     begin(request, [&](FuseServer& server) {

@@ -89,7 +89,10 @@ void Traffic::finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome)
     transfer->finished_ = true;
     live_.erase(transfer->id_);
 
-    Json event = {{"node", transfer->path()}, {"tid", transfer->thread()}};
+    Json event = Json::object();
+    event.get_ref<Json::object_t&>().reserve(12); // written at each call: it has to be quick
+    event["node"] = transfer->path();
+    event["tid"] = transfer->thread();
     if (transfer->open()) {
         event["open"] = transfer->open()->id;
     }
@@ -99,7 +102,7 @@ void Traffic::finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome)
     } else {
         event["result"] = outcome.result;
     }
-    board_.trace().add(name_of(transfer->operation()), event);
+    board_.trace().add(name_of(transfer->operation()), std::move(event));
     board_.afterwards([transfer, outcome = std::move(outcome)] { transfer->answer_(outcome); });
 }
 
