@@ -146,7 +146,7 @@ std::size_t BlockStore::write(std::uint64_t offset, ByteView data, std::int64_t 
 // Stores the first page and those that follow it without a gap, and forgets them; returns the page
 // after them.
 BlockStore::Pages::iterator BlockStore::flush_run(Pages::iterator first, Pages::iterator last) {
-    std::array<iovec, 64> parts; // NOLINT(*-member-init): those used are filled
+    std::array<iovec, 16> parts; // NOLINT(*-member-init): those used are filled
     std::size_t count = 0;
     std::size_t bytes = 0;
     auto end = first;
