@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,12 +60,12 @@ class Side {
     double measure(std::size_t which) {
         std::fprintf(to_, "%zu\n", which);
         std::fflush(to_);
-        double nanoseconds = 0;
-        if (std::fscanf(from_, "%lf", &nanoseconds) != 1) {
+        std::array<char, 64> answer{};
+        if (std::fgets(answer.data(), answer.size(), from_) == nullptr) {
             std::fprintf(stderr, "a side of the comparison has ended\n");
             std::exit(1);
         }
-        return nanoseconds;
+        return std::strtod(answer.data(), nullptr);
     }
 
   private:
@@ -75,8 +76,8 @@ class Side {
 
 int be_a_side(bool is_board, std::span<const Case> cases) {
     const std::string bare = is_board ? "" : start_bare_server();
-    for (std::size_t which = 0; std::scanf("%zu", &which) == 1;) {
-        const Case& one = cases[which];
+    for (std::string which; std::getline(std::cin, which);) {
+        const Case& one = cases[std::stoul(which)];
         std::printf("%f\n", one.nanoseconds(is_board ? one.board_node : bare.c_str()));
         std::fflush(stdout);
     }

@@ -76,7 +76,7 @@ Outcome give_geometry(BlockFile& file, RequestCall& call) {
     geometry.heads = view.heads;
     geometry.sectors = view.sectors;
     geometry.cylinders = static_cast<std::uint16_t>(file.disk().size() / BlockStore::kSector /
-                                                    (unsigned{view.heads} * view.sectors));
+                                                    (std::uint64_t{view.heads} * view.sectors));
     geometry.start = view.offset / BlockStore::kSector;
     std::memcpy(call.record.data(), &geometry, sizeof geometry);
     return Outcome::done();
