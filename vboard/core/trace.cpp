@@ -77,9 +77,12 @@ bool Trace::write_to(const std::string& path, bool append) {
     return file_ != nullptr;
 }
 
-void Trace::add(const char* kind, const Json& details) {
+void Trace::add(const char* kind, Json details) {
     Json event = {{"n", ++last_}, {"t", static_cast<double>(now_()) / 1e9}, {"kind", kind}};
-    event.update(details);
+    event.get_ref<Json::object_t&>().reserve(event.size() + details.size() + 1);
+    for (auto& [key, value] : details.get_ref<Json::object_t&>()) {
+        event[key] = std::move(value);
+    }
     std::size_t bytes = memory_of(event);
     if (bytes > kLargestEvent) {
         std::size_t room = kLargestEvent;

@@ -33,7 +33,7 @@ class Trace {
     // Also writes every event to this file as a line of JSON. False with errno where it cannot.
     bool write_to(const std::string& path, bool append = false);
 
-    void add(const char* kind, const Json& details);
+    void add(const char* kind, Json details);
 
     // The number of the newest event; 0 before the first.
     std::uint64_t last() const { return last_; }

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,8 +122,18 @@ void set_up(Board& board, const Start& start) {
     }
 }
 
+// Everything on the board happens under one lock, so one heap does: with one for each thread,
+// every one of them asks the kernel for memory page by page. What is freed is soon wanted again.
+void set_up_heap() {
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TOP_PAD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 8 << 20);
+}
+
 int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
     const RunOptions& options = start.options;
+    set_up_heap();
     raise_scaffold(fuse.get());
     BoardClock clock = BoardClock::create(fmt::format("{}/clock", kHiddenFolder));
     clock.set_speed(options.speed.value_or(1.0));

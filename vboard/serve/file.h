@@ -44,6 +44,8 @@ class File {
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
+    // Nothing that is asked of it gets an answer while this is false: its device has no power.
+    virtual bool answers() const { return true; }
     virtual std::span<const RequestRow> requests() const { return {}; }
     virtual Outcome read(std::size_t size, std::uint64_t offset);
     virtual Outcome write(WriteCall& call);

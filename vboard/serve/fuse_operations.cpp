@@ -226,8 +226,11 @@ void begin(fuse_req_t request, const Make& make) {
             return;
         }
         board.traffic().start(id, transfer);
-        if (board.traffic().under_way(id) && fuse_req_interrupted(request) != 0) {
-            board.traffic().interrupt(id);
+        if (board.traffic().under_way(id)) {
+            transfer->keep();
+            if (fuse_req_interrupted(request) != 0) {
+                board.traffic().interrupt(id);
+            }
         }
     });
 }
@@ -316,7 +319,7 @@ void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, o
         const auto open = server.find_open(info->fh);
         const auto* first = reinterpret_cast<const std::uint8_t*>(data);
         auto transfer = std::make_shared<WriteTransfer>(
-            caller_of(request), open, Bytes(first, first + size), offset_in(*open, offset),
+            caller_of(request), open, ByteView(first, size), offset_in(*open, offset),
             (info->flags & O_NONBLOCK) != 0, std::move(target));
         transfer->on_answer([request](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
@@ -339,8 +342,8 @@ void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
     });
 }
 
-// The kernel copies what the size field in the code says, and that from our reply; the server has
-// copied the whole record already, so the two agree.
+// The kernel copies what the size field in the code says, and that from our reply; where that is
+// not the whole record, the server has copied all of it already, so the two agree.
 void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_file_info* info,
            unsigned, const void*, std::size_t, std::size_t reply_size) {
     begin(request, [&](FuseServer& server) {

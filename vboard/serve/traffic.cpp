@@ -71,14 +71,15 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
     }
     Outcome outcome;
     try {
-        outcome = transfer->attempt(board_);
+        const bool silent = transfer->open() && !transfer->open()->file->answers();
+        outcome = silent ? Outcome::wait() : transfer->attempt(board_);
     } catch (const std::exception& bug) {
         // A caller must never hang on a mistake in a model.
         board_.trace().add("bug", {{"node", transfer->path()}, {"text", bug.what()}});
         outcome = Outcome::failed(EIO);
     }
     if (outcome.kind != Outcome::Kind::wait) {
-        finish(transfer, outcome);
+        finish(transfer, std::move(outcome));
     } else if (transfer->nonblocking()) {
         finish(transfer, Outcome::failed(EAGAIN));
     } else if (transfer->open()) {
@@ -88,11 +89,14 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
     }
 }
 
-void Traffic::finish(const std::shared_ptr<Transfer>& transfer, const Outcome& outcome) {
+void Traffic::finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome) {
     transfer->finished_ = true;
     live_.erase(transfer->id_);
 
-    Json event = {{"node", transfer->path()}, {"tid", transfer->caller().thread()}};
+    Json event = Json::object();
+    event.get_ref<Json::object_t&>().reserve(12); // written at each call: it has to be quick
+    event["node"] = transfer->path();
+    event["tid"] = transfer->caller().thread();
     if (transfer->open()) {
         event["open"] = transfer->open()->id;
     }
@@ -102,8 +106,8 @@ void Traffic::finish(const std::shared_ptr<Transfer>& transfer, const Outcome& o
     } else {
         event["result"] = outcome.result;
     }
-    board_.trace().add(name_of(transfer->operation()), event);
-    board_.afterwards([transfer, outcome] { transfer->answer_(outcome); });
+    board_.trace().add(name_of(transfer->operation()), std::move(event));
+    board_.afterwards([transfer, outcome = std::move(outcome)] { transfer->answer_(outcome); });
 }
 
 void Traffic::interrupt(std::uint64_t id) {

@@ -40,7 +40,7 @@ class Traffic {
   private:
     void proceed(const std::shared_ptr<Transfer>& transfer);
     void attempt(const std::shared_ptr<Transfer>& transfer);
-    void finish(const std::shared_ptr<Transfer>& transfer, const Outcome& outcome);
+    void finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome);
     bool strike(const std::shared_ptr<Transfer>& transfer);
 
     Board& board_;

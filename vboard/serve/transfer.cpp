@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -93,10 +94,18 @@ void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
 }
 
 Outcome WriteTransfer::attempt(Board&) {
-    Bytes data = data_;
-    spoil_bytes(data);
-    WriteCall call{data, offset_, caller(), target_};
+    Bytes spoiled_data;
+    if (spoiled()) {
+        spoiled_data.assign(data_.begin(), data_.end());
+        spoil_bytes(spoiled_data);
+    }
+    WriteCall call{spoiled() ? ByteView(spoiled_data) : data_, offset_, caller(), target_};
     return open()->file->write(call);
+}
+
+void WriteTransfer::keep() {
+    kept_.assign(data_.begin(), data_.end());
+    data_ = kept_;
 }
 
 void WriteTransfer::describe(const Outcome&, Json& event) const {
@@ -143,7 +152,10 @@ Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
     Outcome outcome = row_->handler(*open()->file, call);
     if (outcome.kind == Outcome::Kind::done && row_->gives()) {
         spoil_bytes(record);
-        if (!caller().write(argument_, record)) {
+        // The kernel copies what the code's size field says from the reply, and the rest is ours.
+        const bool all_by_reply =
+            (_IOC_DIR(code_) & _IOC_READ) != 0 && _IOC_SIZE(code_) >= record.size();
+        if (!all_by_reply && !caller().write(argument_, record)) {
             return Outcome::failed(EFAULT);
         }
         outcome.data = record;

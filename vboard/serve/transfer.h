@@ -45,6 +45,8 @@ class Transfer {
     // What it is about is no longer in the tree.
     virtual bool gone() const { return open_->gone; }
     virtual bool nonblocking() const { return false; }
+    // It is not answered yet, and what the caller handed over is about to go: keep what is needed.
+    virtual void keep() {}
     // Who sends the outcome to the caller; called once, without the board's lock.
     void on_answer(Answer answer) { answer_ = std::move(answer); }
     // What the trace is to show of the call.
@@ -57,6 +59,7 @@ class Transfer {
     void spoil(const FaultAction& action) { spoil_ = action; }
 
   protected:
+    bool spoiled() const { return spoil_.has_value(); }
     void spoil_bytes(Bytes& bytes) const;
     void set_open(std::shared_ptr<OpenFile> open) { open_ = std::move(open); }
 
@@ -140,20 +143,22 @@ class ReadTransfer : public Transfer {
 
 class WriteTransfer : public Transfer {
   public:
-    WriteTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, Bytes data,
+    WriteTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, ByteView data,
                   std::uint64_t offset, bool nonblocking, Found target)
         : Transfer(caller, open->path, open),
-          data_(std::move(data)),
+          data_(data),
           offset_(offset),
           nonblocking_(nonblocking),
           target_(std::move(target)) {}
     Operation operation() const override { return Operation::write; }
     Outcome attempt(Board& board) override;
     bool nonblocking() const override { return nonblocking_; }
+    void keep() override;
     void describe(const Outcome& outcome, Json& event) const override;
 
   private:
-    Bytes data_;
+    ByteView data_;
+    Bytes kept_; // the same, once the caller's is gone
     std::uint64_t offset_;
     bool nonblocking_;
     Found target_;

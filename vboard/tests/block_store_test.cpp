@@ -76,5 +76,56 @@ TEST_F(BlockStoreTest, EachSectorIsWholeAndAnyOfItsVersionsCanSurvive) {
     EXPECT_EQ(survivors, (std::set<int>{0, 1, 2, 3, 4})) << "nothing, all, and torn";
 }
 
+TEST_F(BlockStoreTest, WhatWaitedSoLongIsFlushedAndWhatIsGivenUpReadsAsZeros) {
+    BlockStore store(UniqueFd(memfd_create("store", MFD_CLOEXEC)), 1 << 20);
+    EXPECT_EQ(store.unflushed_since(), std::nullopt);
+    store.write(0, filled(kSector, 1), 10);
+    store.write(512 << 10, filled(kSector, 2), 20);
+    store.write(0, filled(kSector, 3), 30);
+    EXPECT_EQ(store.unflushed_since(), 10) << "since its first write, however often it changes";
+    store.flush_until(9);
+    EXPECT_EQ(store.unflushed_sectors(), 2U);
+    store.flush_until(10);
+    EXPECT_EQ(store.unflushed_since(), 20);
+    store.lose_power(chance_);
+    EXPECT_EQ(store.read(0, kSector), filled(kSector, 3));
+
+    store.write(0, filled(3 * kSector, 4));
+    store.discard(kSector, kSector);
+    store.lose_power(chance_);
+    EXPECT_EQ(store.read(0, kSector), filled(kSector, 4));
+    EXPECT_EQ(store.read(kSector, kSector), filled(kSector, 0));
+}
+
+TEST_F(BlockStoreTest, WhatIsWrittenOverAndOverTakesNoMoreMemoryAndStaysHonest) {
+    constexpr std::size_t kSize = 3 * BlockStore::kMostCached;
+    BlockStore store(UniqueFd(memfd_create("store", MFD_CLOEXEC)), kSize);
+    store.write(0, filled(kSize, 1));
+    store.flush();
+    for (std::uint8_t round = 2; round < 5; ++round) {
+        store.write(0, filled(kSize, round));
+        EXPECT_LE(store.cached_bytes(), BlockStore::kMostCached);
+    }
+    store.lose_power(chance_);
+    EXPECT_EQ(store.read(0, kSize / 2), filled(kSize / 2, 4)) << "written first, so flushed";
+    for (std::size_t at = kSize / 2; at < kSize; at += kSector) {
+        const Bytes bytes = store.read(at, kSector);
+        ASSERT_THAT(bytes, testing::AnyOf(filled(kSector, 3), filled(kSector, 4))) << at;
+    }
+
+    std::set<std::uint8_t> seen;
+    for (int round = 0; round < 150; ++round) {
+        store.write(0, filled(kSector, 0));
+        store.flush();
+        for (std::uint8_t value = 1; value <= 100; ++value) {
+            store.write(0, filled(kSector, value));
+        }
+        EXPECT_LE(store.cached_bytes(), BlockStore::kMostVersions << 14);
+        store.lose_power(chance_);
+        seen.insert(store.read(0, 1)[0]);
+    }
+    EXPECT_EQ(seen, (std::set<std::uint8_t>{0, 97, 98, 99, 100}));
+}
+
 } // namespace
 } // namespace vb::block_store_test

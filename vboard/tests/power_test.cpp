@@ -81,6 +81,18 @@ TEST_F(PowerTest, ACutKeepsWhatWasFlushedAndEndsTheProgramAtOnce) {
     }
 }
 
+TEST_F(PowerTest, WhatWaitedForHalfAMinuteOfBoardTimeIsStored) {
+    const std::string unflushed = "vboard ctl partition list | tr '{' '\\n' | grep misc";
+    const CommandResult cut = on_board({"--state", state_.path(), "--speed", "1", "--", "sh", "-c",
+                                        "printf early > /dev/block/by-name/misc\n" + unflushed +
+                                            "\nvboard ctl clock speed 1000\nuntil " + unflushed +
+                                            " | grep -q 'unflushed\":0'; do sleep 1; done\n"
+                                            "vboard ctl power cut"});
+    EXPECT_EQ(cut.status, 137);
+    EXPECT_THAT(cut.out, HasSubstr("\"unflushed\":1"));
+    EXPECT_EQ(run("head -c 5 $p/misc").out, "early");
+}
+
 TEST_F(PowerTest, TheCutComesWithTheOrderedWriteWhichIsNotAnswered) {
     const CommandResult cut = run("vboard ctl power cut_after 3\n"
                                   "for i in 1 2 3 4; do printf .$i | "
