@@ -17,6 +17,7 @@
 #include "models/settings_store.h"
 #include "models/sysfs_gpio.h"
 #include "models/tbar.h"
+#include "models/usb_gadget.h"
 #include "models/vendor_storage.h"
 #include "models/video_timing.h"
 
@@ -56,6 +57,7 @@ constexpr std::array kKinds = {
     Kind{"bootloader", "choice of the slot at every start: partition, cmdline", make_bootloader},
     Kind{"boot_env", "bootloader's environment: partition, size, variables", make_boot_env},
     Kind{"settings_store", "system configuration and its program: values", make_settings_store},
+    Kind{"usb_gadget", "USB device port: controllers, host", make_usb_gadget},
     Kind{"vendor_storage", "numbered items that outlive restarts: node, items",
          make_vendor_storage},
 };

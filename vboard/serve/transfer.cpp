@@ -95,7 +95,7 @@ void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
 Outcome WriteTransfer::attempt(Board&) {
     Bytes data = data_;
     spoil_bytes(data);
-    WriteCall call{data, offset_, caller(), target_};
+    WriteCall call{id(), data, offset_, caller(), target_};
     return open()->file->write(call);
 }
 

@@ -57,6 +57,7 @@ class Transfer {
     void spoil(const FaultAction& action) { spoil_ = action; }
 
   protected:
+    std::uint64_t id() const { return id_; }
     void spoil_bytes(Bytes& bytes) const;
     void set_open(std::shared_ptr<OpenFile> open) { open_ = std::move(open); }
 
