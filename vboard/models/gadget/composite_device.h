@@ -56,7 +56,8 @@ class CompositeDevice : public usb::Device {
     void resume() override;
 
   private:
-    using Answer = std::optional<Bytes>; // nothing is a stall
+    static constexpr std::size_t kControlBuffer = 4096; // no request has more data
+    using Answer = std::optional<Bytes>;                // nothing is a stall
 
     Answer answer(const usb::Setup& setup, ByteView data);
     Answer ask_function(const usb::Setup& setup, ByteView data);

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
+#include <set>
 #include <utility>
 
 namespace vb::gadget {
@@ -27,14 +29,6 @@ enum HidRequest : std::uint8_t {
     kSetReport = 9,
     kSetIdle = 10,
     kSetProtocol = 11
-};
-
-struct HidOptions {
-    std::uint8_t subclass = 0;
-    std::uint8_t protocol = 0;
-    std::uint8_t no_out_endpoint = 0;
-    std::uint16_t report_length = 0;
-    Bytes report_descriptor;
 };
 
 // What is set up is what the directory said when it was linked.
@@ -144,7 +138,7 @@ void HidFunction::unbind() {
 void HidFunction::tell_of_node(const char* action) {
     tell(board_, action, fmt::format("/devices/virtual/hidg/hidg{}", minor_),
          {{"SUBSYSTEM", "hidg"},
-          {"MAJOR", std::to_string(HidMinors::kMajor)},
+          {"MAJOR", std::to_string(kHidMajor)},
           {"MINOR", std::to_string(minor_)},
           {"DEVNAME", fmt::format("hidg{}", minor_)}});
 }
@@ -310,89 +304,11 @@ void HidFunction::tell_files() {
     }
 }
 
-// --- the directory ---
-
-class HidItem : public FunctionItem {
-  public:
-    HidItem(Board& board, HidMinors& minors, const std::string& name, unsigned minor);
-
-    std::shared_ptr<Function> make_function() override {
-        ++in_use_;
-        return std::make_shared<HidFunction>(board_, name(), minor_, options_);
-    }
-    void drop_function() override { --in_use_; }
-    void retire() override { minors_.taken.erase(minor_); }
-
-  private:
-    template <class Number>
-    void add_option(const char* name, Number& option, Number most);
-    int set_report_descriptor(ByteView bytes);
-
-    Board& board_;
-    HidMinors& minors_;
-    unsigned minor_;
-    unsigned in_use_ = 0; // nothing can be changed while there is one
-    HidOptions options_;
-};
-
-template <class Number>
-void HidItem::add_option(const char* name, Number& option, Number most) {
-    add(
-        name, [&option] { return std::to_string(option); },
-        [this, &option, most](std::string_view text) {
-            Number value{};
-            const int error = in_use_ > 0 ? EBUSY : configfs::store_number(text, value);
-            if (error != 0 || value > most) {
-                return error != 0 ? error : EINVAL;
-            }
-            option = value;
-            return 0;
-        });
-}
-
-HidItem::HidItem(Board& board, HidMinors& minors, const std::string& name, unsigned minor)
-    : FunctionItem(name), board_(board), minors_(minors), minor_(minor) {
-    add_option<std::uint8_t>("subclass", options_.subclass, 255);
-    add_option<std::uint8_t>("protocol", options_.protocol, 255);
-    add_option<std::uint8_t>("no_out_endpoint", options_.no_out_endpoint, 1);
-    add_option<std::uint16_t>("report_length", options_.report_length, 65535);
-    add_bytes(
-        "report_desc",
-        [this] {
-            const Bytes& bytes = options_.report_descriptor;
-            return std::string(bytes.begin(), bytes.end());
-        },
-        [this](const WriteCall& call) { return set_report_descriptor(call.data); });
-    add(
-        "dev", [this] { return fmt::format("{}:{}", HidMinors::kMajor, minor_); }, nullptr);
-}
-
-// What does not fit into one write is refused whole: half a descriptor would be worse than none.
-int HidItem::set_report_descriptor(ByteView bytes) {
-    if (in_use_ > 0) {
-        return EBUSY;
-    }
-    if (bytes.size() > configfs::kLongestText) {
-        return ENOSPC;
-    }
-    options_.report_descriptor.assign(bytes.begin(), bytes.end());
-    return 0;
-}
-
 } // namespace
 
-int make_hid_item(Board& board, HidMinors& minors, const std::string& name,
-                  std::shared_ptr<FunctionItem>& item) {
-    unsigned minor = 0;
-    while (minors.taken.contains(minor)) {
-        ++minor;
-    }
-    if (minor >= HidMinors::kCount) {
-        return ENODEV;
-    }
-    minors.taken.insert(minor);
-    item = std::make_shared<HidItem>(board, minors, name, minor);
-    return 0;
+std::shared_ptr<Function> make_hid_function(Board& board, const std::string& name, unsigned minor,
+                                            HidOptions options) {
+    return std::make_shared<HidFunction>(board, name, minor, std::move(options));
 }
 
 } // namespace vb::gadget

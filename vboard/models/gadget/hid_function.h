@@ -2,7 +2,6 @@
 // The function "hid": an interface of the HID class and its node /dev/hidgN, as the kernel's f_hid
 // has them.
 //
-// - There are four minor numbers; each directory takes the lowest that is free.
 // - The node comes with the binding and goes with it. Who has it open keeps what he has: his reads
 //   wait, his writes are ESHUTDOWN until the host has configured the device again.
 // - One input report waits for the host at most; a second write waits for the first to be fetched.
@@ -11,19 +10,20 @@
 
 #include "models/gadget/function.h"
 
-#include <set>
-
 namespace vb::gadget {
 
-struct HidMinors {
-    static constexpr unsigned kMajor = 240;
-    static constexpr unsigned kCount = 4;
+inline constexpr unsigned kHidMajor = 240;
 
-    std::set<unsigned> taken;
+struct HidOptions {
+    std::uint8_t subclass = 0;
+    std::uint8_t protocol = 0;
+    std::uint8_t no_out_endpoint = 0;
+    std::uint16_t report_length = 0;
+    Bytes report_descriptor;
 };
 
-// 0 and the directory, or an errno.
-int make_hid_item(Board& board, HidMinors& minors, const std::string& name,
-                  std::shared_ptr<FunctionItem>& item);
+// What is set up is what the directory said when it was linked.
+std::shared_ptr<Function> make_hid_function(Board& board, const std::string& name, unsigned minor,
+                                            HidOptions options);
 
 } // namespace vb::gadget

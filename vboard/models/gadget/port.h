@@ -2,7 +2,7 @@
 // What all gadgets of a board share.
 
 #include "models/gadget/controller.h"
-#include "models/gadget/hid_function.h"
+#include "models/gadget/hid_item.h"
 
 #include <memory>
 #include <vector>
