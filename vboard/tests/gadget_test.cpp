@@ -158,21 +158,25 @@ int link_to(const std::string& target, const std::string& path) {
 
 const std::string kKeyboardDescriptor("\x05\x01\x00\xc0", 4);
 
-// A keyboard of eight bytes a report, linked and not bound.
+// A keyboard of eight bytes a report, linked and not bound, and perhaps a disk.
 void compose(bool with_disk) {
-    EXPECT_EQ(make("g1"), 0);
-    EXPECT_EQ(put("g1/idVendor", "0x1d6b\n"), 0);
-    EXPECT_EQ(put("g1/idProduct", "258"), 0);
-    EXPECT_EQ(make("g1/strings/0x409"), 0);
-    EXPECT_EQ(put("g1/strings/0x409/product", "D\xC3\xA9j\xC3\xA0\n"), 0);
-    EXPECT_EQ(make("g1/configs/c.1"), 0);
-    EXPECT_EQ(put("g1/configs/c.1/MaxPower", "120\n"), 0);
-    EXPECT_EQ(make("g1/functions/hid.keys"), 0);
-    EXPECT_EQ(put("g1/functions/hid.keys/report_desc", kKeyboardDescriptor), 0);
-    EXPECT_EQ(put("g1/functions/hid.keys/report_length", "8"), 0);
-    EXPECT_EQ(put("g1/functions/hid.keys/protocol", "1"), 0);
-    EXPECT_EQ(put("g1/functions/hid.keys/subclass", "1"), 0);
-    EXPECT_EQ(link_to("g1/functions/hid.keys", "g1/configs/c.1/hid.keys"), 0);
+    const std::string function = "g1/functions/hid.keys";
+    for (const char* path : {"g1", "g1/strings/0x409", "g1/configs/c.1", "g1/functions/hid.keys"}) {
+        EXPECT_EQ(make(path), 0) << path;
+    }
+    const std::pair<std::string, std::string> settings[] = {
+        {"g1/idVendor", "0x1d6b\n"},
+        {"g1/idProduct", "258"},
+        {"g1/strings/0x409/product", "D\xC3\xA9j\xC3\xA0\n"},
+        {"g1/configs/c.1/MaxPower", "120\n"},
+        {function + "/report_desc", kKeyboardDescriptor},
+        {function + "/report_length", "8"},
+        {function + "/protocol", "1"},
+        {function + "/subclass", "1"}};
+    for (const auto& [path, text] : settings) {
+        EXPECT_EQ(put(path, text), 0) << path;
+    }
+    EXPECT_EQ(link_to(function, "g1/configs/c.1/hid.keys"), 0);
     if (with_disk) {
         EXPECT_EQ(make("g1/functions/mtp.disk"), 0);
         EXPECT_EQ(link_to("g1/functions/mtp.disk", "g1/configs/c.1/mtp.disk"), 0);
@@ -342,7 +346,7 @@ TEST(GadgetHid, CarriesReportsBothWays) {
         EXPECT_EQ(type("123456789"), 0) << "nine bytes, of which a report takes eight";
         EXPECT_EQ(plain::wait(keys, POLLIN | POLLOUT), 0);
         EXPECT_EQ(type("second"), EAGAIN) << "the host has not fetched the first";
-        EXPECT_EQ(*port.in(0x81, 8), "3132333435363738");
+        EXPECT_EQ(*port.in(0x81, 64), "3132333435363738") << "though its packet is a whole one";
         const auto waiting = port.in(0x81, 8);
         EXPECT_EQ(type("second"), 0);
         EXPECT_EQ(port.now(waiting), "7365636f6e64");

@@ -98,7 +98,7 @@ void CompositeDevice::resume() {
 
 // --- transfers ---
 
-const Endpoint* CompositeDevice::endpoint(unsigned address) const {
+const Endpoint* CompositeDevice::find_endpoint(unsigned address) const {
     if (active_ == nullptr) {
         return nullptr;
     }
@@ -106,8 +106,8 @@ const Endpoint* CompositeDevice::endpoint(unsigned address) const {
     return found == active_->endpoints.end() ? nullptr : &found->second;
 }
 
-void CompositeDevice::in(std::uint8_t address, std::size_t length, usb::Completion completion) {
-    const Endpoint* found = endpoint(address | 0x80U);
+void CompositeDevice::in(std::uint8_t endpoint, std::size_t length, usb::Completion completion) {
+    const Endpoint* found = find_endpoint(endpoint | 0x80U);
     if (found == nullptr) {
         completion(usb::Status::error, {});
     } else {
@@ -115,8 +115,8 @@ void CompositeDevice::in(std::uint8_t address, std::size_t length, usb::Completi
     }
 }
 
-void CompositeDevice::out(std::uint8_t address, ByteView data, usb::Completion completion) {
-    const Endpoint* found = endpoint(address & 0x7FU);
+void CompositeDevice::out(std::uint8_t endpoint, ByteView data, usb::Completion completion) {
+    const Endpoint* found = find_endpoint(endpoint & 0x7FU);
     if (found == nullptr) {
         completion(usb::Status::error, {});
     } else {
@@ -124,8 +124,8 @@ void CompositeDevice::out(std::uint8_t address, ByteView data, usb::Completion c
     }
 }
 
-void CompositeDevice::abort(std::uint8_t address) {
-    if (const Endpoint* found = endpoint(address)) {
+void CompositeDevice::abort(std::uint8_t endpoint) {
+    if (const Endpoint* found = find_endpoint(endpoint)) {
         found->pipe().drop();
     }
 }

@@ -72,7 +72,7 @@ class CompositeDevice : public usb::Device {
     Answer halt(std::uint16_t index, bool halted);
 
     Function* function_of(const usb::Setup& setup) const;
-    const Endpoint* endpoint(unsigned address) const;
+    const Endpoint* find_endpoint(unsigned address) const;
     bool enable(Configuration& configuration);
     void disable();
     void enter(DeviceState state);

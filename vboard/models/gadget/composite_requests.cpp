@@ -81,7 +81,7 @@ Function* CompositeDevice::function_of(const usb::Setup& setup) const {
         return number < active_->interfaces.size() ? active_->interfaces[number] : nullptr;
     }
     if (recipient_of(setup) == kEndpoint) {
-        const Endpoint* found = endpoint(setup.index & 0x8FU);
+        const Endpoint* found = find_endpoint(setup.index & 0x8FU);
         return found == nullptr ? nullptr : found->function;
     }
     return nullptr;
@@ -182,7 +182,7 @@ CompositeDevice::Answer CompositeDevice::status(const usb::Setup& setup) const {
     } else if (recipient_of(setup) == kInterface && function_of(setup) == nullptr) {
         return std::nullopt;
     } else if (recipient_of(setup) == kEndpoint && (setup.index & 0xFU) != 0) {
-        const Endpoint* found = endpoint(setup.index);
+        const Endpoint* found = find_endpoint(setup.index);
         if (found == nullptr) {
             return std::nullopt;
         }
@@ -197,7 +197,7 @@ CompositeDevice::Answer CompositeDevice::halt(std::uint16_t index, bool halted) 
     if ((index & 0xFU) == 0) { // a halt of endpoint 0 ends with the next request
         return Bytes{};
     }
-    const Endpoint* found = endpoint(index);
+    const Endpoint* found = find_endpoint(index);
     if (found == nullptr) {
         return std::nullopt;
     }

@@ -35,7 +35,6 @@ bool is_decimal_coded(std::uint16_t version) {
 Gadget::Gadget(Port& port, const std::string& name)
     : Item(name),
       port_(port),
-      fastest_(0),
       functions_(std::make_shared<Functions>(port)),
       configurations_(std::make_shared<Configurations>(*this)),
       texts_(std::make_shared<Strings>(

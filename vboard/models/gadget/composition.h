@@ -27,12 +27,12 @@ class Gadget : public configfs::Item {
     void add_number(const char* name, Number& number);
     void add_version(const char* name, std::uint16_t& version);
     int set_controller(ByteView bytes);
-    int bind(std::string_view controller);
+    int bind(std::string_view name);
     int set_speed(std::string_view text);
 
     Port& port_;
     DeviceFields fields_;
-    std::size_t fastest_;                 // of the names of speeds
+    std::size_t fastest_ = 0;             // of the names of speeds
     usb::Speed speed_ = usb::Speed::high; // what comes of it
     CompositeDevice device_{fields_, speed_};
     Controller* controller_ = nullptr;

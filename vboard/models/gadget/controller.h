@@ -12,6 +12,7 @@ class Controller {
   public:
     // `socket` is the part it is wired to, empty for none; it is looked for at the first binding.
     Controller(Board& board, AndroidUsb& android, std::string name, std::string socket);
+    ~Controller() = default;
     Controller(const Controller&) = delete;
     Controller& operator=(const Controller&) = delete;
 

@@ -240,7 +240,7 @@ void HidFunction::send() {
     if (report_ && in_.asked()) {
         const Bytes report = *std::exchange(report_, std::nullopt);
         std::size_t sent = 0;
-        in_.give(report, sent);
+        in_.give(report, sent, InPipe::End::marked);
         tell_files();
     }
 }

@@ -22,20 +22,18 @@ void InPipe::finish(usb::Status status) {
     done.completion(status, done.gathered);
 }
 
-bool InPipe::give(ByteView data, std::size_t& sent) {
+bool InPipe::give(ByteView data, std::size_t& sent, End end) {
     bool all = false;
     while (!all && !asked_.empty()) {
         Asked& asked = asked_.front();
         const ByteView next = data.subspan(sent, std::min(packet(), data.size() - sent));
-        const bool fits = next.size() <= asked.length - asked.gathered.size();
+        asked.gathered.insert(asked.gathered.end(), next.begin(), next.end());
         sent += next.size();
         all = sent == data.size();
-        if (!fits) { // a host takes a packet that is more than it has room for as broken
+        const bool ended = next.size() < packet() || (all && end == End::marked);
+        if (asked.gathered.size() > asked.length) { // a packet that the host has no room for
             finish(usb::Status::error);
-            continue;
-        }
-        asked.gathered.insert(asked.gathered.end(), next.begin(), next.end());
-        if (next.size() < packet() || asked.gathered.size() == asked.length) {
+        } else if (ended || asked.gathered.size() == asked.length) {
             finish(usb::Status::done);
         }
     }

@@ -44,9 +44,14 @@ class InPipe : public Pipe {
     // The host asks for so many bytes.
     void ask(std::size_t length, usb::Completion completion);
     bool asked() const { return !asked_.empty(); }
+    // How the host knows the end of what is sent, where its last packet is a whole one.
+    enum class End {
+        unmarked, // not at all: its transfer goes on with what comes next
+        marked    // by an empty packet
+    };
     // Sends what follows after `sent`, packet by packet, as far as the host has asked; true once
     // all is sent. No data is one empty packet.
-    bool give(ByteView data, std::size_t& sent);
+    bool give(ByteView data, std::size_t& sent, End end = End::unmarked);
     void halt(bool halted) override;
     void drop() override { asked_.clear(); }
 

@@ -30,7 +30,7 @@ void Item::add_bytes(const std::string& name, Attribute::Show show, Attribute::S
     put(name, std::make_shared<Attribute>(std::move(show), std::move(store)));
 }
 
-void Item::add_standard(std::shared_ptr<Item> item) {
+void Item::add_standard(const std::shared_ptr<Item>& item) {
     item->standard_ = true;
     adopt(item);
 }

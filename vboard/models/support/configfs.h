@@ -38,7 +38,7 @@ class Item : public Directory {
     // Of any bytes: the store sees one more than a text may have where there were more.
     void add_bytes(const std::string& name, Attribute::Show show, Attribute::Store store);
     // A directory that comes and goes with this one.
-    void add_standard(std::shared_ptr<Item> item);
+    void add_standard(const std::shared_ptr<Item>& item);
 
     // What mkdir(2) makes: 0 and a directory, or an errno.
     virtual int make(const std::string& name, std::shared_ptr<Item>& made);
