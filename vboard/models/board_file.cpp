@@ -107,7 +107,7 @@ std::string described(const SettingRow& row) {
         return fmt::format("`{}`", row.name);
     }
     const Json otherwise = Json::parse(row.otherwise);
-    const bool none = otherwise.is_null() || otherwise.is_structured() || otherwise == "";
+    const bool none = otherwise.empty() || otherwise == "";
     return fmt::format("`{}` ({})", row.name,
                        none                    ? "none"
                        : otherwise.is_string() ? fmt::format("`{}`", otherwise.get<std::string>())

@@ -18,6 +18,7 @@ struct OpenCall {
 };
 
 struct WriteCall {
+    std::uint64_t id; // the same where the call is made again after a wait
     ByteView data;
     std::uint64_t offset;
     const Caller& caller;

@@ -99,7 +99,7 @@ Outcome WriteTransfer::attempt(Board&) {
         spoiled_data.assign(data_.begin(), data_.end());
         spoil_bytes(spoiled_data);
     }
-    WriteCall call{spoiled() ? ByteView(spoiled_data) : data_, offset_, caller(), target_};
+    WriteCall call{id(), spoiled() ? ByteView(spoiled_data) : data_, offset_, caller(), target_};
     return open()->file->write(call);
 }
 

@@ -60,6 +60,7 @@ class Transfer {
 
   protected:
     bool spoiled() const { return spoil_.has_value(); }
+    std::uint64_t id() const { return id_; }
     void spoil_bytes(Bytes& bytes) const;
     void set_open(std::shared_ptr<OpenFile> open) { open_ = std::move(open); }
 

@@ -44,7 +44,7 @@ class BlockNodeTest : public testing::Test {
     static Outcome put(File& file, const Bytes& data, std::uint64_t offset) {
         Found none;
         const Caller caller(gettid(), -1);
-        WriteCall call{data, offset, caller, none};
+        WriteCall call{0, data, offset, caller, none};
         return file.write(call);
     }
     static std::uint64_t number_of(File& file, std::uint32_t code) {

@@ -3,15 +3,9 @@
 // own.
 
 #include "serve/attribute.h"
-#include "serve/fuse_server.h"
-#include "tests/plain_calls.h"
-#include "tests/run_on_board.h"
+#include "tests/served_process.h"
 
-#include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <thread>
 
@@ -76,7 +70,7 @@ struct Served {
         path->take_paths();
         tree.put("/mnt/box/path", path);
         tree.put("/mnt/gate", gate);
-        serve(folder.path());
+        serve(board, folder.path(), {"/mnt"});
     }
 
     int take(Found& found) {
@@ -87,23 +81,6 @@ struct Served {
                      std::to_string(lseek(found.file.get(), 0, SEEK_END));
         }
         return found.error;
-    }
-
-    void serve(const std::string& folder) {
-        const uid_t user = geteuid();
-        const gid_t group = getegid();
-        ASSERT_EQ(unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)), 0);
-        if (user != 0) {
-            std::ofstream("/proc/self/setgroups") << "deny";
-            std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
-            std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
-        }
-        ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
-        const int fuse = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
-        const std::string data = "rootmode=40000,user_id=0,group_id=0,fd=" + std::to_string(fuse);
-        ASSERT_EQ(mount("served", folder.c_str(), "fuse", MS_NOSUID | MS_NODEV, data.c_str()), 0);
-        new FuseServer(board, fuse, plain::open("/proc", O_PATH)); // NOLINT: as long as its threads
-        ASSERT_EQ(mount((folder + "/mnt").c_str(), "/mnt", nullptr, MS_BIND, nullptr), 0);
     }
 
     std::size_t events(const char* kind) {
@@ -122,28 +99,8 @@ int write_to(const char* path, const std::string& text) {
     return error_of(static_cast<int>(write(file.get(), text.data(), text.size())));
 }
 
-// A process whose user and mounts are its own, and that ends with its threads.
-void in_a_process_of_its_own(void (*deed)(Served&)) {
-    if (access("/dev/fuse", R_OK | W_OK) != 0) {
-        GTEST_SKIP() << "no /dev/fuse";
-    }
-    const TemporaryFolder folder;
-    const pid_t child = fork();
-    if (child == 0) {
-        auto& served = *new Served(folder); // NOLINT
-        if (!::testing::Test::HasFailure()) {
-            deed(served);
-        }
-        std::fflush(nullptr);
-        _exit(::testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "see above";
-}
-
 TEST(ServedTree, IsChangedByItsDirectoriesOnly) {
-    in_a_process_of_its_own([](Served& served) {
+    in_a_process_of_its_own<Served>([](Served& served) {
         EXPECT_EQ(error_of(mkdir("/mnt/box/new", 0755)), EPERM);
         EXPECT_EQ(error_of(mkdir("/mnt/shelf/a", 0755)), 0);
         EXPECT_EQ(error_of(mkdir("/mnt/shelf/a/deep", 0755)), 0);
@@ -171,7 +128,7 @@ TEST(ServedTree, IsChangedByItsDirectoriesOnly) {
 }
 
 TEST(ServedTree, TakesAnyBytesAndPathsAsTheirWriterSeesThem) {
-    in_a_process_of_its_own([](Served& served) {
+    in_a_process_of_its_own<Served>([](Served& served) {
         EXPECT_EQ(contents_of("/mnt/box/blob"), std::string("a\0b", 3));
         EXPECT_EQ(write_to("/mnt/box/blob", std::string("\0\n\0", 3)), 0);
         EXPECT_EQ(served.blob, std::string("\0\n\0", 3));
@@ -190,7 +147,7 @@ TEST(ServedTree, TakesAnyBytesAndPathsAsTheirWriterSeesThem) {
 }
 
 TEST(ServedTree, TakesWhatIsBelowADirectoryAlong) {
-    in_a_process_of_its_own([](Served& served) {
+    in_a_process_of_its_own<Served>([](Served& served) {
         ASSERT_EQ(chdir("/mnt/box"), 0);
         const UniqueFd blob = plain::open("blob", O_RDONLY);
         served.board.act([&] { EXPECT_TRUE(served.board.vanish("/mnt/box")); });
@@ -206,7 +163,7 @@ TEST(ServedTree, TakesWhatIsBelowADirectoryAlong) {
 }
 
 TEST(ServedTree, LetsAnOpenWait) {
-    in_a_process_of_its_own([](Served& served) {
+    in_a_process_of_its_own<Served>([](Served& served) {
         EXPECT_FALSE(plain::open("/mnt/gate", O_RDWR | O_NONBLOCK));
         EXPECT_EQ(errno, EAGAIN);
         std::jthread caller([] { EXPECT_TRUE(plain::open("/mnt/gate")); });
