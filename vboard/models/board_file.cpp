@@ -1,5 +1,8 @@
 #include "models/board_file.h"
 
+#include "core/i2c_bus.h"
+#include "core/lines.h"
+#include "host/host_computer.h"
 #include "models/boot_env.h"
 #include "models/bootloader.h"
 #include "models/cdcm6208.h"
@@ -58,6 +61,8 @@ constexpr std::array kKinds = {
     Kind{"settings_store", "system configuration and its program: values", make_settings_store},
     Kind{"vendor_storage", "numbered items that outlive restarts: node, items",
          make_vendor_storage},
+    Kind{"usb_host", "USB host computer: name, plugged, configures, configure_ms, disk_wait_ms",
+         host::make_usb_host},
 };
 
 void add_model(Board& board, const Json& object, const std::string& where) {

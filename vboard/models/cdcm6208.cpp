@@ -1,5 +1,6 @@
 #include "models/cdcm6208.h"
 
+#include "core/lines.h"
 #include "models/i2c_adapter.h"
 #include "models/support/frequency_verb.h"
 #include "models/support/register_table.h"
