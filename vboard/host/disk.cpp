@@ -145,7 +145,7 @@ Json Disk::show() const {
     if (write_protected_) {
         shown["write_protected"] = *write_protected_;
     }
-    if (ready_to_work_ && !jobs_.empty()) {
+    if (working_) {
         const Job& job = jobs_.front();
         shown["job"] = {{"job", job.number},
                         {"operation", job.operation},
@@ -164,14 +164,13 @@ std::uint64_t Disk::add(Job job) {
     }
     job.number = ++last_job_;
     jobs_.push_back(std::move(job));
-    if (jobs_.size() == 1) {
-        begin_next();
-    }
+    begin_next();
     return last_job_;
 }
 
 void Disk::begin_next() {
-    if (ready_to_work_ && !jobs_.empty()) {
+    if (ready_to_work_ && !working_ && !jobs_.empty()) {
+        working_ = true;
         tell(jobs_.front(), "started", Json::object());
         const auto begin = jobs_.front().begin;
         begin();
@@ -181,6 +180,7 @@ void Disk::begin_next() {
 void Disk::end_job(const std::string& error, const Json& details) {
     const Job job = std::move(jobs_.front());
     jobs_.pop_front();
+    working_ = false;
     Json all = details;
     if (!error.empty()) {
         all["error"] = error;

@@ -71,7 +71,8 @@ class Disk {
     std::uint64_t blocks_ = 0;
     std::uint32_t block_size_ = 0;
     std::optional<bool> write_protected_;
-    std::deque<Job> jobs_; // the first is under way
+    std::deque<Job> jobs_;
+    bool working_ = false; // the first of them is under way
 };
 
 } // namespace vb::host

@@ -170,7 +170,7 @@ class HostVerbs {
 
     void add_commands() {
         HostComputer& host = host_;
-        const Argument data = Argument::text("data").or_else("");
+        const Argument data = Argument::text("data").or_none("no bytes");
         add("disk_ask",
             {Argument::word("command", {"inquiry", "test_unit_ready", "request_sense",
                                         "read_capacity", "mode_sense", "mode_select"}),

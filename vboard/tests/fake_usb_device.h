@@ -62,7 +62,10 @@ class FakeUsbDevice : public usb::Device {
     }
 
     void out(std::uint8_t, ByteView data, usb::Completion completion) override {
-        if (wanted_ > 0) {
+        const bool refused = std::exchange(refuses_data_, false);
+        if (refused) {
+            // and forgotten
+        } else if (wanted_ > 0) {
             const std::size_t size = std::min<std::size_t>(data.size(), wanted_);
             std::copy_n(data.begin(), size, disk.begin() + static_cast<std::ptrdiff_t>(place_));
             wanted_ = 0;
@@ -72,7 +75,7 @@ class FakeUsbDevice : public usb::Device {
         } else {
             broken_ = true;
         }
-        completion(broken_ ? usb::Status::stall : usb::Status::done, {});
+        completion(broken_ || refused ? usb::Status::stall : usb::Status::done, {});
         serve(kDiskIn);
     }
 
@@ -117,13 +120,13 @@ class FakeUsbDevice : public usb::Device {
     Bytes descriptor(const usb::Setup& setup) const {
         switch (setup.value >> 8U) {
         case 1:
-            return {18, 1, 0, 2, 0, 0, 0, 64, 0x34, 0x12, 0x78, 0x56, 0, 1, 0, 2, 0, 1};
+            return {18, 1, 0, 2, 0, 0, 0, 64, 0x34, 0x12, 0x78, 0x56, 0, 1, 1, 2, 0, 1};
         case 2:
             return configuration_;
         case 3:
             return setup.index == 0 ? Bytes{4, 3, 9, 4} : Bytes{8, 3, 'O', 0, 'k', 0, 0xE9, 0};
         case 0x22:
-            return reports_.at(setup.index);
+            return setup.index < reports_.size() ? reports_[setup.index] : Bytes();
         default:
             return {};
         }
@@ -206,7 +209,8 @@ class FakeUsbDevice : public usb::Device {
             wanted_ = size;
             break;
         default:
-            if (length_ > 0) {
+            refuses_data_ = length_ > 0 && wrapper[12] == 0;
+            if (length_ > 0 && !refuses_data_) {
                 queue_[kDiskIn].push_back({}); // a stall
             }
             answer(1, 0);
@@ -251,6 +255,7 @@ class FakeUsbDevice : public usb::Device {
     std::map<std::uint8_t, std::deque<Bytes>> queue_; // an empty one is a stall
     bool attention_ = true;
     bool broken_ = false;
+    bool refuses_data_ = false;
     bool over_long_ = false;
     std::uint32_t tag_ = 0;
     std::size_t length_ = 0;

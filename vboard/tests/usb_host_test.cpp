@@ -64,11 +64,50 @@ void expect_lengths(const Bytes& bytes, std::size_t size,
     }
 }
 
+// Every transfer that began ends once, the device's going included, and time never goes back.
+void expect_whole_capture(const std::string& capture) {
+    struct Packet {
+        std::array<std::uint32_t, 4> header;
+        std::uint64_t id;
+        char event;
+        std::array<std::uint8_t, 15> rest;
+        std::int32_t microseconds;
+        std::int32_t status;
+        std::array<std::uint32_t, 2> lengths;
+    };
+    constexpr std::size_t kRecord = 64;
+    const ByteView bytes(reinterpret_cast<const std::uint8_t*>(capture.data()), capture.size());
+    std::set<std::uint64_t> open;
+    std::map<int, int> ends; // by status
+    std::uint64_t time = 0;
+    std::size_t place = 24;
+    while (place + sizeof(std::uint32_t) * 4 + kRecord <= bytes.size()) {
+        const auto packet = record_from<Packet>(bytes.subspan(place));
+        const std::uint64_t now = packet.header[0] * 1'000'000ULL + packet.header[1];
+        EXPECT_GE(now, time);
+        time = now;
+        EXPECT_EQ(packet.header[2], kRecord + packet.lengths[1]);
+        EXPECT_TRUE(packet.event == 'S' ? open.insert(packet.id).second
+                                        : open.erase(packet.id) == 1);
+        ends[packet.event == 'S' ? 1 : packet.status] += 1;
+        place += 16 + packet.header[2];
+    }
+    EXPECT_EQ(place, bytes.size());
+    EXPECT_EQ(open.size(), 0U);
+    EXPECT_GT(ends[0], 30);
+    EXPECT_GT(ends[-EPIPE], 0);
+    EXPECT_GT(ends[-EOVERFLOW], 0);
+    EXPECT_GT(ends[-ETIMEDOUT], 0);
+    EXPECT_GT(ends[-ESHUTDOWN], 0);
+}
+
 // A board with nothing but a host on it.
 class UsbHost : public testing::Test {
   protected:
     UsbHost() {
         board_.act([this] {
+            capture_->write_to(folder_ / "capture", false);
+            board_.parts().offer(host::Capture::kName, capture_);
             Settings settings(settings_, "host");
             board_.add_model(host::make_usb_host(board_, settings));
             socket_ = board_.parts().find<usb::Socket>("host");
@@ -121,7 +160,7 @@ class UsbHost : public testing::Test {
     }
 
     TemporaryFolder folder_;
-    Json settings_ = {{"disk_wait_ms", 2000}};
+    Json settings_ = {{"disk_wait_ms", 2000U}};
     std::mutex mutex_;
     std::condition_variable came_;
     std::vector<Json> events_;
@@ -130,6 +169,8 @@ class UsbHost : public testing::Test {
     FakeUsbDevice device_{{together(bytes_in(kKeyboard), bytes_in(kAbsoluteMouse)), touch_screen(),
                            bytes_in(kRelativeMouse)}};
     Board board_{BoardClock::create(folder_ / "clock")};
+    std::shared_ptr<host::Capture> capture_ =
+        std::make_shared<host::Capture>([this] { return board_.now(); });
 };
 
 // --- bringing a device up ---
@@ -243,7 +284,7 @@ TEST(HidDescriptor, KeepsItsStateAsTheItemsSay) {
     EXPECT_EQ(parsed.fields[1].offset, 32U);
     EXPECT_EQ(parsed.fields[2].usage(0, false), 0xC0002U);
     EXPECT_EQ(parsed.fields[2].most, 255);
-    const auto report = host::decode_report(parsed, bytes_in("ffff 0080 05 80"));
+    const auto report = host::decode_report(parsed, bytes_in("ffff 0080 85 00"));
     ASSERT_TRUE(report);
     std::vector<std::int64_t> values;
     for (const auto& each : report->values) {
@@ -288,11 +329,11 @@ TEST_F(UsbHost, TypesWhatAKeyboardReports) {
                    .substr(0, 27));
         report(device_, 0, "01 0000 000000000000");
     }
+    wait({{"state", "output"}});
     report(device_, 0, "03 e9 00");
     wait({{"kind", "usb_key"}, {"page", "consumer"}, {"down", true}});
     EXPECT_EQ(ask("typed")["text"], "Hi!abD");
     EXPECT_EQ(ask("typed")["consumer"], Json({0xE9}));
-    wait({{"state", "output"}});
     ask("led", {{"lamp", "num"}, {"lit", 1}});
     wait({{"state", "output"}});
     ask("led", {{"lamp", "caps"}, {"lit", 0}});
@@ -377,6 +418,7 @@ TEST_F(UsbHostDisk, GoesOnAfterWhateverADeviceDoesWrong) {
     device_.vanish = [this] { socket_->detach(device_); };
     device_.prank = Prank::vanish;
     EXPECT_EQ(end_of(ask("disk_read", {{"path", folder_ / "copy"}}))["error"], "the disk is gone");
+    expect_whole_capture(contents_of(folder_ / "capture"));
 }
 
 TEST_F(UsbHostDisk, DoesWrongItselfWhereItIsAskedTo) {
