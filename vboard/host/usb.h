@@ -3,7 +3,8 @@
 //
 // Everything here happens inside Board::act(). A transfer is completed within the call that starts
 // it or at any time after it, at most once; after an abort, a reset of the bus or a detach what was
-// pending is never completed. Names and numbers are those of chapter 9 of USB 2.0.
+// pending is never completed. Names and numbers are those of chapter 9 of USB 2.0; an endpoint is
+// named by its address, in which bit 7 says that it sends to the host.
 
 #include "core/bytes.h"
 

@@ -1,5 +1,6 @@
 #include "models/board_file.h"
 
+#include "core/lines.h"
 #include "models/i2c_adapter.h"
 #include "models/kinds.h"
 

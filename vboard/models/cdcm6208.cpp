@@ -9,6 +9,7 @@
 // - Outputs 4 to 7 have a frequency while their fractional divider is on (control word bit 9) and
 //   whether or not the PLL is locked. What divides for outputs 0 to 3 is not known: null.
 
+#include "core/lines.h"
 #include "models/i2c_adapter.h"
 #include "models/kinds.h"
 #include "models/support/frequency_verb.h"

@@ -33,6 +33,7 @@ extern const ModelKind kTbar;
 extern const ModelKind kOled;
 extern const ModelKind kVideoTiming;
 extern const ModelKind kUsbGadget;
+extern const ModelKind kUsbHost;
 extern const ModelKind kPartition;
 extern const ModelKind kBootloader;
 extern const ModelKind kBootEnv;
@@ -40,10 +41,10 @@ extern const ModelKind kSettingsStore;
 extern const ModelKind kVendorStorage;
 
 inline constexpr const ModelKind* kModelKinds[] = {
-    &kGpio,       &kSysfsGpio,  &kI2cAdapter, &kCdcm6208,      &kIdt6965,
-    &kAttributes, &kNetwork,    &kCooling,    &kFpga,          &kKeypad,
-    &kLed,        &kTbar,       &kOled,       &kVideoTiming,   &kUsbGadget,
-    &kPartition,  &kBootloader, &kBootEnv,    &kSettingsStore, &kVendorStorage,
+    &kGpio,    &kSysfsGpio,     &kI2cAdapter,    &kCdcm6208, &kIdt6965,   &kAttributes,
+    &kNetwork, &kCooling,       &kFpga,          &kKeypad,   &kLed,       &kTbar,
+    &kOled,    &kVideoTiming,   &kUsbGadget,     &kUsbHost,  &kPartition, &kBootloader,
+    &kBootEnv, &kSettingsStore, &kVendorStorage,
 };
 
 } // namespace vb

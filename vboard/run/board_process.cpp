@@ -2,6 +2,7 @@
 
 #include "control/board_verbs.h"
 #include "control/control.h"
+#include "host/capture.h"
 #include "models/board_file.h"
 #include "run/exit_codes.h"
 #include "run/mounts.h"
@@ -101,6 +102,19 @@ void set_up_power(Board& board, const Start& start) {
     });
 }
 
+void capture_usb(Board& board, const Start& start) {
+    const std::string& path = start.options.usb_capture_path;
+    if (path.empty()) {
+        return;
+    }
+    auto capture = std::make_shared<host::Capture>([&board] { return board.now(); });
+    if (!capture->write_to(path, start.number > 1)) {
+        throw std::invalid_argument(
+            fmt::format("--usb-capture: {} cannot be written: {}", path, std::strerror(errno)));
+    }
+    board.parts().offer(host::Capture::kName, std::move(capture));
+}
+
 void set_up(Board& board, const Start& start) {
     const RunOptions& options = start.options;
     if (!options.trace_path.empty() &&
@@ -108,6 +122,7 @@ void set_up(Board& board, const Start& start) {
         throw std::invalid_argument(fmt::format("--trace: {} cannot be written: {}",
                                                 options.trace_path, std::strerror(errno)));
     }
+    capture_usb(board, start);
     set_up_power(board, start);
     add_board_verbs(board);
     add_info_verb(board, options);

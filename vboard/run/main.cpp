@@ -73,6 +73,11 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
         ->description("Write everything that happens to this file, a JSON object a line;\nif not "
                       "given: it is kept in memory, for `vboard ctl trace`")
         ->option_text("FILE");
+    command.add_option("--usb-capture", arguments.options.usb_capture_path)
+        ->description(
+            "Write what crosses the USB cable to this file, for Wireshark;\nif not given: "
+            "nothing is written")
+        ->option_text("FILE");
     command.add_option("--fault", arguments.options.faults)
         ->description("Let something go wrong: NODE:OPERATION:ACTION[:CONDITION...];\nmay be given "
                       "several times; if not given: nothing does")
