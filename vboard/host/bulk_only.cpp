@@ -52,6 +52,13 @@ const char* BulkOutcome::in_words() const {
     return "broken";
 }
 
+void BulkOnly::ask_units(const std::function<void()>& then) {
+    constexpr std::uint8_t kGetMaxLun = 0xFE;
+    wire_.control({0xA1, kGetMaxLun, 0, interface_, 1}, {}, [then](const Reply&) {
+        then(); // a device with one unit may refuse
+    });
+}
+
 void BulkOnly::run(BulkCommand command, Then then) {
     ++run_;
     command_ = std::move(command);

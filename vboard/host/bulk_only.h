@@ -43,6 +43,8 @@ class BulkOnly {
 
     // One at a time.
     void run(BulkCommand command, Then then);
+    // How many logical units there are behind the first, which is the only one that is used.
+    void ask_units(const std::function<void()>& then);
     void later(std::int64_t nanoseconds, const std::function<void()>& action) {
         wire_.later(nanoseconds, action);
     }

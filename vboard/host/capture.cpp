@@ -115,7 +115,9 @@ void Capture::put(const Record& record, ByteView data) {
                               static_cast<std::uint32_t>(sizeof whole + data.size())};
     std::fwrite(&header, sizeof header, 1, file_.get());
     std::fwrite(&whole, sizeof whole, 1, file_.get());
-    std::fwrite(kept.data(), 1, kept.size(), file_.get());
+    if (!kept.empty()) {
+        std::fwrite(kept.data(), 1, kept.size(), file_.get());
+    }
     std::fflush(file_.get());
 }
 

@@ -66,7 +66,7 @@ Disk::Disk(Board& board, std::string host, BulkOnly bulk, std::uint64_t& jobs)
 // --- what disk it is ---
 
 void Disk::start() {
-    ask_name();
+    scsi_.ask_units([this] { ask_name(); });
 }
 
 void Disk::ask_name() {

@@ -41,6 +41,7 @@ class ScsiHost {
 
     // One at a time.
     void run(BulkCommand command, const Then& then);
+    void ask_units(const std::function<void()>& then) { bulk_.ask_units(then); }
     void later(std::int64_t nanoseconds, const std::function<void()>& action) {
         bulk_.later(nanoseconds, action);
     }
