@@ -137,7 +137,6 @@ void end(MassWorker& worker) {
 }
 
 void work_on_commands(MassWorker& worker) {
-    std::atomic_ref(hal_mass_prv.umount_flag).store(0);
     HAL_LOG(HAL_LOG_INFO, "mass thread prepare!!!!\n");
     const Prepared prepared = prepare(worker);
     if (prepared == Prepared::kGivenUp) {
@@ -158,7 +157,7 @@ void work_on_commands(MassWorker& worker) {
 int32_t hal::otg::start_mass_worker() {
     hal_mass_state& state = hal_mass_prv;
     const MassRun run = mass_runs.begin(state.thread_state);
-    std::atomic_ref(state.umount_flag).store(0);
+    std::atomic_ref(state.umount_flag).store(0); // not by the thread: it could take a new wish
     // Its buffer is 32 KiB: it is made here, so that a worker that runs has it.
     std::unique_ptr<MassWorker> worker(new (std::nothrow) MassWorker(run));
     const int error =
@@ -171,6 +170,7 @@ int32_t hal::otg::start_mass_worker() {
 
 void* hal_mass_listen([[maybe_unused]] void* arg) {
     hal_mass_state& state = hal_mass_prv;
+    std::atomic_ref(state.umount_flag).store(0);
     const std::unique_ptr<MassWorker> worker(new (std::nothrow)
                                                  MassWorker(mass_runs.current(state.thread_state)));
     if (worker) {
