@@ -198,22 +198,22 @@ TEST_F(Connection, SurvivesMessagesOfEveryLengthAndMoreThanTheSocketHolds) {
     ASSERT_TRUE(logs("INFO set_usbsta usbsta is -1\n"));
     const vb::UniqueFd sender(
         socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
-    const auto send = [&](std::size_t length, std::string state, char filler) {
+    const auto send = [&](std::size_t length, const std::string& state) {
         sockaddr_nl all{};
         all.nl_family = AF_NETLINK;
         all.nl_groups = 2;
         std::string message = std::string("change@x") + '\0' + "ACTION=change" + '\0' +
                               "DEVPATH=" + kGadget + '\0' + "USB_STATE=" + state + '\0' + "F=";
-        message.resize(length, filler);
+        message.resize(length, 'x');
         return sendto(sender.get(), message.data(), message.size(), 0,
                       reinterpret_cast<const sockaddr*>(&all), sizeof all);
     };
-    ASSERT_EQ(send(2048, "DISCONNECTED", 'x'), 2048) << strerror(errno);
-    ASSERT_EQ(send(2049, "DISCONNECTED", 'x'), 2049);
-    ASSERT_EQ(send(2047, "CONNECTED", 'x'), 2047) << "without a terminator";
+    ASSERT_EQ(send(2048, "DISCONNECTED"), 2048) << strerror(errno);
+    ASSERT_EQ(send(2049, "DISCONNECTED"), 2049);
+    ASSERT_EQ(send(2047, "CONNECTED"), 2047) << "without a terminator";
     EXPECT_EQ(states.wait_for(1).at(0).second, 1);
     for (int i = 0; i < 3000; ++i) {
-        send(100, "CONNECTED", 'x'); // most find no room
+        send(100, "CONNECTED"); // most find no room
     }
     EXPECT_TRUE(comes_true([&] { // the socket has room again
         tell("DISCONNECTED");

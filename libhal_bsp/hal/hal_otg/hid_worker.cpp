@@ -175,13 +175,20 @@ void work_on_reports(HidWorker& worker) {
     worker.close();
 }
 
-// A length that no report can have is refused as the system refuses one.
-ssize_t write_report(int fd, const hal_hid_data& report) {
+// What the write returned, or kNotOpen. A length that no report can have is refused as the system
+// refuses one.
+ssize_t write_report(const hal_hid_data& report) {
+    int none = -1;
+    const hal::SharedFds::Use node(
+        hid_fds, report.dev < HAL_HID_SLOTS ? hal_hid_prv.hid_fd[report.dev] : none);
+    if (!node) {
+        return kNotOpen;
+    }
     if (report.len < 0) {
         errno = EINVAL;
         return -1;
     }
-    return hal::write_some(fd, report.data, static_cast<std::size_t>(report.len));
+    return hal::write_some(node.get(), report.data, static_cast<std::size_t>(report.len));
 }
 
 } // namespace
@@ -202,16 +209,11 @@ int32_t hal::otg::start_hid_worker() {
 }
 
 int32_t hal_hid_write(const hal_hid_data* report) {
-    constexpr uint32_t kNoDevice = UINT32_MAX;
-    const uint32_t dev = report != nullptr ? report->dev : kNoDevice;
-    int none = -1;
-    const hal::SharedFds::Use node(hid_fds, dev < HAL_HID_SLOTS ? hal_hid_prv.hid_fd[dev] : none);
-    if (!node) {
-        HAL_LOG(HAL_LOG_ERROR, "hid fd is error %d\n", static_cast<int>(dev));
-        return kNotOpen;
-    }
-    const ssize_t result = write_report(node.get(), *report);
-    if (result < 0) {
+    const ssize_t result = report != nullptr ? write_report(*report) : kNotOpen;
+    if (result == kNotOpen) {
+        HAL_LOG(HAL_LOG_ERROR, "hid fd is error %d\n",
+                report != nullptr ? static_cast<int>(report->dev) : -1);
+    } else if (result < 0) {
         const int error = errno;
         HAL_LOG(HAL_LOG_ERROR, "write error-------------------------\n");
         hal::rest(2s);

@@ -11,7 +11,7 @@ using namespace hal::otg;
 
 struct Mailbox {
     hal::Attribute attribute;
-    const char* missing_at_writing; // ERROR
+    const char* missing_at_writing = nullptr; // ERROR
 };
 
 constexpr Mailbox kUsbsta{{"/sys/devices/virtual/android_usb/android0/usbsta",

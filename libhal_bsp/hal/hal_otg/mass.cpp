@@ -123,7 +123,7 @@ int32_t hal_mass_write(const hal_mass_reply* reply) {
     const hal::SharedFds::Use disk(mass_fds, reply != nullptr && reply->dev < HAL_MASS_DEVICES
                                                  ? hal_mass_prv.mass_fd[reply->dev]
                                                  : none);
-    if (!disk) {
+    if (reply == nullptr || !disk) {
         HAL_LOG(HAL_LOG_ERROR, "mass fd is none, return\n");
         return kNotOpen;
     }

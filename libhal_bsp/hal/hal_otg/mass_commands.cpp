@@ -37,7 +37,7 @@ bool is_unmounted(MassWorker& worker, int level) {
 // The data of the host's that belong to a command. Where they cannot be read the application has to
 // do with what there is of them.
 void read_data(MassWorker& worker, bool deferred) {
-    uint32_t remaining = hal::load_le<uint32_t>(std::span(worker.cbw).subspan<8, 4>());
+    auto remaining = hal::load_le<uint32_t>(std::span(worker.cbw).subspan<8, 4>());
     while (remaining != 0 && !is_unmounted(worker, HAL_LOG_INFO)) {
         const std::size_t wanted = std::min<std::size_t>(remaining, kChunk);
         const ssize_t got = worker.read(std::span(worker.chunk).first(wanted));

@@ -45,12 +45,13 @@ typedef struct hal_hid_info {
 /*
  * A report, 16 bytes with its padding. Those to the host begin with their report ID; numbers of 16
  * bits in them are little-endian:
- *   keyboard        9 bytes: modifiers, one bit for each of the usages 0xE0 to 0xE7; 0; six key
- * codes consumer keys   3 bytes: 16 bits of usage absolute mouse  7 bytes: buttons in bits 0 to 2;
- * 16 bits of X and of Y, 0 to 32767; wheel relative mouse  5 bytes: buttons; X, Y and wheel, a
- * signed byte each touch screen   64 bytes: ten times tip (bit 0), contact ID, 16 bits of X and of
- * Y, 0 to 32767; number of contacts; 16 bits of scan time in units of 100 us Those from the host,
- * for the keyboard's LEDs: report ID; LED usages 1 to 5 in bits 0 to 4.
+ *   keyboard        9 bytes: modifiers, a bit for each of the usages 0xE0 to 0xE7; 0; six keys
+ *   consumer keys   3 bytes: 16 bits of usage
+ *   absolute mouse  7 bytes: buttons in bits 0 to 2; 16 bits of X and of Y, 0 to 32767; wheel
+ *   relative mouse  5 bytes: buttons; X, Y and wheel, a signed byte each
+ *   touch screen   64 bytes: ten times tip (bit 0), contact ID, 16 bits of X and of Y, 0 to 32767;
+ *                            number of contacts; 16 bits of scan time in units of 100 us
+ * Those from the host, for the keyboard's LEDs: report ID; LED usages 1 to 5 in bits 0 to 4.
  */
 typedef struct hal_hid_data {
     uint32_t dev;  /* a hal_hid_dev */
@@ -92,10 +93,12 @@ extern HAL_API uint8_t ts_report_desc[694];
  * sees it anew, and starts a new worker. A device that is there already, from an earlier call,
  * keeps the descriptor and report ID that it has. `info` is only read, and not kept; `callback` may
  * be null. Takes 3.7 s and the time of some commands. One thread at a time, together with the init
- * and deinit calls of the three headers. Returns 0  working -3  hal_otg_init has not made the
- * gadget's folders, or there is no `info`: nothing was done but to store `callback` and to close
- * the devices for hal_hid_write; or a device's folder cannot be made: logged at ERROR, and the
- * gadget stays unbound an error number (above 0): the worker cannot be started; `thread_state` is 0
+ * and deinit calls of the three headers. Returns
+ *    0  working
+ *   -3  hal_otg_init has not made the gadget's folders, or there is no `info`: nothing was done but
+ *       to store `callback` and to close the devices for hal_hid_write. Or a device's folder cannot
+ *       be made: logged at ERROR, and the gadget stays unbound
+ *   above 0, an error number: the worker cannot be started; `thread_state` is 0
  */
 HAL_API int32_t hal_hid_init(const hal_hid_info* info, hal_hid_callback callback);
 
@@ -104,17 +107,18 @@ HAL_API int32_t hal_hid_init(const hal_hid_info* info, hal_hid_callback callback
  * thread. A descriptor that the worker closes meanwhile stays the write's until that returns: it
  * never reaches another file. Returns
  *   the number of bytes written
- *   -8  the device is not open, or there is none of that index, or `report` is null; logged at
- * ERROR a negative result of the write, errno tells why, or -1 for a negative `len`: logged at
- * ERROR, and returned 2 s later, so that a caller that knows no end is slow
+ *   -8  the device is not open, or there is none of that index, or there is no `report`: logged at
+ *       ERROR
+ *   another negative result, of the write, errno tells why, or -1 for a negative `len`: logged at
+ *       ERROR, and returned 2 s later, so that a caller that knows no end is slow
  */
 HAL_API int32_t hal_hid_write(const hal_hid_data* report);
 
 /*
  * Tells the worker to end, and sleeps 100 ms; the devices stay, and so does the binding. It ends
- * when it next looks, which is within 20 ms while it serves, and 1 s while it prepares to. While it
- * does not run there is a warning. One thread at a time, together with the init and deinit calls of
- * the three headers.
+ * when it next looks: within 20 ms while it serves, a second later while it prepares to, and only
+ * after some seconds while it tries to open what cannot be opened. While it does not run there is a
+ * warning. One thread at a time, together with the init and deinit calls of the three headers.
  */
 HAL_API void hal_hid_deinit(void);
 

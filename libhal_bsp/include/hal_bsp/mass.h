@@ -45,11 +45,11 @@ typedef struct hal_mass_data {
  *   MASS_EVENT_CBW   one for each command. `len` is what came: 31, or less of a host that sends
  *                    rubbish; bytes that are missing up to 31 are 0
  *   MASS_EVENT_DATA  after the command, as they come: 1 to 32768 bytes. Where reading them fails,
- * or gives nothing, before there are as many as announced, no more come, and the application
- * answers with what it has The data of a MODE SELECT(6), 0x15, are read and dropped before its
- * command is told, with a `len` of 31. Each command is to be answered within 7 s after its last
- * event; the next one is read only then. It runs with cancellation disabled, and may call
- * hal_mass_write.
+ *                    or gives nothing, before there are as many as announced, no more come, and
+ *                    the application answers with what it has
+ * The data of a MODE SELECT(6), 0x15, are read and dropped before its command is told, with a `len`
+ * of 31. Each command is to be answered within 7 s after its last event; the next one is read only
+ * then. It runs with cancellation disabled, and may call hal_mass_write.
  */
 typedef void (*hal_mass_callback)(hal_mass_data* event);
 
@@ -63,15 +63,14 @@ typedef struct hal_mass_reply {
 
 /* The module's state, all zero at load but for the descriptors. To be looked at. */
 typedef struct hal_mass_state {
-    int32_t thread_state; /* 1 while the worker runs, else 0 */
-    int32_t
-        mass_fd[HAL_MASS_DEVICES]; /* the descriptor of "/dev/mass", -1 when closed, at load too */
-    hal_mass_callback mass_cb;     /* as given to the last hal_mass_init that got so far */
-    int32_t mass_num;              /* number of disks: 1 from hal_mass_init on */
-    pthread_t listen_tid;          /* the worker thread, which is detached; of no meaning unless
-                                      `thread_state`          is 1 */
-    int32_t busy;                  /* 1 from a command to the end of its answer, else 0 */
-    int32_t umount_flag; /* 1 asks for the end of the disk, and becomes 0 when that is noticed */
+    int32_t thread_state;              /* 1 while the worker runs, else 0 */
+    int32_t mass_fd[HAL_MASS_DEVICES]; /* of "/dev/mass", -1 when closed, at load too */
+    hal_mass_callback mass_cb;         /* as given to the last hal_mass_init that got so far */
+    int32_t mass_num;                  /* number of disks: 1 from hal_mass_init on */
+    pthread_t listen_tid;              /* the worker thread, which is detached; of no meaning unless
+                                          `thread_state` is 1 */
+    int32_t busy;                      /* 1 from a command to the end of its answer, else 0 */
+    int32_t umount_flag;               /* 1 asks for the end of the disk; 0 when that is noticed */
 } hal_mass_state;
 
 extern HAL_API hal_mass_state hal_mass_prv;
@@ -85,7 +84,7 @@ extern HAL_API hal_mass_state hal_mass_prv;
  *   -2  the worker runs already, and is not disturbed
  *   -3  hal_hid_init has not made the gadget's folders, or the disk's folder or its link cannot be
  *       made; the gadget stays unbound
- *   an error number (above 0): the worker cannot be started; `thread_state` is 0
+ *   above 0, an error number: the worker cannot be started; `thread_state` is 0
  * Wherever there is no new worker, but for the last, this is logged at ERROR and `callback` is
  * called with a MASS_EVENT_END.
  */
@@ -119,8 +118,8 @@ HAL_API int32_t check_umount_flag(void);
  *     `thread_state` is 0 or another worker has been started
  *   - the same, with a MASS_EVENT_END, after a thousand looks, 200 s, at a `masssee` that is not 1
  *   - with the gadget unbound and the disk's link removed when `masssee` is 2 (MASS_EVENT_END)
- *   - so, and with the gadget bound again without the disk, when `masssee` is 3, `umount_flag` is
- * 1, the node cannot be read, or be opened ten thousand times, or a command is not answered within
+ *   - so, and with the gadget bound again without the disk, when `masssee` is 3 or `umount_flag` 1,
+ *     the node cannot be read, or be opened ten thousand times, or a command is not answered within
  *     7 s (MASS_EVENT_END)
  * There is neither MASS_EVENT_END nor a new bind where somebody else has removed the link
  * meanwhile. It leaves `thread_state` 0 and the node closed. `arg` is ignored. Cancellation ends

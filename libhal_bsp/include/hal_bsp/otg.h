@@ -13,8 +13,7 @@
  * HAL_OTG_ state; `hidsee` and `masssee` tell the workers of HID devices and disk what to do: 0 to
  * close their nodes, 1 to open and serve them, 2 to end, 3 (the disk's only) to withdraw the disk.
  *
- * Files are changed by shell commands, whose success nobody examines. While the listener runs, the
- * three modules belong to each other; all log as "hal_otg".
+ * Files are changed by shell commands, whose success nobody examines. All of it logs as "hal_otg".
  */
 #ifndef HAL_BSP_OTG_H
 #define HAL_BSP_OTG_H
@@ -66,8 +65,9 @@ extern HAL_API hal_otg_state hal_otg_prv;
  * One thread at a time. Returns
  *    0  listening
  *   -3  there is no "/sys/kernel/config/usb_gadget", the gadget's folder cannot be made, or there
- * is no `info`; the listener is as it was an error number (above 0): the thread cannot be started.
- * `thread_state` stays 1 then, as if it had been; write 0 to it before the next try
+ *       is no `info`; the listener is as it was
+ *   above 0, an error number: the thread cannot be started. `thread_state` stays 1 then, as if it
+ *       had been; write 0 to it before the next try
  */
 HAL_API int32_t hal_otg_init(const hal_otg_info* info, signed char count,
                              hal_otg_state_callback callback);
