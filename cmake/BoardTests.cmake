@@ -1,6 +1,8 @@
 # Two kinds of test programs, both GoogleTest:
 #   hal_plain_test(NAME SOURCES... [LIBS ...])  what needs no board, or starts its own
-#   hal_board_test(NAME SOURCES... [LIBS ...])  what runs on a virtual board
+#   hal_board_test(NAME SOURCES... [LIBS ...] [BOARD FILE])
+#                                               what runs on a virtual board: the standard one, or
+#                                               that of a board file
 # Every test is registered by itself and gets a process (and a board) of its own, so ctest runs
 # them in parallel and `ctest -R NAME` runs one alone. A program can also be run whole:
 #   PROGRAM                              a plain one
@@ -35,7 +37,12 @@ endfunction()
 
 # The launcher is the "emulator" of these programs: CMake puts it before every run.
 function(hal_board_test name)
-  set(CMAKE_CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;--speed;1;--")
-  _hal_test_program(${name} vboard_board_main ${ARGN})
+  cmake_parse_arguments(ARG "" "BOARD" "" ${ARGN})
+  set(board)
+  if(ARG_BOARD)
+    set(board "--board;${ARG_BOARD};")
+  endif()
+  set(CMAKE_CROSSCOMPILING_EMULATOR "$<TARGET_FILE:vboard>;run;${board}--speed;1;--")
+  _hal_test_program(${name} vboard_board_main ${ARG_UNPARSED_ARGUMENTS})
   add_dependencies(${name} vboard vboard_clock)
 endfunction()

@@ -24,6 +24,11 @@ int run_command(Command command) {
     return std::system(command.text());
 }
 
+bool run_piped(Command command) {
+    const CommandOutput unread(command);
+    return static_cast<bool>(unread);
+}
+
 CommandOutput::CommandOutput(Command command, CommandEnd end) : end_(end) {
     if (!command) {
         errno = E2BIG;

@@ -57,6 +57,10 @@ inline int run_command(const char* command) {
     return run_command(Command(command));
 }
 
+// The same through popen(3), its output thrown away; false, with errno, where the command cannot be
+// started. How it ends is nobody's concern.
+bool run_piped(Command command);
+
 // Whether a command's work is done when its output ends, or goes on behind an "&".
 enum class CommandEnd { kAwaited, kInBackground };
 

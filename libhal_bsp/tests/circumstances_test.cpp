@@ -166,6 +166,12 @@ const Call kCalls[] = {
                                                        static_cast<std::uint32_t>(file.tellg())));
      }},
     {"partition_backup", [] { return fmt::format("{}", zeda_partition_backup("boot")); }},
+    {"usb_reports",
+     [] {
+         const hal_hid_data report{9, 0, nullptr};
+         const hal_mass_reply reply{9, 0, nullptr, 1};
+         return results({hal_hid_write(&report), hal_mass_write(&reply), check_umount_flag()});
+     }},
     {"ptp",
      [] {
          gen_sys_param p{};

@@ -6,12 +6,14 @@
 #include "support/lock.h"
 #include "support/ring.h"
 #include "support/run_flag.h"
+#include "support/shared_fd.h"
 #include "support/thread.h"
 #include "support/uevent.h"
 #include "support/wait.h"
 #include "tests/support/log_tap.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -90,6 +92,14 @@ TEST(CommandTest, InTheBackgroundIsNotWaitedFor) {
     const int sleeper = hal::number_in(pid.data());
     ASSERT_GT(sleeper, 0);
     kill(sleeper, SIGKILL);
+}
+
+TEST(CommandTest, ThroughAPipeIsDoneWhenTheCallReturns) {
+    const Scratch done;
+    const std::string line = std::string("echo unread; sleep 0.05; echo done > ") + done.path();
+    EXPECT_TRUE(hal::run_piped(Command(line.c_str())));
+    EXPECT_EQ(done.contents(), "done");
+    EXPECT_FALSE(hal::run_piped(Command("")));
 }
 
 TEST(CommandTest, ThatDoesNotFitIsNoOtherCommand) {
@@ -176,6 +186,65 @@ TEST(UeventTest, TwoSocketsOfAProcessListenSideBySide) {
     const hal::Fd first = hal::open_uevents({1, 65536});
     const hal::Fd second = hal::open_uevents({1, 65536});
     EXPECT_TRUE(first && second);
+}
+
+TEST(SharedFdTest, IsClosedWithItsLastUseAndOutOfSightAtOnce) {
+    hal::SharedFds fds;
+    int slot = 0; // as records stand at load
+    EXPECT_FALSE(hal::SharedFds::Use(fds, slot));
+    hal::Fd node = hal::open_fd("/dev/null", O_RDWR);
+    const int number = node.get();
+    const auto is_open = [&] { return fcntl(number, F_GETFD) >= 0; };
+    fds.show(slot, node);
+    EXPECT_EQ(slot, number);
+    {
+        auto first = std::make_unique<hal::SharedFds::Use>(fds, slot);
+        const hal::SharedFds::Use second(fds, slot);
+        fds.close(slot, std::move(node));
+        EXPECT_EQ(slot, -1);
+        EXPECT_FALSE(hal::SharedFds::Use(fds, slot));
+        first.reset();
+        EXPECT_TRUE(is_open() && second.get() == number);
+    }
+    EXPECT_FALSE(is_open());
+
+    hal::Fd unused = hal::open_fd("/dev/null", O_RDWR);
+    fds.show(slot, unused);
+    fds.hide(slot);
+    slot = 77; // another's
+    fds.close(slot, std::move(unused));
+    EXPECT_FALSE(is_open());
+    EXPECT_EQ(slot, 77);
+}
+
+TEST(SharedFdTest, NeverLetsAWriteReachAnotherFile) {
+    const Scratch victim;
+    hal::SharedFds fds;
+    int slot = -1;
+    std::atomic<bool> done = false;
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; ++i) {
+        writers.emplace_back([&] {
+            while (!done) {
+                const hal::SharedFds::Use use(fds, slot);
+                if (use) {
+                    EXPECT_EQ(write(use.get(), "x", 1), 1);
+                }
+            }
+        });
+    }
+    for (int i = 0; i < 3000; ++i) {
+        hal::Fd node = hal::open_fd("/dev/null", O_RDWR);
+        fds.show(slot, node);
+        fds.close(slot, std::move(node));
+        const hal::Fd next =
+            hal::open_fd(victim.path(), O_RDWR); // gets the number, once it is free
+    }
+    done = true;
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(victim.contents(), "");
 }
 
 TEST(FieldTest, HasItsByteOrderAtAnyAddress) {

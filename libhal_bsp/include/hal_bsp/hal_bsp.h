@@ -44,11 +44,14 @@
 #include <hal_bsp/fwenv.h>
 #include <hal_bsp/genlock.h>
 #include <hal_bsp/gpio.h>
+#include <hal_bsp/hid.h>
 #include <hal_bsp/i2c.h>
 #include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
+#include <hal_bsp/mass.h>
 #include <hal_bsp/md5sum.h>
 #include <hal_bsp/oled.h>
+#include <hal_bsp/otg.h>
 #include <hal_bsp/partition.h>
 #include <hal_bsp/ptp.h>
 #include <hal_bsp/sysconf.h>

@@ -1,0 +1,24 @@
+// What the disk's two halves share: the calls of the application and the worker.
+#pragma once
+
+#include <hal_bsp/mass.h>
+
+#include "support/shared_fd.h"
+
+#include <cstdint>
+
+namespace hal::otg {
+
+inline constexpr const char* kMassLink = "/sys/kernel/config/usb_gadget/g1/configs/c.1/mtp.mass0";
+inline constexpr uint32_t kCbwSize = 31;
+
+// The descriptor in the record.
+extern hal::SharedFds mass_fds;
+
+// Tells the application that the disk is gone.
+void tell_end(hal_mass_callback& callback);
+
+// Starts the worker: 0, or the error number.
+int32_t start_mass_worker();
+
+} // namespace hal::otg
