@@ -15,8 +15,8 @@ extern const char kDefaultBoard[];
 // SettingsError says what is wrong with the file, and where.
 void build_board(Board& board, const std::string& board_file_text);
 
-// The kinds of models there are: "model" (its name), "about", "settings" (in a line) and "rows" (the
-// same, each with more about it).
+// The kinds of models there are: "model" (its name), "about", "settings" (in a line) and "rows"
+// (the same, each with more about it).
 Json describe_models();
 
 } // namespace vb

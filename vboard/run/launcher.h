@@ -8,9 +8,9 @@
 namespace vb {
 
 struct RunOptions {
-    std::string board_file;      // the text of the board file
-    std::optional<double> speed; // board seconds a real second; unset: programs keep real time
-    std::string trace_path;      // empty: the trace is kept in memory only
+    std::string board_file;       // the text of the board file
+    std::optional<double> speed;  // board seconds a real second; unset: programs keep real time
+    std::string trace_path;       // empty: the trace is kept in memory only
     std::string usb_capture_path; // empty: there is none
     std::vector<std::string> faults;
     std::string state_folder; // what outlives the board; empty: nothing does

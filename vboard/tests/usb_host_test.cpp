@@ -1,8 +1,8 @@
 // The USB host computer, with devices at its cable that do right, wrong, or nothing.
 
 #include "core/board.h"
-#include "host/hid_report.h"
 #include "host/capture.h"
+#include "host/hid_report.h"
 #include "models/kinds.h"
 #include "tests/fake_usb_device.h"
 #include "tests/run_on_board.h"

@@ -66,8 +66,8 @@ struct BlockView {
 
 class BlockNode : public Node, public std::enable_shared_from_this<BlockNode> {
   public:
-    // `more` are requests that only this one answers, asked of its BlockFiles; they come before those
-    // of every block device.
+    // `more` are requests that only this one answers, asked of its BlockFiles; they come before
+    // those of every block device.
     explicit BlockNode(BlockView view, std::span<const RequestRow> more = {});
 
     Outcome open(const OpenCall& call, std::unique_ptr<File>& file) override;
