@@ -109,21 +109,23 @@ void serve(const Wishes& wishes, const sigset_t& stop) {
     }
 }
 
-void end(int& status) {
+bool take_down() {
     const bool ended = carrier.close();
     if (!ended) {
         fmt::print(stderr, "usb_gadget: the library's threads do not end\n");
-        status = EXIT_FAILURE;
-    }
-    if (disk != nullptr) {
+    } else if (disk != nullptr) {
         const scsi_disk_counts counts = scsi_disk_count(disk);
         say("disk did {} commands, {} bytes read, {} bytes written", counts.commands,
             counts.bytes_read, counts.bytes_written);
-        if (ended) {
-            scsi_disk_close(disk);
-        }
+        scsi_disk_close(disk);
     }
     say("down");
+    return ended;
+}
+
+int fail(int status, const std::string& why) {
+    fmt::print(stderr, "usb_gadget: {}\n", why);
+    return status;
 }
 
 int run(const Wishes& wishes) {
@@ -137,27 +139,20 @@ int run(const Wishes& wishes) {
     if (!wishes.image.empty()) {
         disk = scsi_disk_open(wishes.image.c_str(), wishes.read_only, carrier.write_disk);
         if (disk == nullptr) {
-            fmt::print(stderr, "usb_gadget: {}: {}\n", wishes.image, std::strerror(errno));
-            return EXIT_FAILURE;
+            return fail(EXIT_FAILURE, fmt::format("{}: {}", wishes.image, std::strerror(errno)));
         }
     }
-    if (const int32_t result = carrier.open(on_connection); result != 0) {
-        fmt::print(stderr,
-                   "usb_gadget: there is no USB device port ({}): vboard run -- "
-                   "usb_gadget\n",
-                   result);
-        return kUnavailable;
+    if (carrier.open(on_connection) != 0) {
+        return fail(kUnavailable, "there is no USB device port; on a virtual board there is one: "
+                                  "vboard run -- usb_gadget");
     }
-    int status = EXIT_SUCCESS;
-    if (const int32_t result = carrier.add_input(kDevices, on_lamps); result == 0) {
-        say("up: keyboard, two mice, touch screen");
-        serve(wishes, stop);
-    } else {
-        fmt::print(stderr, "usb_gadget: no input devices: {}\n", result);
-        status = kUnavailable;
+    if (carrier.add_input(kDevices, on_lamps) != 0) {
+        take_down();
+        return fail(kUnavailable, "the USB device port takes no input devices");
     }
-    end(status);
-    return status;
+    say("up: keyboard, two mice, touch screen");
+    serve(wishes, stop);
+    return take_down() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
