@@ -22,26 +22,27 @@ extern "C" {
 typedef struct scsi_disk scsi_disk;
 
 /* Where replies go: `hal_mass_write`, or what else carries them. */
-typedef int32_t (*scsi_disk_reply)(const hal_mass_reply *reply);
+typedef int32_t (*scsi_disk_reply)(const hal_mass_reply* reply);
 
 /* Opens an image, whose size is a multiple of 512 bytes, or NULL with errno. A read-only image is a
  * write-protected disk. */
-scsi_disk *scsi_disk_open(const char *image, bool read_only, scsi_disk_reply reply);
+scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply);
 
 /* Takes an event, on the thread that the library calls back on. True once the disk was withdrawn:
  * no event follows, and the image holds all that was written. */
-bool scsi_disk_take(scsi_disk *disk, const hal_mass_data *event);
+bool scsi_disk_take(scsi_disk* disk, const hal_mass_data* event);
 
-/* Commands that the host has given so far, and bytes that it has read and written. For any thread. */
+/* Commands that the host has given so far, and bytes that it has read and written. For any thread.
+ */
 typedef struct scsi_disk_counts {
     uint64_t commands;
     uint64_t bytes_read;
     uint64_t bytes_written;
 } scsi_disk_counts;
-scsi_disk_counts scsi_disk_count(const scsi_disk *disk);
+scsi_disk_counts scsi_disk_count(const scsi_disk* disk);
 
 /* Flushes the image and lets go of it. No event may come any more. */
-void scsi_disk_close(scsi_disk *disk);
+void scsi_disk_close(scsi_disk* disk);
 
 #ifdef __cplusplus
 }

@@ -153,7 +153,101 @@ TEST(FrontPanel, TellsWhatIsWrongAndEndsInOrder) {
     EXPECT_THAT(result.err, HasSubstr("open keypad error"));
 }
 
-TEST(Demo, ShowsButtonClocksPanelGenlockAndUpdate) {
+// The tour itself compares the host's copies with the image, and what the host has written with
+// what is in it then.
+TEST(UsbGadget, IsKeyboardMiceTouchScreenAndDiskOfAHostThatComesBack) {
+    const std::string tour = SOURCE "/examples/usb_gadget/tour";
+    const CommandResult result = run({"vboard", "run", "--speed", "20", "--", tour});
+    ASSERT_EQ(result.status, 0) << result.err;
+    for (const std::string said : {
+             R"({"text":"Hello from the board!\n","consumer":[],"down":[],)",
+             R"("absolute":true,"x":24576,"y":8192,"wheel":0,"buttons":0,"reports":8})",
+             R"("absolute":false,"x":120,"y":-40,"wheel":0,"buttons":0,"reports":8})",
+             R"({"touching":[],"count":2,"scan_time":800,"reports":10})",
+             R"("product":"Virtual disk","blocks":32768,"block_size":512,)",
+             "mdir -b -i disk.img ::\n::/read.me\n::/news.txt\n",
+             "::news.txt\nWritten by the host.\n",
+             "33554432 bytes read, 16777216 bytes written\ndown\n",
+         }) {
+        EXPECT_THAT(result.out, HasSubstr(said));
+    }
+}
+
+// A gadget whose disk of 16 blocks, all of 'x', is ready, and `disk`, which gives it a command and
+// prints what became of that.
+CommandResult with_disk(const std::string& options, const std::string& script) {
+    return run({"vboard", "run", "--speed", "20", "--", "bash", "-c",
+                "cd /dev/shm; printf 'x%.0s' {1..8192} >disk; cp disk before\n"
+                "usb_gadget --no-demo --image disk " +
+                    options +
+                    " >out 2>err & gadget=$!\n"
+                    "until vboard ctl host disk_info 2>&1 | grep -q '\"known\":true'; do :; done\n"
+                    "disk() { local job; job=$(vboard ctl host \"$@\") || return\n"
+                    "until vboard ctl trace read 0 usb_disk \"{\\\"job\\\":$job}\" "
+                    "| grep '\"state\":\"done\"' >end; do :; done\n"
+                    "grep -oE '\"(status|length|residue|sense)\":[^,}]*' end | "
+                    "sed 's/.*://' | tr -d '\"' | paste -sd ' '; }\n"
+                    "block() { printf '00%.0s' {1..512}; }\n" +
+                    script + "\nkill -TERM $gadget; wait $gadget; echo $?; cmp disk before"});
+}
+
+TEST(UsbGadget, KeepsToTheLengthsAndDirectionsThatTheHostAnnounces) {
+    const CommandResult result =
+        with_disk("", "disk disk_command 120000000500 in 36\n"           // less than asked for
+                      "disk disk_command 120000002400 in 5\n"            // more
+                      "disk disk_command 28000000000000000200 in 2048\n" // with whole packets
+                      "disk disk_command 28000000000000000200 in 512\n"  //
+                      "disk disk_command 28000000000f00000200 in 1024\n" // beyond the end
+                      "disk disk_command 2800ffffffff00ffff00 in 512\n"  //
+                      "disk disk_command 28000000000000000100 out 512 $(block)\n" // wrong ways
+                      "disk disk_command 2a000000000000000100 in 512\n"           //
+                      "disk disk_command 2a000000000000000200 out 512 $(block)\n" // too few
+                      "disk disk_command 2a000000001000000100 out 512 $(block)\n" // beyond the end
+                      "disk disk_command 850000000000 in 0\n"                     // unknown
+                      "disk disk_ask mode_select 00000000\n");
+    EXPECT_EQ(result.out, "passed 5 31\n"
+                          "phase error 5 0\n"
+                          "passed 1028 1024\n" // the fill makes the last packet a short one
+                          "phase error 512 0\n"
+                          "failed 4 1024 5/21/00\n"
+                          "failed 4 512 5/21/00\n"
+                          "phase error 0 512\n"
+                          "phase error 4 512\n"
+                          "phase error 0 512\n"
+                          "failed 0 512 5/21/00\n"
+                          "failed 0 0 5/20/00\n"
+                          "passed 0 0\n"
+                          "0\n")
+        << result.err;
+}
+
+TEST(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
+    const CommandResult result = with_disk(
+        "--read-only",
+        "disk disk_command 2a000000000000000100 out 512 $(block)\n"
+        "disk disk_wrapper 55534243\n"
+        "disk disk_wrapper $(printf '00%.0s' {1..31})\n"
+        // Announces data that do not come; what comes then are commands.
+        "disk disk_wrapper 58534243010203040002000000000a2a000000000000000100000000000000\n"
+        "disk disk_ask test_unit_ready; disk disk_command 28000000000000000100 in 512");
+    EXPECT_EQ(result.out, "failed 0 512 7/27/00\nbroken 0 0\nphase error 0 0\nbroken 0 0\n"
+                          "passed 0 0\npassed 512 0\n0\n")
+        << result.err;
+}
+
+TEST(UsbGadget, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
+    const CommandResult result =
+        run({"vboard", "run", "--speed", "20", "--", "sh", "-c",
+             "vboard ctl host configure never; usb_gadget >/dev/shm/out & gadget=$!\n"
+             "until grep -q '^up' /dev/shm/out; do :; done\n"
+             "kill -INT $gadget; wait $gadget; echo $?; usb_gadget --image /none; echo $?\n"
+             "vboard ctl node vanish /sys/kernel/config/usb_gadget; usb_gadget; echo $?"});
+    EXPECT_EQ(result.out, "0\n1\n69\n");
+    EXPECT_THAT(result.err, HasSubstr("usb_gadget: /none: No such file or directory\n"
+                                      "usb_gadget: there is no USB device port"));
+}
+
+TEST(Demo, ShowsButtonClocksPanelGenlockUsbAndUpdate) {
     const CommandResult result = run({SOURCE "/examples/demo", BUILD, BUILD "/demo"});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr("button pressed, lamp on\n"));
@@ -167,9 +261,10 @@ TEST(Demo, ShowsButtonClocksPanelGenlockAndUpdate) {
                 HasSubstr("up --steps 3\n$ vboard ctl idt6965 frequency 0 1\n25000000.0894"));
     EXPECT_THAT(result.out, HasSubstr("thermal pin 62\n"));
     EXPECT_THAT(result.out, HasSubstr("\n50.00   2640x1125  +0.0 "));
+    EXPECT_THAT(result.out, HasSubstr("$ mtype -i disk.img ::news.txt\nWritten by the host.\n"));
     EXPECT_THAT(result.out, HasSubstr("slot b runs system 2, confirmed\n"));
     EXPECT_THAT(result.out, HasSubstr("10 of 10 power cuts left a whole, verified system"));
-    for (const char* picture : {"01-menu.png", "11-english.png", "50_2640x1125.svg"}) {
+    for (const char* picture : {"01-menu.png", "11-english.png", "50_2640x1125.svg", "usb.pcap"}) {
         EXPECT_TRUE(std::filesystem::exists(std::string(BUILD "/demo/") + picture)) << picture;
     }
 }
