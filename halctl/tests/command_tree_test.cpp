@@ -188,7 +188,7 @@ TEST_P(EachPart, OfTheArgumentsTakesOddWordsInGoodOrder) {
             }
         }
     }
-    const CommandResult result = run({"vboard", "run", "--", "bash", "-c", script});
+    const CommandResult result = on_fast_board(script);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.status, 0) << result.err;
 }
@@ -211,8 +211,7 @@ TEST(CommandTree, EveryCommandEndsInAPipeAndWithoutAReader) {
         script += line_with(command);
         script += "\n";
     }
-    const CommandResult result = run({"vboard", "run", "--", "bash", "-c", script});
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(on_fast_board(script).out, "");
 }
 
 TEST(CommandTree, AWatchEndsWhenItsReaderGoes) {
