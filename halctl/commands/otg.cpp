@@ -64,7 +64,11 @@ int run_up(Tool& tool, const Arguments& arguments) {
         return *status;
     }
     port.keep();
-    const auto configured = [] { return port::look().usbsta == HAL_OTG_CONFIGURED; };
+    // The listener writes `masssee` last.
+    const auto configured = [] {
+        const port::State state = port::look();
+        return state.usbsta == HAL_OTG_CONFIGURED && state.masssee == 1;
+    };
     if (arguments.timeout > 0) {
         if (const auto status = port.wait_until(
                 configured, arguments.timeout,
