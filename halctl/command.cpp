@@ -105,6 +105,29 @@ Parameter& Command::add_whole(const std::string& name, const std::string& about,
     return parameter;
 }
 
+Parameter& Command::number(const std::string& name, int& target, const std::string& about,
+                           int least, int most) {
+    Parameter& parameter = add_parameter(name, about);
+    parameter.kind = fmt::format("a number from {} to {}", least, most);
+    parameter.fallback = parameter.required ? "" : std::to_string(target);
+    parameter.take = [least, most, kind = parameter.kind,
+                      &target](const std::string& word) -> Complaint {
+        const bool negative = word.starts_with('-');
+        const auto number = whole_number(std::string_view(word).substr(negative ? 1 : 0));
+        if (!number && !real_number(word)) {
+            return is_no_number(word);
+        }
+        const bool fits = number && *number <= std::numeric_limits<int>::max();
+        const int value = fits ? static_cast<int>(*number) * (negative ? -1 : 1) : 0;
+        if (!fits || value < least || value > most) {
+            return is_not(word, kind);
+        }
+        target = value;
+        return "";
+    };
+    return parameter;
+}
+
 Parameter& Command::real(const std::string& name, double& target, const std::string& about,
                          double least, double most) {
     Parameter& parameter = add_parameter(name, about);
@@ -160,6 +183,17 @@ Parameter& Command::text(const std::string& name, std::optional<std::string>& ta
     parameter.take = [check, &target](const std::string& word) -> Complaint {
         target = word;
         return check ? check(word) : "";
+    };
+    return parameter;
+}
+
+Parameter& Command::texts(const std::string& name, std::vector<std::string>& target,
+                          const std::string& about, const std::string& kind, const Check& check) {
+    Parameter& parameter = add_parameter(name, about);
+    parameter.kind = kind;
+    parameter.take = [check, &target](const std::string& word) -> Complaint {
+        target.push_back(word);
+        return check(word);
     };
     return parameter;
 }

@@ -89,6 +89,8 @@ class Command {
             name, about, 0, std::numeric_limits<T>::max(), "",
             [&target](std::uint64_t number) { target.push_back(static_cast<T>(number)); });
     }
+    Parameter& number(const std::string& name, int& target, const std::string& about, int least,
+                      int most);
     Parameter& real(const std::string& name, double& target, const std::string& about, double least,
                     double most);
     Parameter& word(const std::string& name, std::string& target, const std::string& about,
@@ -98,6 +100,8 @@ class Command {
                     const std::string& kind = "", const Check& check = {});
     Parameter& text(const std::string& name, std::optional<std::string>& target,
                     const std::string& about, const std::string& kind, const Check& check);
+    Parameter& texts(const std::string& name, std::vector<std::string>& target,
+                     const std::string& about, const std::string& kind, const Check& check);
     Parameter& flag(const std::string& name, bool& target, const std::string& about);
     // Pairs of hexadecimal digits, as many as `least` to `most` bytes.
     Parameter& hex(const std::string& name, std::vector<std::uint8_t>& target,

@@ -22,6 +22,11 @@ void LibraryLog::show_errors() {
     show_errors_ = true;
 }
 
+void LibraryLog::keep_warnings_aside() {
+    const std::lock_guard lock(mutex_);
+    show_warnings_ = false;
+}
+
 void LibraryLog::take(log_event* event) {
     const int error = errno;
     if (std::strcmp(event->file, kOurLogName) == 0) {
@@ -40,7 +45,9 @@ void LibraryLog::take(log_event* event) {
 void LibraryLog::take(int level, std::string text, int error) {
     const std::lock_guard lock(mutex_);
     if (level < HAL_LOG_ERROR) {
-        output_.warn(text);
+        if (show_warnings_) {
+            output_.warn(text);
+        }
         return;
     }
     if (show_errors_ && text != last_.text) {

@@ -32,6 +32,8 @@ class LibraryLog {
     // From now on an error is also shown as it comes, unless it is the same as before: for
     // commands that go on after one.
     void show_errors();
+    // From now on warnings are not shown: for calls that warn of what is in order.
+    void keep_warnings_aside();
 
   private:
     static void take(log_event* event);
@@ -41,6 +43,7 @@ class LibraryLog {
     mutable std::mutex mutex_;
     LibraryError last_;
     bool show_errors_ = false;
+    bool show_warnings_ = true;
 };
 
 } // namespace halctl

@@ -30,5 +30,8 @@ void add_md5(Command& root, Tool& tool);
 void add_env(Command& root, Tool& tool);
 void add_sysconfig(Command& root, Tool& tool);
 void add_vendor(Command& root, Tool& tool);
+void add_otg(Command& root, Tool& tool);
+void add_hid(Command& root, Tool& tool);
+void add_disk(Command& root, Tool& tool);
 
 } // namespace halctl

@@ -1,0 +1,93 @@
+// halctl otg, hid and disk, as the host at the other end of the board's USB device port sees them.
+
+#include "tools.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace halctl_tests::usb_port {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// `typing` and `disk` wait for the host: until something is typed, until it knows a disk.
+CommandResult on_usb_board(const std::string& script) {
+    const std::string helpers =
+        "typing() { until vboard ctl host typed 2>/dev/null | grep -q xx; do :; done; }\n"
+        "disk() { until vboard ctl host disk_info 2>/dev/null | grep -q 'known\":true'; do :; "
+        "done; }\n";
+    return run({"vboard", "run", "--speed", "20", "--", "sh", "-c", helpers + script});
+}
+
+TEST(Hid, EveryCharacterOfAUsKeyboardArrives) {
+    const CommandResult result = on_usb_board(
+        "text=$(for i in $(seq 32 126); do printf \"\\\\$(printf %o $i)\"; done)\n"
+        "halctl hid type \"$text\" || exit\n"
+        "vboard ctl host typed | python3 -c 'import json, sys\n"
+        "print(json.load(sys.stdin)[\"text\"] == \"\".join(map(chr, range(32, 127))))'");
+    EXPECT_EQ(result.out, "True\n") << result.err;
+}
+
+TEST(Hid, LongMovesAddUpToTheUnitAndADragEndsWhereItWasAsked) {
+    const CommandResult result = on_usb_board(
+        "halctl otg up; halctl hid move -- -1000 333; vboard ctl host pointer | tail -n 1\n"
+        "vboard ctl host forget; halctl hid touch 1 2 300 400 32767 0; vboard ctl trace read 0 "
+        "usb_touch | grep -o '\"contacts\":[^]]*]' | tail -n 4");
+    EXPECT_THAT(result.out, HasSubstr("\"x\":-1000,\"y\":333,")) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("\"x\":300,\"y\":400"));
+    EXPECT_THAT(result.out, HasSubstr("\"tip\":false,\"x\":32767,\"y\":0"));
+}
+
+TEST(Hid, ASignalEndsItAndTheKeyIsLetGo) {
+    const CommandResult result = on_usb_board(
+        "long=$(head -c 100000 /dev/zero | tr '\\0' x); halctl otg up\n"
+        "halctl hid type \"$long\" & typing; kill -INT $!; wait $!; echo $?\n"
+        "vboard ctl host typed | grep -o '\"down\":.*'; halctl otg status | head -n 1");
+    EXPECT_EQ(result.out, "130\n\"down\":[],\"locks\":0}\n"
+                          "up on usb-device.0: configured, 0x1d6b:0x0104, hid.kbam0 hid.rm0 "
+                          "hid.ts0\n")
+        << result.err;
+}
+
+// Another program's gadget: its IDs stay, and a device that it left out is missed in words.
+TEST(Hid, KeepsTheGadgetThatIsThere) {
+    const CommandResult result = on_usb_board(
+        "g=/sys/kernel/config/usb_gadget/g1; halctl otg up --vendor 0x1234; halctl otg down\n"
+        "halctl hid type a; cat $g/idVendor\n"
+        "cat $g/functions/hid.kbam0/report_desc | tail -c 78 > /dev/shm/mouse\n"
+        "rm $g/configs/c.1/*.*; rmdir $g/functions/*; mkdir $g/functions/hid.kbam0\n"
+        "cat /dev/shm/mouse > $g/functions/hid.kbam0/report_desc; echo 7 > "
+        "$g/functions/hid.kbam0/report_length\n"
+        "halctl hid type b; echo $?; halctl hid move --to 5 6; vboard ctl host pointer | head -n "
+        "1");
+    EXPECT_THAT(result.out, HasSubstr("0x1234\n1\n"));
+    EXPECT_THAT(result.out, HasSubstr("\"x\":5,\"y\":6,"));
+    EXPECT_EQ(result.err, "halctl: hid type: the gadget was made without such a device\n");
+}
+
+TEST(DiskServe, TheHostReadsAndWritesTheImageUntilASignal) {
+    std::string folder = fs::temp_directory_path() / "disk-test-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const CommandResult result = on_usb_board(
+        "cd " + folder +
+        "; head -c 1048576 /dev/urandom > image; cp image first; head -c 1024 image > more\n"
+        "same() { until cmp -s \"$@\"; do :; done; }\n"
+        "halctl disk serve image >out & disk\n"
+        "vboard ctl host disk_read $PWD/copy >/dev/null; same copy first\n"
+        "vboard ctl host disk_write $PWD/more 2047 >/dev/null 2>&1\n"
+        "vboard ctl host disk_write $PWD/more 2046 >/dev/null; same -i 1047552:0 image more\n"
+        "kill -TERM $!; wait $!; echo $?; cat out; halctl otg status | head -n 1\n"
+        "halctl otg up; halctl disk serve image --read-only >out & disk\n"
+        "vboard ctl host unplug; wait $!; echo $?; vboard ctl host plug\n"
+        "head -c 513 image > odd; halctl disk serve odd; echo $?");
+    EXPECT_THAT(result.out, HasSubstr("0\nserving image\n")) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("1048576 bytes read, 1024 bytes written\ndown\n0\n1\n"));
+    EXPECT_EQ(result.err, "halctl: disk serve: 'odd': its size is no number of sectors\n");
+    fs::remove_all(folder);
+}
+
+} // namespace
+} // namespace halctl_tests::usb_port
