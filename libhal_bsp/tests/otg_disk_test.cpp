@@ -1,8 +1,8 @@
 // The disk of the USB device port, between a host that copies, breaks off or falls silent and an
 // application that answers or does not.
 
+#include "tests/support/memory_disk.h"
 #include "tests/support/otg_port.h"
-#include "tests/support/otg_responder.h"
 
 #include <filesystem>
 #include <thread>
@@ -17,11 +17,47 @@ using testing::Ge;
 constexpr std::size_t kBlocks = 1024;
 constexpr char kWithdrawn[] = "INFO >> umount end !!!\n";
 
+// The application: a disk in memory, and what it was told.
+struct Responder {
+    static constexpr int kAnswersAll = -1;
+
+    struct Told {
+        std::uint32_t kind;
+        std::uint32_t len;
+        int code; // of a command
+        bool operator==(const Told&) const = default;
+    };
+
+    static Responder& instance() {
+        static Responder responder;
+        return responder;
+    }
+    static void send(const std::uint8_t* data, std::size_t length, bool last) {
+        const hal_mass_reply reply{0, static_cast<std::uint32_t>(length), data, last ? 1U : 0U};
+        hal_mass_write(&reply);
+    }
+    // For hal_mass_init.
+    static void hear(hal_mass_data* event) { instance().take(*event); }
+    void take(const hal_mass_data& event) {
+        told.add({event.kind, event.len, event.kind == MASS_EVENT_CBW ? event.data[15] : 0});
+        if (event.kind != MASS_EVENT_END && disk.take(event.kind, event.data, event.len) &&
+            disk.code() != mute) {
+            disk.answer();
+        }
+    }
+
+    MemoryDisk disk{kBlocks, send};
+    Heard<Told> told;
+    std::atomic<int> mute{kAnswersAll}; // a command that is not answered
+};
+
 class OtgDisk : public Port {
   protected:
     void SetUp() override {
         Port::SetUp();
-        disk_.begin(kBlocks);
+        app_.disk = MemoryDisk(kBlocks, Responder::send);
+        app_.told.clear();
+        app_.mute = Responder::kAnswersAll;
         folder_ = std::filesystem::temp_directory_path() / ("otg_disk." + std::to_string(getpid()));
         std::filesystem::create_directory(folder_);
     }
@@ -50,9 +86,8 @@ class OtgDisk : public Port {
     bool worker_reads() {
         return comes_true([&] {
             const Json calls = ask("call.list");
-            return std::any_of(calls.begin(), calls.end(), [](const Json& call) {
-                return call.at("node") == "/dev/mass";
-            });
+            return std::any_of(calls.begin(), calls.end(),
+                               [](const Json& call) { return call.at("node") == "/dev/mass"; });
         });
     }
     // The worker is gone, and so is the disk, but for the HID devices.
@@ -61,14 +96,14 @@ class OtgDisk : public Port {
         EXPECT_TRUE(comes_true([] { return load_field(hal_mass_prv.thread_state) == 0; }));
         EXPECT_EQ(load_field(hal_mass_prv.mass_fd[0]), -1);
         EXPECT_FALSE(exists("configs/c.1/mtp.mass0"));
-        EXPECT_EQ(disk_.told.all().back(), (Responder::Told{MASS_EVENT_END, 31, 0}));
+        EXPECT_EQ(app_.told.all().back(), (Responder::Told{MASS_EVENT_END, 31, 0}));
         EXPECT_TRUE(host_is("configured"));
         EXPECT_TRUE(devices_are_open(true));
         EXPECT_THROW(ask("host.disk_info"), vb::ClientError);
     }
     std::string file(const char* name) { return (folder_ / name).string(); }
 
-    Responder& disk_ = Responder::instance();
+    Responder& app_ = Responder::instance();
     std::filesystem::path folder_;
 };
 
@@ -82,7 +117,7 @@ TEST_F(OtgDisk, ComesUpBesideTheHidDevices) {
     EXPECT_EQ(hal_mass_init(nullptr, 1, Responder::hear), 0);
     giving_up.join();
     EXPECT_EQ(mine().at(mine().size() - 2), "ERROR wait hid state to normal, umount\n");
-    EXPECT_EQ(disk_.told.all(), (std::vector<Responder::Told>{{MASS_EVENT_END, 31, 0}}));
+    EXPECT_EQ(app_.told.all(), (std::vector<Responder::Told>{{MASS_EVENT_END, 31, 0}}));
     ThreadTap::instance().forget();
     set_speed(100);
     EXPECT_THAT(lasts([] { EXPECT_EQ(hal_mass_init(nullptr, 1, nullptr), 0); }), Ge(19.9));
@@ -115,33 +150,33 @@ TEST_F(OtgDisk, ComesUpBesideTheHidDevices) {
 TEST_F(OtgDisk, IsCopiedBothWays) {
     serve();
     EXPECT_EQ(job("host.disk_read", {{"path", file("copy")}}).at("bytes"), kBlocks * 512);
-    EXPECT_EQ(content(file("copy")), std::string(disk_.image.begin(), disk_.image.end()));
+    EXPECT_EQ(content(file("copy")), std::string(app_.disk.image.begin(), app_.disk.image.end()));
     const std::string text(100'000, 'w');
     std::ofstream(file("new")) << text;
     job("host.disk_write", {{"path", file("new")}, {"block", 8}});
     EXPECT_TRUE(comes_true([] { return load_field(hal_mass_prv.busy) == 0; }));
-    EXPECT_TRUE(std::equal(text.begin(), text.end(), disk_.image.begin() + 8 * 512));
-    EXPECT_EQ(disk_.image[7 * 512], static_cast<std::uint8_t>(7 * 512 * 7 + 7));
-    disk_.told.clear();
+    EXPECT_TRUE(std::equal(text.begin(), text.end(), app_.disk.image.begin() + 8 * 512));
+    EXPECT_EQ(app_.disk.image[7 * 512], static_cast<std::uint8_t>(7 * 512 * 7 + 7));
+    app_.told.clear();
     ThreadTap::instance().forget();
     EXPECT_EQ(job("host.disk_ask", {{"command", "mode_select"}, {"data", std::string(48, '0')}})
                   .at("status"),
               "passed");
-    EXPECT_THAT(disk_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x15}));
+    EXPECT_THAT(app_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x15}));
     EXPECT_THAT(story("WARN command data ignore!!!\n", "INFO cbw callback 2!!!\n"),
                 ElementsAre("WARN command data ignore!!!\n", "INFO read data 24\n",
                             "INFO cbw callback 2!!!\n"));
-    disk_.told.clear();
+    app_.told.clear();
     EXPECT_EQ(command("2a000000000000000000", {{"direction", "out"}}), "passed");
-    EXPECT_THAT(disk_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x2A}))
+    EXPECT_THAT(app_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x2A}))
         << "there are no data";
-    disk_.told.clear();
+    app_.told.clear();
     EXPECT_EQ(command("2a000000000000005000",
                       {{"direction", "out"}, {"data", std::string(2 * 40960, '5')}}),
               "passed");
-    EXPECT_THAT(disk_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x2A},
-                                              Responder::Told{MASS_EVENT_DATA, 32768, 0},
-                                              Responder::Told{MASS_EVENT_DATA, 8192, 0}));
+    EXPECT_THAT(app_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x2A},
+                                             Responder::Told{MASS_EVENT_DATA, 32768, 0},
+                                             Responder::Told{MASS_EVENT_DATA, 8192, 0}));
 }
 
 TEST_F(OtgDisk, SurvivesHostsThatAskForMoreOrLessOrBreakOff) {
@@ -150,11 +185,12 @@ TEST_F(OtgDisk, SurvivesHostsThatAskForMoreOrLessOrBreakOff) {
     EXPECT_EQ(longer.at("status"), "passed");
     EXPECT_EQ(longer.at("residue"), 200 - 36);
     EXPECT_EQ(command("28000000000000000800", {{"length", 512}}), "passed");
-    disk_.mute = 0x28;
+    app_.mute = 0x28;
     EXPECT_EQ(command("28000000000000000800", {{"length", 4096}, {"abort_ms", 100}}), "broken");
-    disk_.mute = Responder::kAnswersAll;
+    app_.mute = Responder::kAnswersAll;
     EXPECT_TRUE(comes_true([] { return load_field(hal_mass_prv.busy) == 1; }));
-    const hal_mass_reply nothing{0, 0, disk_.image.data(), 1}; // the application gives it up, too
+    const hal_mass_reply nothing{0, 0, app_.disk.image.data(),
+                                 1}; // the application gives it up, too
     hal_mass_write(&nothing);
     EXPECT_EQ(job("host.disk_ask", {{"command", "test_unit_ready"}}).at("status"), "passed");
 }
@@ -162,7 +198,7 @@ TEST_F(OtgDisk, SurvivesHostsThatAskForMoreOrLessOrBreakOff) {
 TEST_F(OtgDisk, WithoutAnAnswerItIsWithdrawn) {
     serve();
     const std::size_t before = binds();
-    disk_.mute = 0x1A;
+    app_.mute = 0x1A;
     ThreadTap::instance().forget();
     const double start = seconds();
     ask("host.disk_ask", {{"command", "mode_sense"}});
@@ -180,7 +216,7 @@ TEST_F(OtgDisk, WithoutAnAnswerItIsWithdrawn) {
                     "INFO udc is usb-device.0\n", "INFO echo none to udc\n", "ERROR no udc\n",
                     "INFO udc is :usb-device.0\n", "INFO set_usbsta usbsta is -1\n", kWithdrawn));
     EXPECT_EQ(binds(), before + 2);
-    disk_.mute = Responder::kAnswersAll;
+    app_.mute = Responder::kAnswersAll;
     serve(); // and can be had again
 }
 
@@ -233,15 +269,15 @@ TEST_F(OtgDisk, APulledPlugEndsTheWorkerInEveryState) {
     ASSERT_TRUE(worker_reads());
     ends_unplugged("it waits for a command");
     serve();
-    disk_.mute = 0x28;
+    app_.mute = 0x28;
     ask("host.disk_read", {{"path", file("copy")}});
-    EXPECT_TRUE(comes_true([&] { return disk_.told.all().back().code == 0x28; }));
+    EXPECT_TRUE(comes_true([&] { return app_.told.all().back().code == 0x28; }));
     ends_unplugged("it waits for an answer");
-    disk_.mute = Responder::kAnswersAll;
+    app_.mute = Responder::kAnswersAll;
     serve();
     std::ofstream(file("new")) << std::string(kBlocks * 512, 'w');
     ask("host.disk_write", {{"path", file("new")}});
-    EXPECT_TRUE(comes_true([&] { return disk_.told.all().back().kind == MASS_EVENT_DATA; }));
+    EXPECT_TRUE(comes_true([&] { return app_.told.all().back().kind == MASS_EVENT_DATA; }));
     ends_unplugged("it reads data");
     serve();
     job("host.disk_read", {{"path", file("copy")}});
