@@ -1,0 +1,149 @@
+// Bytes per second that a host reads from the disk and writes to it: through the library, and from
+// a plain loop of reads and writes on the same node.
+
+#include "figures.h"
+#include "usb_port.h"
+
+#include "tests/support/memory_disk.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <unistd.h>
+
+namespace {
+
+using hal_test::otg::MemoryDisk;
+
+constexpr std::size_t kSize = 16 << 20;
+constexpr std::size_t kChunk = 32768;
+constexpr int kPairs = 10;
+constexpr int kBetween = 20; // times as fast the port comes up
+
+int plain_node = -1;
+
+MemoryDisk& disk_of_library() {
+    static MemoryDisk disk(
+        kSize / MemoryDisk::kBlock, [](const std::uint8_t* data, std::size_t length, bool last) {
+            const hal_mass_reply reply{0, static_cast<std::uint32_t>(length), data, last ? 1U : 0U};
+            hal_mass_write(&reply);
+        });
+    return disk;
+}
+
+void serve_library(hal_mass_data* event) {
+    MemoryDisk& disk = disk_of_library();
+    if (event->kind != MASS_EVENT_END && disk.take(event->kind, event->data, event->len)) {
+        disk.answer();
+    }
+}
+
+// Until the cable is pulled.
+void serve_plainly() {
+    MemoryDisk disk(kSize / MemoryDisk::kBlock,
+                    [](const std::uint8_t* data, std::size_t length, bool) {
+                        [[maybe_unused]] const ssize_t sent = write(plain_node, data, length);
+                    });
+    bench::await("the node",
+                 [] { return (plain_node = open("/dev/mass", O_RDWR | O_CLOEXEC)) >= 0; });
+    std::vector<std::uint8_t> bytes(kChunk);
+    const auto next = [&](std::uint32_t kind, std::size_t most) -> std::optional<std::size_t> {
+        const ssize_t got = read(plain_node, bytes.data(), most);
+        if (got <= 0) {
+            return std::nullopt;
+        }
+        if (disk.take(kind, bytes.data(), static_cast<std::uint32_t>(got))) {
+            disk.answer();
+            return 0;
+        }
+        return static_cast<std::size_t>(got);
+    };
+    while (const auto command = next(MASS_EVENT_CBW, 31)) {
+        std::size_t left = *command == 0 ? 0 : bytes[8] | bytes[9] << 8 | bytes[10] << 16;
+        while (left > 0) {
+            const auto got = next(MASS_EVENT_DATA, std::min(left, kChunk));
+            left -= got.value_or(left) == 0 ? left : got.value_or(left);
+        }
+    }
+    close(plain_node);
+}
+
+double seconds_of(vb::Client& world, const char* verb, const std::string& path) {
+    const auto since = world.ask("trace.last").get<std::uint64_t>();
+    const auto start = bench::Clock::now();
+    const vb::Json job = world.ask(verb, {{"path", path}});
+    if (!world.wait(since, {{"kind", "usb_disk"}, {"job", job}, {"state", "done"}})) {
+        std::fprintf(stderr, "the host does not get done\n");
+        std::_Exit(1);
+    }
+    return std::chrono::duration<double>(bench::Clock::now() - start).count();
+}
+
+struct Times {
+    std::vector<double> reading;
+    std::vector<double> writing;
+};
+
+// With the disk's server at work, until the host has its figures.
+void measure(vb::Client& world, const std::string& path, Times& times) {
+    bench::await("the disk", [&] { return bench::disk_is_known(world); });
+    world.ask("clock.speed", {{"factor", 1}});
+    seconds_of(world, "host.disk_read", path); // both begin warm
+    for (int i = 0; i < 3; ++i) {
+        times.reading.push_back(seconds_of(world, "host.disk_read", path));
+        times.writing.push_back(seconds_of(world, "host.disk_write", path));
+    }
+    world.ask("clock.speed", {{"factor", kBetween}});
+}
+
+void run(const std::string& commands) {
+    const std::string all = "cd /sys/kernel/config/usb_gadget/g1 && { " + commands + "; }";
+    if (std::system(all.c_str()) != 0) {
+        std::_Exit(1);
+    }
+}
+
+void print(const char* name, std::vector<double>& library, std::vector<double>& plain) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < library.size(); ++i) {
+        ratios.push_back(plain[i] / library[i]);
+    }
+    const double bytes = static_cast<double>(kSize) / 1e6;
+    std::printf("%-28s %7.1f MB/s   bare %7.1f MB/s   ratio %.3f (quartiles %.3f to %.3f)\n", name,
+                bytes / bench::quantile(library, 0.5), bytes / bench::quantile(plain, 0.5),
+                bench::quantile(ratios, 0.5), bench::quantile(ratios, 0.25),
+                bench::quantile(ratios, 0.75));
+}
+
+} // namespace
+
+int main() {
+    log_set_quiet(true);
+    vb::Client world = vb::Client::of_this_board();
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("otg_disk_bench." + std::to_string(getpid()));
+    world.ask("clock.speed", {{"factor", kBetween}});
+    bench::bring_up_hid();
+    Times library;
+    Times plain;
+    for (int pair = 0; pair < kPairs; ++pair) {
+        if (hal_mass_init(nullptr, 1, serve_library) != 0) {
+            return 1;
+        }
+        measure(world, path, library);
+        world.ask("host.unplug");
+        bench::await("the disk's end", [] { return bench::field(hal_mass_prv.thread_state) == 0; });
+        world.ask("host.plug");
+        run("echo none > UDC; ln -s functions/mtp.mass0 configs/c.1/; echo usb-device.0 > UDC");
+        std::jthread server(serve_plainly);
+        measure(world, path, plain);
+        world.ask("host.unplug");
+        server.join();
+        world.ask("host.plug");
+    }
+    std::filesystem::remove(path);
+    print("the host reads 16 MiB", library.reading, plain.reading);
+    print("the host writes 16 MiB", library.writing, plain.writing);
+    return 0;
+}
