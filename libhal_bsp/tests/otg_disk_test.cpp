@@ -58,8 +58,9 @@ class OtgDisk : public Port {
         app_.disk = MemoryDisk(kBlocks, Responder::send);
         app_.told.clear();
         app_.mute = Responder::kAnswersAll;
-        folder_ = std::filesystem::temp_directory_path() / ("otg_disk." + std::to_string(getpid()));
-        std::filesystem::create_directory(folder_);
+        std::string name = std::filesystem::temp_directory_path() / "otg_disk.XXXXXX";
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        folder_ = name;
     }
     void TearDown() override {
         ask("host.unplug"); // ends what the worker waits for
@@ -200,10 +201,12 @@ TEST_F(OtgDisk, WithoutAnAnswerItIsWithdrawn) {
     const std::size_t before = binds();
     app_.mute = 0x1A;
     ThreadTap::instance().forget();
+    set_speed(5); // each of the sleeps is a little longer than it should be
     const double start = seconds();
     ask("host.disk_ask", {{"command", "mode_sense"}});
     EXPECT_TRUE(says("INFO scsi timeout, just do otg_reset~~~~~~~~~~!!!!\n"));
     EXPECT_THAT(seconds() - start, testing::AllOf(Ge(7.0), testing::Lt(30.0)));
+    set_speed(20);
     expect_withdrawn();
     const Lines lines = story("INFO scsi timeout, just do otg_reset~~~~~~~~~~!!!!\n", kWithdrawn);
     EXPECT_THAT(
