@@ -192,7 +192,9 @@ TEST_F(OtgPort, ReportsCrossBothWaysAndSurviveThePlug) {
         }
         lamps.clear();
         ask("host.led", {{"lamp", "scroll"}, {"lit", round == 0 ? 1 : 0}});
-        EXPECT_EQ(lamps.wait_for(1).front(), (std::vector<int>{0, 2, 1, round == 0 ? 4 : 0}));
+        // A host that is there again may still be telling how its lamps were.
+        const std::vector<int> told{0, 2, 1, round == 0 ? 4 : 0};
+        EXPECT_TRUE(comes_true([&] { return lamps.wait_for(1).back() == told; }));
 
         ask("host.unplug");
         EXPECT_TRUE(devices_are_open(false));
