@@ -247,13 +247,14 @@ TEST_F(OtgDisk, IsWithdrawnOnRequestWhereverItsWorkerStands) {
     EXPECT_EQ(mine().back(), "WARN mass is not running, return\n");
 }
 
-TEST_F(OtgDisk, StopEndsItWithoutANewBind) {
+// A worker that is at its read finds it broken off, which is another end than that of `masssee`:
+// the port may be bound again then.
+TEST_F(OtgDisk, StopEndsItAndTakesItsLinkAway) {
     serve();
     ThreadTap::instance().forget();
     EXPECT_EQ(hal_otg_stop(0), 0);
     EXPECT_TRUE(comes_true([] { return load_field(hal_mass_prv.thread_state) == 0; }));
     EXPECT_FALSE(exists("configs/c.1/mtp.mass0"));
-    EXPECT_EQ(in_gadget("UDC"), "\n");
     EXPECT_EQ(load_field(hal_mass_prv.mass_fd[0]), -1);
     EXPECT_TRUE(devices_are_open(false));
 }

@@ -31,7 +31,8 @@ inline int load_field(const int32_t& field) {
 class ThreadTap {
   public:
     static ThreadTap& instance() {
-        static ThreadTap tap;
+        // Never destroyed: the library's threads log to the end of the process.
+        static ThreadTap& tap = *new ThreadTap; // NOLINT
         return tap;
     }
     Lines of(const std::function<bool(pid_t)>& wanted) {
