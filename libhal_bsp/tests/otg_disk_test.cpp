@@ -29,7 +29,8 @@ struct Responder {
     };
 
     static Responder& instance() {
-        static Responder responder;
+        // Never destroyed: the worker may call to the end of the process.
+        static Responder& responder = *new Responder; // NOLINT
         return responder;
     }
     static void send(const std::uint8_t* data, std::size_t length, bool last) {

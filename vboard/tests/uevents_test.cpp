@@ -26,8 +26,18 @@ class UeventsTest : public BoardTest {
                   0);
     }
 
-    // The texts of the next message; none where there is no message.
+    // The texts of the next message; none where there is no message. Where root's board has no
+    // fence the kernel tells it of the machine's mounts as well.
     Texts hear() {
+        Texts texts = hear_any();
+        while (!texts.empty() && texts.front().find("/virtual/bdi/") != std::string::npos) {
+            texts = hear_any();
+        }
+        return texts;
+    }
+
+  private:
+    Texts hear_any() {
         std::array<char, 4096> buffer{};
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
         Texts texts;
@@ -39,7 +49,6 @@ class UeventsTest : public BoardTest {
         return texts;
     }
 
-  private:
     UniqueFd socket_;
 };
 
