@@ -413,7 +413,7 @@ TEST_F(Disk, EndsAsItIsToldWhereverItsWorkerStands) {
     ends(1, 0, "INFO mass thread out, mass_fun_state is 0!\n");
     ends(1, 1, "INFO mass thread out, mass_fun_state is 3!\n");
     ends(3, 1, "INFO mass thread out, mass_fun_state is 3!\n");
-    ends(0, 1, "INFO mass thread out, mass_fun_state is 3!\n");
+    ends(0, 1, "INFO mass thread out, mass_fun_state is 0!\n"); // nobody has called deinit
     set("masssee", 1);
     Thread cancelled(hal_mass_listen, hal_mass_prv.thread_state);
     EXPECT_TRUE(comes_true([] { return load(hal_mass_prv.busy) == 1; }));

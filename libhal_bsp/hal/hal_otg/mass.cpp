@@ -27,6 +27,7 @@ static_assert(offsetof(hal_mass_state, mass_fd) == 4 && offsetof(hal_mass_state,
               offsetof(hal_mass_state, umount_flag) == 36 && sizeof(hal_mass_state) == 40);
 
 constinit hal::SharedFds hal::otg::mass_fds;
+constinit std::atomic<bool> hal::otg::mass_deinit_asked{false};
 
 namespace {
 
@@ -140,6 +141,7 @@ void hal_mass_deinit(void) {
         HAL_LOG(HAL_LOG_WARN, "mass is not running, return\n");
         return;
     }
+    mass_deinit_asked = true;
     std::atomic_ref(state.umount_flag).store(1);
     HAL_LOG(HAL_LOG_INFO, "sst masssee FUNCTION_RUN_STATE_UMOUNT\n");
     set_hidsee(FUNCTION_RUN_STATE_HANGUP);

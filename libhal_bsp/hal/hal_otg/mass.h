@@ -5,6 +5,7 @@
 
 #include "support/shared_fd.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace hal::otg {
@@ -14,6 +15,9 @@ inline constexpr uint32_t kCbwSize = 31;
 
 // The descriptor in the record.
 extern hal::SharedFds mass_fds;
+
+// hal_mass_deinit was called since the worker began: whatever `masssee` says, the disk is to go.
+extern std::atomic<bool> mass_deinit_asked;
 
 // Tells the application that the disk is gone.
 void tell_end(hal_mass_callback& callback);

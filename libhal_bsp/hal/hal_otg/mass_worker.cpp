@@ -117,7 +117,7 @@ void withdraw(MassWorker& worker) {
 }
 
 void end(MassWorker& worker) {
-    if (worker.unmounted_early && worker.state != FUNCTION_RUN_STATE_STOP) {
+    if (worker.unmounted_early && mass_deinit_asked && worker.state != FUNCTION_RUN_STATE_STOP) {
         worker.state = FUNCTION_RUN_STATE_UMOUNT; // `masssee` may not have said so yet
     }
     HAL_LOG(HAL_LOG_INFO, "mass thread out, mass_fun_state is %d!\n", worker.state);
@@ -137,6 +137,8 @@ void end(MassWorker& worker) {
 }
 
 void work_on_commands(MassWorker& worker) {
+    std::atomic_ref(hal_mass_prv.umount_flag).store(0);
+    mass_deinit_asked = false;
     HAL_LOG(HAL_LOG_INFO, "mass thread prepare!!!!\n");
     const Prepared prepared = prepare(worker);
     if (prepared == Prepared::kGivenUp) {
@@ -157,7 +159,7 @@ void work_on_commands(MassWorker& worker) {
 int32_t hal::otg::start_mass_worker() {
     hal_mass_state& state = hal_mass_prv;
     const MassRun run = mass_runs.begin(state.thread_state);
-    std::atomic_ref(state.umount_flag).store(0); // not by the thread: it could take a new wish
+    std::atomic_ref(state.umount_flag).store(0);
     // Its buffer is 32 KiB: it is made here, so that a worker that runs has it.
     std::unique_ptr<MassWorker> worker(new (std::nothrow) MassWorker(run));
     const int error =
@@ -170,7 +172,6 @@ int32_t hal::otg::start_mass_worker() {
 
 void* hal_mass_listen([[maybe_unused]] void* arg) {
     hal_mass_state& state = hal_mass_prv;
-    std::atomic_ref(state.umount_flag).store(0);
     const std::unique_ptr<MassWorker> worker(new (std::nothrow)
                                                  MassWorker(mass_runs.current(state.thread_state)));
     if (worker) {

@@ -121,9 +121,10 @@ HAL_API int32_t check_umount_flag(void);
  *   - so, and with the gadget bound again without the disk, when `masssee` is 3 or `umount_flag` 1,
  *     the node cannot be read, or be opened ten thousand times, or a command is not answered within
  *     7 s (MASS_EVENT_END)
- * There is neither MASS_EVENT_END nor a new bind where somebody else has removed the link
- * meanwhile. It leaves `thread_state` 0 and the node closed. `arg` is ignored. Cancellation ends
- * it, in the same way but for gadget and messages, in its waits, rests and reads.
+ * An `umount_flag` of 1 that is noticed before it serves ends it by what `masssee` says, unless
+ * hal_mass_deinit has set it. There is neither MASS_EVENT_END nor a new bind where somebody else
+ * has removed the link meanwhile. It leaves `thread_state` 0 and the node closed. `arg` is ignored.
+ * Cancellation ends it, in the same way but for gadget and messages, in its waits, rests and reads.
  */
 HAL_API void* hal_mass_listen(void* arg);
 
