@@ -32,8 +32,12 @@ UniqueFd open_below(const UniqueFd& root, const std::string& path) {
     open_how how{};
     how.flags = O_PATH | O_CLOEXEC;
     how.resolve = RESOLVE_IN_ROOT;
-    return UniqueFd(
-        static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+    int place = -1;
+    do {
+        place = static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how));
+        // At ".." the kernel gives up where anybody on the machine renamed or mounted meanwhile.
+    } while (place < 0 && (errno == EAGAIN || errno == EINTR));
+    return UniqueFd(place);
 }
 
 bool has_contents(const UniqueFd& place) {

@@ -127,6 +127,24 @@ TEST(ServedTree, IsChangedByItsDirectoriesOnly) {
     });
 }
 
+TEST(ServedTree, FindsPathsWhileSomebodyElseRenames) {
+    in_a_process_of_its_own<Served>([](Served& served) {
+        const TemporaryFolder folder;
+        std::filesystem::create_directories(folder / "one");
+        const std::jthread renamer([&](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                std::filesystem::rename(folder / "one", folder / "two");
+                std::filesystem::rename(folder / "two", folder / "one");
+            }
+        });
+        for (int times = 0; times < 300; ++times) {
+            ASSERT_EQ(error_of(symlink("/mnt/shelf/../box", "/mnt/shelf/link")), 0) << times;
+            ASSERT_EQ(error_of(unlink("/mnt/shelf/link")), 0);
+        }
+        EXPECT_EQ(served.events("symlink"), 300U);
+    });
+}
+
 TEST(ServedTree, TakesAnyBytesAndPathsAsTheirWriterSeesThem) {
     in_a_process_of_its_own<Served>([](Served& served) {
         EXPECT_EQ(contents_of("/mnt/box/blob"), std::string("a\0b", 3));
