@@ -27,23 +27,27 @@ UniqueFd Board::new_file(const std::string& name) {
 }
 
 void Board::act(const std::function<void()>& deed) {
+    do_under_lock(before_, deed);
+}
+
+void Board::look(const std::function<void()>& deed) {
+    do_under_lock({}, deed);
+}
+
+void Board::do_under_lock(const std::function<void()>& first, const std::function<void()>& deed) {
     Deeds later;
     {
         const std::lock_guard lock(mutex_);
-        later = act_locked(deed);
+        if (first) {
+            first();
+        }
+        deed();
+        traffic_.settle();
+        later.swap(later_);
     }
     for (const auto& each : later) {
         each();
     }
-}
-
-Board::Deeds Board::act_locked(const std::function<void()>& deed) {
-    if (before_) {
-        before_();
-    }
-    deed();
-    traffic_.settle();
-    return std::exchange(later_, {});
 }
 
 void Board::enter_network() {

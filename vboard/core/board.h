@@ -47,7 +47,9 @@ class Board {
 
     // Does something under the board's lock, then what follows from it.
     void act(const std::function<void()>& deed);
-    // Called at the start of every act(): for what must be seen before the deed.
+    // The same for a deed that the trace does not tell of.
+    void look(const std::function<void()>& deed);
+    // Called at the start of every act(): for what has to stand in the trace before the deed.
     void before_each_act(std::function<void()> hook) { before_ = std::move(hook); }
     // Where what outlives a start of the board is kept: gives the file of a name. If not said,
     // nothing is kept.
@@ -99,9 +101,9 @@ class Board {
   private:
     using Deeds = std::vector<std::function<void()>>;
 
+    void do_under_lock(const std::function<void()>& first, const std::function<void()>& deed);
     static UniqueFd new_file(const std::string& name);
     std::shared_ptr<Entry> take_away(const std::string& path);
-    Deeds act_locked(const std::function<void()>& deed);
     void run_timers(const std::stop_token& stop);
     void look_at_timers_again();
     BoardClock clock_;

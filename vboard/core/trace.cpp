@@ -59,6 +59,10 @@ void trim_event(Json& value, std::size_t& room) {
     }
 }
 
+Json head_of_event(std::uint64_t number, double seconds, const char* kind) {
+    return {{"n", number}, {"t", seconds}, {"kind", kind}};
+}
+
 } // namespace
 
 bool matches(const Json& event, const Json& pattern) {
@@ -78,7 +82,7 @@ bool Trace::write_to(const std::string& path, bool append) {
 }
 
 void Trace::add(const char* kind, Json details) {
-    Json event = {{"n", ++last_}, {"t", static_cast<double>(now_()) / 1e9}, {"kind", kind}};
+    Json event = head_of_event(++last_, seconds(), kind);
     event.get_ref<Json::object_t&>().reserve(event.size() + details.size() + 1);
     for (auto& [key, value] : details.get_ref<Json::object_t&>()) {
         event[key] = std::move(value);
@@ -99,12 +103,23 @@ void Trace::add(const char* kind, Json details) {
     for (const auto& [id, listener] : listeners_) {
         listener(event);
     }
-    remember(std::move(event), bytes);
+    remember({std::move(event), bytes});
 }
 
-void Trace::remember(Json event, std::size_t bytes) {
-    events_.push_back({std::move(event), bytes});
-    bytes_ += bytes;
+void Trace::add(const char* kind, Tell tell, std::size_t bytes) {
+    if (file_ || !listeners_.empty() || bytes > kLargestUntold) {
+        Json details = Json::object();
+        tell(details);
+        add(kind, std::move(details));
+        return;
+    }
+    ++last_;
+    remember({Untold{seconds(), kind, std::move(tell)}, sizeof(Remembered) + bytes});
+}
+
+void Trace::remember(Remembered event) {
+    bytes_ += event.bytes;
+    events_.push_back(std::move(event));
     while (events_.size() > kRemembered || bytes_ > kRememberedBytes) {
         bytes_ -= events_.front().bytes;
         events_.pop_front();
@@ -116,20 +131,37 @@ std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::si
     const std::uint64_t forgotten = last_ - events_.size();
     if (place < forgotten) {
         taken.push_back({{"n", forgotten},
-                         {"t", static_cast<double>(now_()) / 1e9},
+                         {"t", seconds()},
                          {"kind", "forgotten"},
                          {"events", forgotten - place}});
         place = forgotten;
         ++most;
     }
     while (place < last_ && taken.size() < most) {
-        const Json& event = events_[place - forgotten].event;
+        const auto& event = events_[place - forgotten].event;
         ++place;
-        if (matches(event, pattern)) {
-            taken.push_back(event);
+        if (const Json* known = std::get_if<Json>(&event); known != nullptr) {
+            if (matches(*known, pattern)) {
+                taken.push_back(*known);
+            }
+        } else if (const auto& untold = std::get<Untold>(event); may_match(untold, pattern)) {
+            if (Json now_told = told(place, untold); matches(now_told, pattern)) {
+                taken.push_back(std::move(now_told));
+            }
         }
     }
     return taken;
+}
+
+bool Trace::may_match(const Untold& event, const Json& pattern) {
+    const auto kind = pattern.find("kind");
+    return kind == pattern.end() || *kind == event.kind;
+}
+
+Json Trace::told(std::uint64_t number, const Untold& event) {
+    Json told = head_of_event(number, event.seconds, event.kind);
+    event.tell(told);
+    return told;
 }
 
 int Trace::listen(Listener listener) {

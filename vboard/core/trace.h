@@ -6,6 +6,9 @@
 //
 // Nothing here grows without end: of a long event the beginnings of its texts are kept, and
 // "whole" says how many bytes it had; of a long run the newest events are remembered.
+//
+// A program's calls are told of by functions, which write their JSON when somebody reads it: that
+// takes longer than what the board itself does for a call, and mostly nobody ever looks.
 
 #include "core/json.h"
 
@@ -16,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace vb {
@@ -34,6 +38,11 @@ class Trace {
     bool write_to(const std::string& path, bool append = false);
 
     void add(const char* kind, Json details);
+    // Puts the details of an event where they belong. What it goes by is its own, and does not
+    // change; it may be asked any number of times, or never.
+    using Tell = std::function<void(Json& event)>;
+    // `bytes` is what the details take in memory, about; `kind` lasts as long as the program.
+    void add(const char* kind, Tell tell, std::size_t bytes);
 
     // The number of the newest event; 0 before the first.
     std::uint64_t last() const { return last_; }
@@ -51,11 +60,18 @@ class Trace {
 
   private:
     static constexpr std::size_t kLargestEvent = 64 << 10;
+    static constexpr std::size_t kLargestUntold = 4 << 10; // its JSON takes several times as much
     static constexpr std::size_t kRemembered = 100'000;
     static constexpr std::size_t kRememberedBytes = 64 << 20;
 
+    // What nobody has read yet.
+    struct Untold {
+        double seconds;
+        const char* kind;
+        Tell tell;
+    };
     struct Remembered {
-        Json event;
+        std::variant<Json, Untold> event;
         std::size_t bytes;
     };
 
@@ -63,7 +79,10 @@ class Trace {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
-    void remember(Json event, std::size_t bytes);
+    double seconds() const { return static_cast<double>(now_()) / 1e9; }
+    void remember(Remembered event);
+    static bool may_match(const Untold& event, const Json& pattern);
+    static Json told(std::uint64_t number, const Untold& event);
 
     std::function<std::int64_t()> now_;
     std::unique_ptr<std::FILE, Closer> file_;

@@ -134,7 +134,7 @@ void Tbar::settle(unsigned position, bool moving) {
     moving_ = moving;
     Json event = show();
     event["node"] = node_;
-    board_.trace().add("tbar", event);
+    board_.trace().add("tbar", std::move(event));
     for (TbarFile* file : opens_) {
         file->tell();
     }

@@ -157,7 +157,7 @@ int serve_and_run(const Start& start, Fence& fence, UniqueFd fuse) {
     auto& board = *new Board(std::move(clock)); // NOLINT
     set_up(board, start);
     auto& log = *new SyslogSocket(board, fmt::format("{}/log", kHiddenFolder)); // NOLINT
-    board.before_each_act([&log] { log.drain(); });
+    board.before_each_act([&log] { log.catch_up(); });
 
     fence.close();
     Program program(options, fence, files_elsewhere(board.tree())); // before the first thread

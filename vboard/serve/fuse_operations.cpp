@@ -46,7 +46,7 @@ fuse_entry_param known(FuseServer& server, const std::shared_ptr<Entry>& entry,
 void lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     FuseServer& server = server_of(request);
     fuse_entry_param found{};
-    server.board().act([&] {
+    server.board().look([&] {
         const auto above = std::dynamic_pointer_cast<Directory>(server.entry(parent));
         if (const auto entry = above && !above->gone() ? above->find(name) : nullptr) {
             found = known(server, entry, server.path(parent) + "/" + name);
@@ -61,14 +61,14 @@ void lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
 
 void forget(fuse_req_t request, fuse_ino_t inode, std::uint64_t lookups) {
     FuseServer& server = server_of(request);
-    server.board().act([&] { server.forget(inode, lookups); });
+    server.board().look([&] { server.forget(inode, lookups); });
     fuse_reply_none(request);
 }
 
 void reply_attributes(fuse_req_t request, fuse_ino_t inode) {
     FuseServer& server = server_of(request);
     std::optional<struct stat> attributes;
-    server.board().act([&] {
+    server.board().look([&] {
         if (const auto entry = server.entry(inode)) {
             attributes = attributes_of(*entry, inode);
         }
@@ -92,7 +92,7 @@ void setattr(fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_
 void readlink(fuse_req_t request, fuse_ino_t inode) {
     FuseServer& server = server_of(request);
     std::string target;
-    server.board().act([&] {
+    server.board().look([&] {
         if (const auto link = std::dynamic_pointer_cast<Symlink>(server.entry(inode))) {
             target = link->target();
         }
@@ -154,7 +154,7 @@ void readdir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offse
     std::vector<char> reply(size);
     std::size_t used = 0;
     bool gone = false;
-    server.board().act([&] {
+    server.board().look([&] {
         Listing& listing = listing_of(info);
         const auto directory = std::dynamic_pointer_cast<Directory>(server.entry(inode));
         gone = !directory || directory->gone();
@@ -245,7 +245,7 @@ void close_open(FuseServer& server, std::uint64_t handle) {
 
 void answer_open(FuseServer& server, fuse_req_t request, fuse_file_info file,
                  const std::shared_ptr<OpenFile>& open) {
-    server.board().act([&] { file.fh = server.add_open(open); });
+    server.board().look([&] { file.fh = server.add_open(open); });
     file.direct_io = 1;
     file.nonseekable = open->file->seekable() ? 0 : 1;
     if (fuse_reply_open(request, &file) == -ENOENT) {
@@ -345,11 +345,12 @@ void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
 // The kernel copies what the size field in the code says, and that from our reply; where that is
 // not the whole record, the server has copied all of it already, so the two agree.
 void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_file_info* info,
-           unsigned, const void*, std::size_t, std::size_t reply_size) {
+           unsigned, const void* given, std::size_t given_size, std::size_t reply_size) {
     begin(request, [&](FuseServer& server) {
+        const ByteView copied(static_cast<const std::uint8_t*>(given), given_size);
         auto transfer = std::make_shared<RequestTransfer>(
             caller_of(request), server.find_open(info->fh), code,
-            static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(argument)));
+            static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(argument)), copied);
         transfer->on_answer([request, reply_size](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
                 fuse_reply_err(request, outcome.error);
@@ -402,7 +403,7 @@ void unlink(fuse_req_t request, fuse_ino_t parent, const char* name) {
 void symlink(fuse_req_t request, const char* text, fuse_ino_t parent, const char* name) {
     FuseServer& server = server_of(request);
     bool finds_target = false;
-    server.board().act([&] {
+    server.board().look([&] {
         const auto above = std::dynamic_pointer_cast<Directory>(server.entry(parent));
         finds_target = above && above->finds_targets();
     });
@@ -420,7 +421,7 @@ void poll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_pollhandle*
     // An old kernel does not say what is asked: then it is everything.
     const auto asked = static_cast<short>(info->poll_events != 0 ? info->poll_events : 0x7FFF);
     unsigned ready = POLLERR | POLLHUP;
-    server.board().act([&] {
+    server.board().look([&] {
         const auto open = server.find_open(info->fh);
         if (open && open->gone) {
             ready = static_cast<unsigned>(open->file->readiness_when_gone());

@@ -43,7 +43,7 @@ FuseServer::FuseServer(Board& board, int fuse_descriptor, UniqueFd proc)
 Found FuseServer::find(const Caller& caller, const std::string& path) {
     return caller.find(path, [this](const std::string& place) {
         std::shared_ptr<Entry> entry;
-        board_.act([&] { entry = board_.tree().find(place); });
+        board_.look([&] { entry = board_.tree().find(place); });
         // Something else is mounted over a placeholder.
         return std::dynamic_pointer_cast<Placeholder>(entry) ? nullptr : entry;
     });

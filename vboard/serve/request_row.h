@@ -28,7 +28,7 @@ struct RequestRow {
     using Handler = Outcome (*)(File& file, RequestCall& call);
 
     std::uint32_t code;
-    const char* name;
+    const char* name; // this and the fields last as long as the program: the trace goes by them
     Direction direction;
     std::uint32_t size; // the record's true size, whatever the code's size field says
     std::span<const RecordField> fields;

@@ -13,11 +13,13 @@ class SyslogSocket {
 
     // Takes in what has come. Called before every deed on the board, so that a message stands in
     // the trace before whatever its sender did next.
-    void drain();
+    void catch_up();
     // Watches the socket for the rest of the process's life.
     void serve();
 
   private:
+    void drain();
+
     Board& board_;
     UniqueFd socket_;
     Bytes buffer_;

@@ -8,6 +8,12 @@
 
 namespace vb {
 
+namespace {
+
+constexpr std::size_t kOfEachCall = 400; // bytes in memory, about
+
+} // namespace
+
 std::uint64_t Traffic::new_id() {
     static std::atomic<std::uint64_t> next{1};
     return next++;
@@ -89,24 +95,35 @@ void Traffic::attempt(const std::shared_ptr<Transfer>& transfer) {
     }
 }
 
+void Traffic::tell(Transfer& transfer, const Outcome& outcome) {
+    Transfer::Shown shown = transfer.show(outcome);
+    const std::size_t bytes = kOfEachCall + transfer.path().size() + shown.bytes;
+    Trace::Tell told = [node = transfer.path(), tid = transfer.caller().thread(),
+                        open = transfer.open() ? transfer.open()->id : 0,
+                        details = std::move(shown.details), kind = outcome.kind,
+                        error = outcome.error, result = outcome.result](Json& event) {
+        event["node"] = node;
+        event["tid"] = tid;
+        if (open != 0) {
+            event["open"] = open;
+        }
+        if (details) {
+            details(event);
+        }
+        if (kind == Outcome::Kind::failed) {
+            event["error"] = error_name(error);
+        } else {
+            event["result"] = result;
+        }
+    };
+    board_.trace().add(name_of(transfer.operation()), std::move(told), bytes);
+}
+
 void Traffic::finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome) {
     transfer->finished_ = true;
     live_.erase(transfer->id_);
 
-    Json event = Json::object();
-    event.get_ref<Json::object_t&>().reserve(12); // written at each call: it has to be quick
-    event["node"] = transfer->path();
-    event["tid"] = transfer->caller().thread();
-    if (transfer->open()) {
-        event["open"] = transfer->open()->id;
-    }
-    transfer->describe(outcome, event);
-    if (outcome.kind == Outcome::Kind::failed) {
-        event["error"] = error_name(outcome.error);
-    } else {
-        event["result"] = outcome.result;
-    }
-    board_.trace().add(name_of(transfer->operation()), std::move(event));
+    tell(*transfer, outcome);
     board_.afterwards([transfer, outcome = std::move(outcome)] { transfer->answer_(outcome); });
 }
 

@@ -41,6 +41,7 @@ class Traffic {
     void proceed(const std::shared_ptr<Transfer>& transfer);
     void attempt(const std::shared_ptr<Transfer>& transfer);
     void finish(const std::shared_ptr<Transfer>& transfer, Outcome outcome);
+    void tell(Transfer& transfer, const Outcome& outcome);
     bool strike(const std::shared_ptr<Transfer>& transfer);
 
     Board& board_;

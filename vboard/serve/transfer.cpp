@@ -11,6 +11,29 @@
 
 namespace vb {
 
+namespace {
+
+Transfer::Shown show_piece(std::size_t size, std::uint64_t offset, std::optional<Bytes> bytes) {
+    const std::size_t shown = bytes ? bytes->size() : 0;
+    return {[size, offset, bytes = std::move(bytes)](Json& event) {
+                event["size"] = size;
+                if (offset != 0) {
+                    event["offset"] = offset;
+                }
+                if (bytes) {
+                    event["bytes"] = to_hex(*bytes);
+                }
+            },
+            shown};
+}
+
+void put_code(const char* name, std::uint32_t code, Json& event) {
+    event["request"] = name;
+    event["code"] = fmt::format("{:#x}", code);
+}
+
+} // namespace
+
 void Transfer::spoil_bytes(Bytes& bytes) const {
     if (!spoil_) {
         return;
@@ -33,12 +56,14 @@ Outcome OpenTransfer::attempt(Board& board) {
     return outcome;
 }
 
-void OpenTransfer::describe(const Outcome&, Json& event) const {
-    static constexpr const char* kModes[] = {"read", "write", "read-write", "none"};
-    event["mode"] = kModes[call_.flags & O_ACCMODE];
-    if ((call_.flags & O_NONBLOCK) != 0) {
-        event["nonblocking"] = true;
-    }
+Transfer::Shown OpenTransfer::show(const Outcome&) {
+    return {[flags = call_.flags](Json& event) {
+        static constexpr const char* kModes[] = {"read", "write", "read-write", "none"};
+        event["mode"] = kModes[flags & O_ACCMODE];
+        if ((flags & O_NONBLOCK) != 0) {
+            event["nonblocking"] = true;
+        }
+    }};
 }
 
 int ChangeTransfer::change(Board& board, const std::string& name) {
@@ -67,10 +92,11 @@ Outcome ChangeTransfer::attempt(Board& board) {
     return Outcome::done();
 }
 
-void ChangeTransfer::describe(const Outcome&, Json& event) const {
-    if (operation_ == Operation::make_link) {
-        event["target"] = link_.text;
+Transfer::Shown ChangeTransfer::show(const Outcome&) {
+    if (operation_ != Operation::make_link) {
+        return {};
     }
+    return {[target = link_.text](Json& event) { event["target"] = target; }, link_.text.size()};
 }
 
 Outcome ReadTransfer::attempt(Board&) {
@@ -83,14 +109,10 @@ Outcome ReadTransfer::attempt(Board&) {
     return outcome;
 }
 
-void ReadTransfer::describe(const Outcome& outcome, Json& event) const {
-    event["size"] = size_;
-    if (offset_ != 0) {
-        event["offset"] = offset_;
-    }
-    if (outcome.kind == Outcome::Kind::done && !open()->file->bulky()) {
-        event["bytes"] = to_hex(outcome.data);
-    }
+Transfer::Shown ReadTransfer::show(const Outcome& outcome) {
+    const bool shows_bytes = outcome.kind == Outcome::Kind::done && !open()->file->bulky();
+    return show_piece(size_, offset_,
+                      shows_bytes ? std::optional<Bytes>(outcome.data) : std::nullopt);
 }
 
 Outcome WriteTransfer::attempt(Board&) {
@@ -108,19 +130,15 @@ void WriteTransfer::keep() {
     data_ = kept_;
 }
 
-void WriteTransfer::describe(const Outcome&, Json& event) const {
-    event["size"] = data_.size();
-    if (offset_ != 0) {
-        event["offset"] = offset_;
-    }
-    if (!open()->file->bulky()) {
-        event["bytes"] = to_hex(data_);
-    }
+Transfer::Shown WriteTransfer::show(const Outcome&) {
+    return show_piece(data_.size(), offset_,
+                      open()->file->bulky() ? std::nullopt
+                                            : std::optional<Bytes>({data_.begin(), data_.end()}));
 }
 
 RequestTransfer::RequestTransfer(Caller caller, const std::shared_ptr<OpenFile>& open,
-                                 std::uint32_t code, std::uint64_t argument)
-    : Transfer(caller, open->path, open), code_(code), argument_(argument) {
+                                 std::uint32_t code, std::uint64_t argument, ByteView given)
+    : Transfer(caller, open->path, open), code_(code), argument_(argument), given_(given) {
     const std::span<const RequestRow> rows = open->file->requests();
     const auto found = std::find_if(rows.begin(), rows.end(),
                                     [&](const RequestRow& row) { return row.code == code; });
@@ -136,11 +154,24 @@ Outcome RequestTransfer::attempt(Board& board) {
     }
     Bytes record(row_->size);
     RequestCall call{*row_, argument_, record, caller()};
-    if (row_->takes() && !caller().read(argument_, record)) {
+    if (row_->takes() && !take(record)) {
         return Outcome::failed(EFAULT);
     }
     taken_ = row_->takes() ? record : Bytes{};
     return ask(call, record);
+}
+
+void RequestTransfer::keep() {
+    kept_.assign(given_.begin(), given_.end());
+    given_ = kept_;
+}
+
+bool RequestTransfer::take(Bytes& record) const {
+    if (given_.size() < record.size()) {
+        return caller().read(argument_, record);
+    }
+    std::copy_n(given_.begin(), record.size(), record.begin());
+    return true;
 }
 
 Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
@@ -163,24 +194,30 @@ Outcome RequestTransfer::ask(RequestCall& call, Bytes& record) const {
     return outcome;
 }
 
-void RequestTransfer::describe(const Outcome& outcome, Json& event) const {
-    event["request"] = row_ == nullptr ? "?" : row_->name;
-    event["code"] = fmt::format("{:#x}", code_);
+// The row may go with its file.
+Transfer::Shown RequestTransfer::show(const Outcome& outcome) {
     if (row_ == nullptr) {
-        return;
+        return {[code = code_](Json& event) { put_code("?", code, event); }};
     }
-    event["size"] = row_->size;
-    if (row_->size == 0) {
-        event["argument"] = argument_;
-    }
-    if (row_->takes()) {
-        event["bytes"] = to_hex(taken_);
-        event["record"] = decode(row_->fields, taken_);
-    }
-    if (outcome.kind == Outcome::Kind::done && row_->gives()) {
-        event["reply"] = to_hex(outcome.data);
-        event["reply_record"] = decode(row_->fields, outcome.data);
-    }
+    const bool replied = outcome.kind == Outcome::Kind::done && row_->gives();
+    const std::size_t bytes = 2 * (taken_.size() + (replied ? outcome.data.size() : 0));
+    return {[row = *row_, argument = argument_, taken = std::move(taken_), replied,
+             reply = replied ? outcome.data : Bytes{}, code = code_](Json& event) {
+                put_code(row.name, code, event);
+                event["size"] = row.size;
+                if (row.size == 0) {
+                    event["argument"] = argument;
+                }
+                if (row.takes()) {
+                    event["bytes"] = to_hex(taken);
+                    event["record"] = decode(row.fields, taken);
+                }
+                if (replied) {
+                    event["reply"] = to_hex(reply);
+                    event["reply_record"] = decode(row.fields, reply);
+                }
+            },
+            bytes};
 }
 
 } // namespace vb

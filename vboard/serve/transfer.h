@@ -3,6 +3,7 @@
 // trace is to show of it.
 
 #include "core/faults.h"
+#include "core/trace.h"
 #include "serve/file.h"
 #include "serve/tree.h"
 
@@ -49,8 +50,13 @@ class Transfer {
     virtual void keep() {}
     // Who sends the outcome to the caller; called once, without the board's lock.
     void on_answer(Answer answer) { answer_ = std::move(answer); }
-    // What the trace is to show of the call.
-    virtual void describe(const Outcome& outcome, Json& event) const = 0;
+    // What the trace is to show of the call besides what all calls have. Asked once, at its end:
+    // the bytes that only the trace still needs are given away.
+    struct Shown {
+        Trace::Tell details;
+        std::size_t bytes = 0; // of what is shown
+    };
+    virtual Shown show(const Outcome& outcome) = 0;
 
     const Caller& caller() const { return caller_; }
     const std::string& path() const { return path_; }
@@ -85,7 +91,7 @@ class OpenTransfer : public Transfer {
     Outcome attempt(Board& board) override;
     bool gone() const override { return node_->gone(); }
     bool nonblocking() const override { return (call_.flags & O_NONBLOCK) != 0; }
-    void describe(const Outcome& outcome, Json& event) const override;
+    Shown show(const Outcome& outcome) override;
 
   private:
     OpenCall call_;
@@ -109,7 +115,7 @@ class ChangeTransfer : public Transfer {
     Operation operation() const override { return operation_; }
     Outcome attempt(Board& board) override;
     bool gone() const override { return above_->gone(); }
-    void describe(const Outcome& outcome, Json& event) const override;
+    Shown show(const Outcome& outcome) override;
 
     // What was made.
     const std::shared_ptr<Entry>& made() const { return made_; }
@@ -134,7 +140,7 @@ class ReadTransfer : public Transfer {
     Operation operation() const override { return Operation::read; }
     Outcome attempt(Board& board) override;
     bool nonblocking() const override { return nonblocking_; }
-    void describe(const Outcome& outcome, Json& event) const override;
+    Shown show(const Outcome& outcome) override;
 
   private:
     std::size_t size_;
@@ -155,7 +161,7 @@ class WriteTransfer : public Transfer {
     Outcome attempt(Board& board) override;
     bool nonblocking() const override { return nonblocking_; }
     void keep() override;
-    void describe(const Outcome& outcome, Json& event) const override;
+    Shown show(const Outcome& outcome) override;
 
   private:
     ByteView data_;
@@ -171,24 +177,30 @@ class SyncTransfer : public Transfer {
         : Transfer(caller, open->path, open) {}
     Operation operation() const override { return Operation::sync; }
     Outcome attempt(Board&) override { return open()->file->sync(); }
-    void describe(const Outcome&, Json&) const override {}
+    Shown show(const Outcome&) override { return {}; }
 };
 
 class RequestTransfer : public Transfer {
   public:
+    // `given` is what the kernel has copied of the record, as far as the code says that there is
+    // something.
     RequestTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, std::uint32_t code,
-                    std::uint64_t argument);
+                    std::uint64_t argument, ByteView given);
     Operation operation() const override { return Operation::request; }
     std::string request_name() const override { return row_ == nullptr ? "" : row_->name; }
     std::uint32_t request_code() const override { return code_; }
     Outcome attempt(Board& board) override;
-    void describe(const Outcome& outcome, Json& event) const override;
+    void keep() override;
+    Shown show(const Outcome& outcome) override;
 
   private:
+    bool take(Bytes& record) const;
     Outcome ask(RequestCall& call, Bytes& record) const;
 
     std::uint32_t code_;
     std::uint64_t argument_;
+    ByteView given_;
+    Bytes kept_; // the same, once the caller's call has to wait
     const RequestRow* row_ = nullptr;
     Bytes taken_; // the record as the caller gave it
 };

@@ -48,6 +48,39 @@ TEST(Trace, KeepsTheBeginningOfALongEventAndSaysHowLongItWas) {
     EXPECT_EQ(trace.after(0, {{"error", "EINVAL"}}).size(), 1U);
 }
 
+TEST(Trace, TellsOfCallsOnceSomebodyReadsOfThem) {
+    std::int64_t now = 1'000'000'000;
+    Trace trace([&] { return now; });
+    int told = 0;
+    const auto add = [&](const char* kind, std::string text) {
+        const std::size_t bytes = text.size();
+        const auto tell = [&told, text = std::move(text)](Json& event) {
+            ++told;
+            event["text"] = text;
+        };
+        trace.add(kind, tell, bytes);
+    };
+    add("read", "a");
+    now = 2'000'000'000;
+    add("write", "b");
+    EXPECT_EQ(trace.after(0, {{"kind", "write"}}).at(0).dump(),
+              R"({"n":2,"t":2.0,"kind":"write","text":"b"})");
+    EXPECT_EQ(told, 1) << "the read was nobody's business";
+    EXPECT_EQ(trace.after(0, {{"text", "a"}}).at(0).at("t"), 1.0);
+
+    add("write", std::string(100'000, 'x'));
+    EXPECT_GT(trace.after(2, {}).at(0).value("whole", 0), 100'000);
+    std::vector<Json> heard;
+    trace.listen([&](const Json& event) { heard.push_back(event); });
+    add("write", "c");
+    EXPECT_EQ(heard, trace.after(3, {}));
+
+    for (int i = 0; i < 40'000; ++i) {
+        add("read", std::string(4000, 'x'));
+    }
+    EXPECT_EQ(trace.after(0, {{"kind", "write"}}).at(0).at("kind"), "forgotten");
+}
+
 TEST(Trace, ForgetsTheOldestAndTellsWhoAsksForThem) {
     Trace trace([] { return 0; });
     for (int i = 0; i < 1500; ++i) {

@@ -60,6 +60,22 @@ TEST_F(TransfersTest, AreHeldUntilTheyAreReleased) {
     EXPECT_EQ(board().ask("fault.release", {{"tag", "gate"}}), 1);
 }
 
+TEST_F(TransfersTest, KeepTheirRecordWhileTheyAreHeld) {
+    const UniqueFd fd = configured();
+    const UniqueFd fader = plain::open("/dev/tbar0");
+    add_fault("/dev/tbar0:ioctl:hold=gate:once");
+    std::uint8_t lock = 77;
+    std::jthread caller([&] { EXPECT_EQ(plain::request(fader, 0x40015401, &lock), 0); });
+    expect_event({{"kind", "fault"}, {"action", "hold=gate"}});
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(get(fd), 0);
+    }
+    EXPECT_EQ(board().ask("fault.release", {{"tag", "gate"}}), 1);
+    caller.join();
+    EXPECT_EQ(expect_event({{"kind", "tbar"}}).at("lock"), lock);
+    EXPECT_EQ(expect_event({{"request", "TBAR_SET_LOCK"}}).at("bytes"), "4d");
+}
+
 TEST_F(TransfersTest, AreHeldNoLongerOnceTheirCallerWasInterrupted) {
     const UniqueFd fd = configured();
     std::signal(SIGUSR1, [](int) {});
