@@ -67,17 +67,27 @@ Json object_of(const Arguments& arguments, bool serving) {
     return {{"image", arguments.image}, {"read_only", arguments.read_only}, {"serving", serving}};
 }
 
-// Until a signal comes or the library ends the disk, as it does when the host goes.
+// Until a signal comes. When a host goes the library ends the disk; it is added anew for the next.
 std::optional<int> serve(Tool& tool, port::Port& port, const Arguments& arguments) {
     std::int32_t result = 0;
-    if (const auto status = port.run([&] { result = hal_mass_init(nullptr, 1, on_event); })) {
+    const auto add = [&] {
+        withdrawn = false;
+        result = hal_mass_init(nullptr, 1, on_event);
+    };
+    if (const auto status = port.run(add)) {
         return status;
     }
-    if (result != 0 || withdrawn) {
-        return tool.failed(kServe, "the disk cannot be added to the gadget");
-    }
-    tool.output().print(object_of(arguments, true), fmt::format("serving {}", arguments.image));
-    port.wait_for_signal_or([] { return withdrawn || is_idle(); });
+    bool had_host = false;
+    do {
+        if (result != 0 || (withdrawn && !had_host)) {
+            return tool.failed(kServe, "the disk cannot be added to the gadget");
+        }
+        had_host = true;
+        if (!withdrawn) { // as it is already where the next host was quick to go
+            tool.output().print(object_of(arguments, true),
+                                fmt::format("serving {}", arguments.image));
+        }
+    } while (port.waited_until(is_idle) && port.waited_for_host() && port.ran(add));
     return std::nullopt;
 }
 
@@ -124,8 +134,8 @@ void add_disk(Command& root, Tool& tool) {
     Command& group = root.group("disk", "A disk for the host on the USB device port, which is "
                                         "brought up if it is not");
     Command& serve = group.verb("serve",
-                                "Be a disk with the contents of an image, until a signal "
-                                "or the host ends it",
+                                "Be a disk with the contents of an image for each host "
+                                "that comes, until a signal",
                                 "halctl disk serve disk.img --read-only");
     auto arguments = std::make_shared<disk::Arguments>();
     serve.text("IMAGE", arguments->image, "File or partition of whole sectors of 512 bytes");

@@ -217,9 +217,17 @@ std::optional<int> Port::wait_for_host(double seconds) {
                       fmt::format("no host has configured the port within {} s", seconds));
 }
 
-void Port::wait_for_signal_or(const std::function<bool()>& is_so) {
-    while (!is_so() && !pause_interrupted()) {
+bool Port::waited_for_host() {
+    return waited_until(has_host);
+}
+
+bool Port::waited_until(const std::function<bool()>& is_so) {
+    while (!is_so()) {
+        if (pause_interrupted()) {
+            return false;
+        }
     }
+    return true;
 }
 
 bool Port::waited_for(const std::function<bool()>& is_so, double seconds) {
@@ -231,6 +239,10 @@ bool Port::waited_for(const std::function<bool()>& is_so, double seconds) {
 }
 
 std::optional<int> Port::run(const std::function<void()>& call) {
+    return ran(call) ? std::nullopt : std::optional(tool_.interrupted(what_, watch_.signal()));
+}
+
+bool Port::ran(const std::function<void()>& call) {
     std::thread caller([&] {
         call();
         watch_.post({});
@@ -244,7 +256,7 @@ std::optional<int> Port::run(const std::function<void()>& call) {
         }
     }
     caller.join();
-    return interrupted ? std::optional(tool_.interrupted(what_, watch_.signal())) : std::nullopt;
+    return !interrupted;
 }
 
 } // namespace halctl::port

@@ -75,14 +75,18 @@ class Port {
                                   const std::string& otherwise);
     // Waits until the host has configured the device and reports can be written.
     std::optional<int> wait_for_host(double seconds);
-    // The same without a limit, or until a signal comes.
-    void wait_for_signal_or(const std::function<bool()>& is_so);
-    // The same with a limit and whatever signals come; whether it is so.
+    // The same without a limit: false when a signal came first.
+    bool waited_for_host();
+    // Waits until it is so: false when a signal came first.
+    bool waited_until(const std::function<bool()>& is_so);
+    // The same with a limit and whatever signals come.
     bool waited_for(const std::function<bool()>& is_so, double seconds);
 
     // Runs a call of the library's on a thread of its own. A signal cancels it, half a second after
     // is_stopping() has become true.
     std::optional<int> run(const std::function<void()>& call);
+    // The same: false when a signal came first.
+    bool ran(const std::function<void()>& call);
     bool is_stopping() const { return stopping_; }
 
   private:

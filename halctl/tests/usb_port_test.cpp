@@ -81,10 +81,13 @@ TEST(DiskServe, TheHostReadsAndWritesTheImageUntilASignal) {
         "vboard ctl host disk_write $PWD/more 2046 >/dev/null; same -i 1047552:0 image more\n"
         "kill -TERM $!; wait $!; echo $?; cat out; halctl otg status | head -n 1\n"
         "halctl otg up; halctl disk serve image --read-only >out & disk\n"
-        "vboard ctl host unplug; wait $!; echo $?; vboard ctl host plug\n"
+        "vboard ctl host unplug; vboard ctl host plug; until [ $(wc -l <out) = 2 ]; do :; done\n"
+        "disk; vboard ctl host disk_read $PWD/again >/dev/null; same again image\n"
+        "kill -TERM $!; wait $!; echo $?; tail -n 2 out; halctl otg down\n"
         "head -c 513 image > odd; halctl disk serve odd; echo $?");
     EXPECT_THAT(result.out, HasSubstr("0\nserving image\n")) << result.err;
-    EXPECT_THAT(result.out, HasSubstr("1048576 bytes read, 1024 bytes written\ndown\n0\n1\n"));
+    EXPECT_THAT(result.out, HasSubstr("1048576 bytes read, 1024 bytes written\ndown\n0\n"));
+    EXPECT_THAT(result.out, HasSubstr(" commands, 1048576 bytes read, 0 bytes written\n1\n"));
     EXPECT_EQ(result.err, "halctl: disk serve: 'odd': its size is no number of sectors\n");
     fs::remove_all(folder);
 }

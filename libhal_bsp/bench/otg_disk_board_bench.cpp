@@ -9,10 +9,11 @@
 #include "tests/support/memory_disk.h"
 
 #include <array>
+#include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <optional>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -138,13 +139,30 @@ void print(const char* name, std::vector<double> library, std::vector<double> pl
                 bench::quantile(ratios, 0.75));
 }
 
-} // namespace
+// An empty file for the host's copy.
+class CopyFile {
+  public:
+    CopyFile() : path_(std::filesystem::temp_directory_path() / "otg_disk_bench.XXXXXX") {
+        const int file = mkstemp(path_.data());
+        if (file < 0) {
+            throw std::system_error(errno, std::generic_category(), path_);
+        }
+        close(file);
+    }
+    ~CopyFile() { unlink(path_.c_str()); }
+    CopyFile(const CopyFile&) = delete;
+    CopyFile& operator=(const CopyFile&) = delete;
 
-int main() {
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+int take_figures() {
     log_set_quiet(true);
     vb::Client world = vb::Client::of_this_board();
-    const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("otg_disk_bench." + std::to_string(getpid()));
+    const CopyFile copy;
     world.ask("clock.speed", {{"factor", kBetween}});
     bench::bring_up_hid();
     Times library;
@@ -154,7 +172,7 @@ int main() {
         if (hal_mass_init(nullptr, 1, serve_library) != 0) {
             return 1;
         }
-        measure(world, path, library);
+        measure(world, copy.path(), library);
         world.ask("host.unplug");
         bench::await("the disk's end", [] { return bench::field(hal_mass_prv.thread_state) == 0; });
         world.ask("host.plug");
@@ -162,16 +180,21 @@ int main() {
             run("echo none > UDC; [ -e configs/c.1/mtp.mass0 ] || "
                 "ln -s functions/mtp.mass0 configs/c.1/; echo usb-device.0 > UDC");
             std::jthread server(serve_plainly, times == &dutiful);
-            measure(world, path, *times);
+            measure(world, copy.path(), *times);
             world.ask("host.unplug");
             server.join();
             world.ask("host.plug");
         }
     }
-    std::filesystem::remove(path);
     print("read, against the plain loop", library.reading, plain.reading);
     print("read, against the dutiful one", library.reading, dutiful.reading);
     print("written, against the plain loop", library.writing, plain.writing);
     print("written, against the dutiful one", library.writing, dutiful.writing);
     return 0;
+}
+
+} // namespace
+
+int main() {
+    return bench::status_of(take_figures);
 }

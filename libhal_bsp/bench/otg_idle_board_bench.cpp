@@ -80,9 +80,7 @@ void print_wakeups(vb::Client& world, const char* name, const char* first_words,
                 mailbox.c_str());
 }
 
-} // namespace
-
-int main() {
+int take_figures() {
     log_set_quiet(true);
     log_add_callback(note_thread, nullptr, HAL_LOG_TRACE);
     vb::Client world = vb::Client::of_this_board();
@@ -106,4 +104,10 @@ int main() {
     print_wakeups(world, "disk worker, without a host", kMass, "masssee");
     print_wakeups(world, "watch over a bind, without a host", "udc thread running!!!!\n", "usbsta");
     return 0;
+}
+
+} // namespace
+
+int main() {
+    return bench::status_of(take_figures);
 }

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <thread>
 
@@ -47,6 +48,17 @@ inline void bring_up_hid() {
         std::_Exit(1);
     }
     await("the HID devices", [] { return field(hal_hid_prv.hid_fd[0]) >= 0; });
+}
+
+// The status of a program that takes its figures so: what goes wrong on the way is told.
+template <class Figures>
+int status_of(Figures take_figures) {
+    try {
+        return take_figures();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
 }
 
 } // namespace bench

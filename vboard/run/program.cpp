@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <system_error>
 
 namespace vb {
@@ -88,6 +89,28 @@ void reset_signals() {
     }
 }
 
+// Whether a folder of PATH has a file of that name, which may not be one to run.
+bool is_on_path(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::istringstream folders(path == nullptr ? "" : path);
+    std::string folder;
+    while (std::getline(folders, folder, ':')) {
+        std::error_code ignored;
+        const fs::path file = fs::path(folder.empty() ? "." : folder) / name;
+        if (fs::exists(file, ignored) && !fs::is_directory(file, ignored)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// execvp() takes a folder of PATH that it may not look into, such as one of root's that an ordinary
+// user has inherited, for a program that may not be run. A shell goes on, and finds nothing.
+int reason_not_to_run(const std::string& name, int error) {
+    const bool sought = name.find('/') == std::string::npos;
+    return error == EACCES && sought && !is_on_path(name) ? ENOENT : error;
+}
+
 [[noreturn]] void become(const std::vector<std::string>& program) {
     std::vector<char*> arguments;
     for (const std::string& argument : program) {
@@ -95,7 +118,7 @@ void reset_signals() {
     }
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
-    const int error = errno;
+    const int error = reason_not_to_run(program[0], errno);
     fmt::print(stderr, "vboard: {}: {}\n", program[0], std::strerror(error));
     _exit(error == ENOENT ? kExitNotFound : kExitCannotRun);
 }

@@ -87,6 +87,14 @@ TEST(Launcher, SaysWhatIsWrongAndHasACodeForIt) {
         EXPECT_EQ(result.status, each.status) << each.complaint;
         EXPECT_THAT(result.err, HasSubstr(each.complaint));
     }
+
+    // A folder of the program's name on PATH is refused like a folder of PATH that may not be read.
+    fs::create_directory(folder / "no-such-program");
+    const CommandResult result =
+        run_command({"env", fmt::format("PATH={}:{}", folder.path(), std::getenv("PATH")), VBOARD,
+                     "run", "--", "no-such-program"});
+    EXPECT_EQ(result.status, 127);
+    EXPECT_THAT(result.err, HasSubstr("no-such-program: No such file"));
 }
 
 TEST(Launcher, SaysWhichOfItsOwnFilesIsMissing) {

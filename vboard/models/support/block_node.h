@@ -18,7 +18,7 @@ namespace vb {
 
 // A disk, as the board's power and time treat it: what is written is stored when it is flushed,
 // when it has waited for 30 s of board time, or when too much waits. It lasts as long as the board.
-class BlockDisk : public Storage {
+class BlockDisk final : public Storage {
   public:
     BlockDisk(Board& board, UniqueFd file, std::uint64_t size);
 
@@ -107,14 +107,14 @@ class BlockFile : public File {
         value = number;
         return Outcome::done();
     }
-    Outcome size(std::uint64_t& bytes);
-    Outcome sectors(std::uint64_t& count);
-    Outcome is_read_only(std::int32_t& value);
-    Outcome set_read_only(std::int32_t value);
+    Outcome size(std::uint64_t& bytes) const;
+    Outcome sectors(std::uint64_t& count) const;
+    Outcome is_read_only(std::int32_t& value) const;
+    Outcome set_read_only(std::int32_t value) const;
     Outcome flush();
     Outcome look_again();
     Outcome discard(const Range& range);
-    Outcome geometry(hd_geometry& record);
+    Outcome geometry(hd_geometry& record) const;
 
   private:
     std::uint64_t room(std::uint64_t offset) const;
