@@ -70,7 +70,7 @@ class TraceReader {
         }
         board_.act([&] {
             place_ = since.value_or(board_.trace().last());
-            listener_ = board_.trace().listen([this](const Json& event) { stir(event); });
+            listener_ = board_.trace().listen(match_, [this](const Json&) { stir(); });
         });
     }
     ~TraceReader() {
@@ -93,8 +93,8 @@ class TraceReader {
     }
 
   private:
-    void stir(const Json& event) {
-        if (!will_look_ && matches(event, match_)) {
+    void stir() {
+        if (!will_look_) {
             will_look_ = true;
             eventfd_write(stirred_.get(), 1);
         }

@@ -59,6 +59,12 @@ void trim_event(Json& value, std::size_t& room) {
     }
 }
 
+// Whether an event of this kind can, before its JSON is made.
+bool may_match(const char* kind, const Json& pattern) {
+    const auto wanted = pattern.find("kind");
+    return wanted == pattern.end() || *wanted == kind;
+}
+
 Json head_of_event(std::uint64_t number, double seconds, const char* kind) {
     return {{"n", number}, {"t", seconds}, {"kind", kind}};
 }
@@ -100,14 +106,16 @@ void Trace::add(const char* kind, Json details) {
         std::fprintf(file_.get(), "%s\n", line.c_str());
         std::fflush(file_.get());
     }
-    for (const auto& [id, listener] : listeners_) {
-        listener(event);
+    for (const auto& [id, listening] : listeners_) {
+        if (matches(event, listening.pattern)) {
+            listening.listener(event);
+        }
     }
     remember({std::move(event), bytes});
 }
 
 void Trace::add(const char* kind, Tell tell, std::size_t bytes) {
-    if (file_ || !listeners_.empty() || bytes > kLargestUntold) {
+    if (file_ || may_be_heard(kind) || bytes > kLargestUntold) {
         Json details = Json::object();
         tell(details);
         add(kind, std::move(details));
@@ -144,7 +152,7 @@ std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::si
             if (matches(*known, pattern)) {
                 taken.push_back(*known);
             }
-        } else if (const auto& untold = std::get<Untold>(event); may_match(untold, pattern)) {
+        } else if (const auto& untold = std::get<Untold>(event); may_match(untold.kind, pattern)) {
             if (Json now_told = told(place, untold); matches(now_told, pattern)) {
                 taken.push_back(std::move(now_told));
             }
@@ -153,19 +161,20 @@ std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::si
     return taken;
 }
 
-bool Trace::may_match(const Untold& event, const Json& pattern) {
-    const auto kind = pattern.find("kind");
-    return kind == pattern.end() || *kind == event.kind;
-}
-
 Json Trace::told(std::uint64_t number, const Untold& event) {
     Json told = head_of_event(number, event.seconds, event.kind);
     event.tell(told);
     return told;
 }
 
-int Trace::listen(Listener listener) {
-    listeners_.emplace(next_listener_, std::move(listener));
+bool Trace::may_be_heard(const char* kind) const {
+    return std::any_of(listeners_.begin(), listeners_.end(), [kind](const auto& listening) {
+        return may_match(kind, listening.second.pattern);
+    });
+}
+
+int Trace::listen(Json pattern, Listener listener) {
+    listeners_.emplace(next_listener_, Listening{std::move(pattern), std::move(listener)});
     return next_listener_++;
 }
 

@@ -55,7 +55,8 @@ class Trace {
     // with it has looked at each event once.
     std::vector<Json> take(std::uint64_t& place, const Json& pattern, std::size_t most) const;
 
-    int listen(Listener listener);
+    // Calls it with each event that matches.
+    int listen(Json pattern, Listener listener);
     void unlisten(int id) { listeners_.erase(id); }
 
   private:
@@ -75,13 +76,17 @@ class Trace {
         std::size_t bytes;
     };
 
+    struct Listening {
+        Json pattern;
+        Listener listener;
+    };
     struct Closer {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
     double seconds() const { return static_cast<double>(now_()) / 1e9; }
     void remember(Remembered event);
-    static bool may_match(const Untold& event, const Json& pattern);
+    bool may_be_heard(const char* kind) const;
     static Json told(std::uint64_t number, const Untold& event);
 
     std::function<std::int64_t()> now_;
@@ -89,7 +94,7 @@ class Trace {
     std::deque<Remembered> events_; // the last one is number last_
     std::size_t bytes_ = 0;         // of all of them
     std::uint64_t last_ = 0;
-    std::map<int, Listener> listeners_;
+    std::map<int, Listening> listeners_;
     int next_listener_ = 1;
 };
 

@@ -71,9 +71,13 @@ TEST(Trace, TellsOfCallsOnceSomebodyReadsOfThem) {
     add("write", std::string(100'000, 'x'));
     EXPECT_GT(trace.after(2, {}).at(0).value("whole", 0), 100'000);
     std::vector<Json> heard;
-    trace.listen([&](const Json& event) { heard.push_back(event); });
+    trace.listen({{"kind", "write"}}, [&](const Json& event) { heard.push_back(event); });
     add("write", "c");
     EXPECT_EQ(heard, trace.after(3, {}));
+    told = 0;
+    add("read", "nobody listens to");
+    EXPECT_EQ(told, 0);
+    EXPECT_EQ(heard.size(), 1U);
 
     for (int i = 0; i < 40'000; ++i) {
         add("read", std::string(4000, 'x'));

@@ -118,7 +118,7 @@ class UsbHost : public testing::Test {
             Settings settings(settings_, "host", kUsbHost.settings);
             board_.add_model(kUsbHost.make(board_, settings));
             socket_ = board_.parts().find<usb::Socket>("host");
-            board_.trace().listen([this](const Json& event) {
+            board_.trace().listen({}, [this](const Json& event) {
                 const std::lock_guard lock(mutex_);
                 events_.push_back(event);
                 came_.notify_all();
