@@ -267,8 +267,9 @@ HAL_API void* rcv(void* arg);
  * Sets the HID devices up: takes the report IDs of `info`, sends them, and attaches the USB device
  * anew, in about 1 s. `info` is only read, and not kept; with a null one the IDs stay as they are.
  * `callback` is called with each report of the host's: `dev` is 0, `len` 0 to MCU_VALUE_BYTES.
- * Returns the result of the last packet, as sata_write does; whatever it is, IDs and callback are
- * set, and later recoveries set the devices up.
+ * Returns the result of the last packet, as sata_write does, or -1 where there is no memory for
+ * one, as those below; whatever it is, IDs and callback are set, and later recoveries set the
+ * devices up.
  */
 HAL_API int32_t sata_hid_init(const hal_hid_info* info, hal_hid_callback callback);
 

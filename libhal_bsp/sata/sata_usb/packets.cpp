@@ -1,7 +1,7 @@
-// Packets as they lie in a block.
-#include "sata/sata_usb/packets.h"
-
+// Packets as they lie in a block, and their sending.
+#include "sata/sata_usb/bridge.h"
 #include "support/fields.h"
+#include "support/log.h"
 
 #include <cstddef>
 #include <cstring>
@@ -59,4 +59,25 @@ int32_t analysis_tlv_packet(tlv_info* info, uint8_t* block, [[maybe_unused]] uin
     info->value = block + MCU_VALUE_OFFSET;
     info->series = hal::load_le<uint16_t>(bytes.subspan(kSeriesAt));
     return 0;
+}
+
+int32_t hal::sata::send_packet(const std::unique_ptr<Block>& block, uint32_t type,
+                               std::span<const uint8_t> value) {
+    if (!block) {
+        return kFailed;
+    }
+    make_tlv_packet(block->data(), value.data(), static_cast<uint16_t>(value.size()), type);
+    return sata_write(block->data(), MCU_BLOCK_BYTES, 0, 0);
+}
+
+int32_t hal::sata::send_usb_control(Usb usb) {
+    const std::array<uint8_t, 2> value{static_cast<uint8_t>(usb != Usb::kDetached ? 1 : 0),
+                                       static_cast<uint8_t>(usb == Usb::kAttachedWithDisk ? 1 : 0)};
+    return send_packet(make_block(), MCU_USB_CONTROL, value);
+}
+
+void hal::sata::send_usb_control_or_log(Usb usb) {
+    if (send_usb_control(usb) < 0) {
+        HAL_LOG(HAL_LOG_ERROR, "sata write error\n");
+    }
 }
