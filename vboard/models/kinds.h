@@ -39,12 +39,14 @@ extern const ModelKind kBootloader;
 extern const ModelKind kBootEnv;
 extern const ModelKind kSettingsStore;
 extern const ModelKind kVendorStorage;
+extern const ModelKind kMcuBridge;
+extern const ModelKind kSocRegisters;
 
 inline constexpr const ModelKind* kModelKinds[] = {
-    &kGpio,    &kSysfsGpio,     &kI2cAdapter,    &kCdcm6208, &kIdt6965,   &kAttributes,
-    &kNetwork, &kCooling,       &kFpga,          &kKeypad,   &kLed,       &kTbar,
-    &kOled,    &kVideoTiming,   &kUsbGadget,     &kUsbHost,  &kPartition, &kBootloader,
-    &kBootEnv, &kSettingsStore, &kVendorStorage,
+    &kGpio,    &kSysfsGpio,     &kI2cAdapter,    &kCdcm6208,  &kIdt6965,      &kAttributes,
+    &kNetwork, &kCooling,       &kFpga,          &kKeypad,    &kLed,          &kTbar,
+    &kOled,    &kVideoTiming,   &kUsbGadget,     &kUsbHost,   &kPartition,    &kBootloader,
+    &kBootEnv, &kSettingsStore, &kVendorStorage, &kMcuBridge, &kSocRegisters,
 };
 
 } // namespace vb

@@ -8,8 +8,10 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 
 namespace vb {
@@ -60,6 +62,22 @@ bool Caller::write(std::uint64_t address, ByteView bytes) const {
     const iovec remote = vector_of(address, bytes.size());
     return process_vm_writev(thread_, &local, 1, &remote, 1, 0) ==
            static_cast<ssize_t>(bytes.size());
+}
+
+bool Caller::may(int capability) const {
+    const UniqueFd status(
+        openat(proc_, fmt::format("{}/status", thread_).c_str(), O_RDONLY | O_CLOEXEC));
+    std::array<char, 4096> text{};
+    const ssize_t size = status ? ::read(status.get(), text.data(), text.size()) : 0;
+    const std::string_view all(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    const std::size_t line = all.find("\nCapEff:\t");
+    if (line == std::string_view::npos) {
+        return false;
+    }
+    std::uint64_t effective = 0;
+    const std::string_view digits = all.substr(line + 9, 16);
+    std::from_chars(digits.data(), digits.data() + digits.size(), effective, 16);
+    return (effective >> capability & 1U) != 0;
 }
 
 // A path that begins in the working directory, from the caller's root. /proc tells both from the

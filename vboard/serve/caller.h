@@ -38,6 +38,9 @@ class Caller {
     bool read(std::uint64_t address, std::span<std::uint8_t> into) const;
     bool write(std::uint64_t address, ByteView bytes) const;
 
+    // Whether it has a capability (linux/capability.h) where the board's root has all.
+    bool may(int capability) const;
+
     template <class Record>
     bool read_record(std::uint64_t address, Record& record) const {
         return read(address, {reinterpret_cast<std::uint8_t*>(&record), sizeof record});

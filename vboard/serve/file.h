@@ -31,6 +31,7 @@ struct RequestCall {
     std::span<std::uint8_t>
         record;           // row.size bytes: filled where the row takes, sent where it gives
     const Caller& caller; // for pointers inside the record
+    std::uint64_t id = 0; // the same where the call is made again after a wait
 };
 
 // The poll(2) bits of an open that has something to read.
@@ -55,6 +56,8 @@ class File {
     // fsync(2): what was written is in storage when it is done.
     virtual Outcome sync();
     virtual bool seekable() const { return false; }
+    // Whether a signal ends a call that waits for the device.
+    virtual bool interruptible() const { return true; }
     // Too much goes through it for the trace to show every byte.
     virtual bool bulky() const { return false; }
     // The poll(2) bits that hold now.

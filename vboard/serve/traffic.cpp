@@ -117,7 +117,12 @@ void Traffic::interrupt(std::uint64_t id) {
     }
     const std::shared_ptr<Transfer> transfer = found->second;
     if (transfer->open()) {
-        transfer->open()->waiting.remove(transfer);
+        std::list<std::shared_ptr<Transfer>>& waiting = transfer->open()->waiting;
+        const bool waits = std::find(waiting.begin(), waiting.end(), transfer) != waiting.end();
+        if (waits && !transfer->open()->file->interruptible()) {
+            return;
+        }
+        waiting.remove(transfer);
     }
     std::erase(waiting_opens_, transfer);
     for (auto& [tag, kept] : held_) {

@@ -135,7 +135,7 @@ Outcome RequestTransfer::attempt(Board& board) {
         return Outcome::failed(ENOTTY);
     }
     Bytes record(row_->size);
-    RequestCall call{*row_, argument_, record, caller()};
+    RequestCall call{*row_, argument_, record, caller(), id()};
     if (row_->takes() && !caller().read(argument_, record)) {
         return Outcome::failed(EFAULT);
     }
