@@ -172,7 +172,7 @@ class McuQueue : public Port {};
 
 TEST_F(McuQueue, WrapsAfterAHundredPackets) {
     set_up_devices();
-    const int32_t before = sata_usb_prv.rx_write;
+    const int32_t before = next_slot();
     for (unsigned i = 0; i < MCU_RING_SLOTS + 1; ++i) {
         from_mcu(MCU_HID_OUTPUT, {static_cast<std::uint8_t>(i)});
     }
@@ -181,7 +181,7 @@ TEST_F(McuQueue, WrapsAfterAHundredPackets) {
         EXPECT_THAT(reports[i], ElementsAre(i));
     }
     EXPECT_TRUE(comes_true([] { return idle(); }));
-    EXPECT_EQ(sata_usb_prv.rx_write, (before + 1) % MCU_RING_SLOTS);
+    EXPECT_EQ(next_slot(), (before + 1) % MCU_RING_SLOTS);
 }
 
 TEST_F(McuQueue, LosesNothingWhenItIsFull) {
@@ -193,7 +193,7 @@ TEST_F(McuQueue, LosesNothingWhenItIsFull) {
     }
     EXPECT_TRUE(comes_true([] { return waiting_packets() == MCU_RING_SLOTS - 1; }));
     // What is to be fetched besides does neither wait nor take one from the MCU.
-    std::jthread([] { rcv(nullptr); });
+    fetch_elsewhere();
     EXPECT_EQ(ask("mcu.show").at("waiting"), kPackets - (MCU_RING_SLOTS - 1));
     app_.slow = false;
     app_.go_on.release();

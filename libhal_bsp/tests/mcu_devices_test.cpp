@@ -3,6 +3,8 @@
 
 #include "tests/support/mcu_port.h"
 
+#include <thread>
+
 namespace hal_test::mcu {
 namespace {
 
@@ -42,9 +44,6 @@ class McuDisk : public Port {
         ask("host.unplug");
         EXPECT_TRUE(comes_true([] { return idle() && !enumerated(); }));
         forget();
-    }
-    void data_from_mcu(std::size_t size, std::uint8_t fill) {
-        from_mcu(MCU_MASS_DATA, Bytes(size, fill));
     }
     // Everything that was sent before has been dealt with.
     void expect_no_more_events(std::size_t count) {
@@ -140,6 +139,59 @@ TEST_F(McuDisk, MayBeAnsweredLateOrNotAtAll) {
     from_mcu(MCU_MASS_COMMAND, command(kRead10, 512));
     EXPECT_TRUE(comes_true([] { return std::atomic_ref(safe_info.running).load() == 1; }));
     expect_no_more_events(1);
+}
+
+// Whatever the application does while commands fail, and the MCU talks on: it comes to an end, and
+// the bridge works then.
+class McuRace : public Port {};
+
+TEST_F(McuRace, CallsOfAllKindsAgainstFailures) {
+    set_speed(200);
+    expect_misuse(); // resets leave the MCU with half a sequence
+    add_fault("/dev/sda:ioctl=SG_IO:EIO:probability=0.02:seed=7");
+    std::atomic<bool> stop{false};
+    const auto repeat = [&](auto deed) {
+        return std::jthread([&stop, deed] {
+            while (!stop) {
+                deed();
+            }
+        });
+    };
+    {
+        Bytes bytes(1300, 7);
+        const hal_hid_data report{HAL_HID_KEYBOARD_MOUSE, 9, bytes.data()};
+        const hal_mass_reply reply{0, static_cast<std::uint32_t>(bytes.size()), bytes.data(), 1};
+        const std::jthread threads[] = {
+            repeat([&] { sata_hid_write(&report); }),
+            repeat([&] { sata_mass_write(&reply); }),
+            repeat([] { sata_mass_init(nullptr, 1, Application::hear_event); }),
+            repeat([] { sata_hid_init(&kReportIds, Application::hear_report); }),
+            repeat([] {
+                sata_hid_deinit();
+                sata_mass_deinit(0, 0);
+            }),
+            repeat([] {
+                start();
+                check_inquiry();
+            }),
+            repeat([] {
+                fetch_elsewhere();
+                mcu_recover();
+            }),
+        };
+        for (unsigned i = 0; i < 300; ++i) {
+            try {
+                from_mcu(MCU_HID_OUTPUT, {1});
+                from_mcu(MCU_MASS_COMMAND, command(i % 2 == 0 ? kRead10 : kWrite10, 600));
+                data_from_mcu(300, 1);
+            } catch (const vb::ClientError&) { // it is being reset
+            }
+        }
+        stop = true;
+    }
+    clear_faults();
+    EXPECT_EQ(mcu_recover(), 0);
+    EXPECT_EQ(check_inquiry(), 0);
 }
 
 } // namespace

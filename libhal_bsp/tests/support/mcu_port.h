@@ -116,20 +116,33 @@ class Port : public OnBoard {
     }
     static bool enumerated() { return std::atomic_ref(sata_usb_prv.usb_enum_state).load() == 1; }
     static bool is_open() { return std::atomic_ref(sata_usb_prv.sata_dev_fd).load() > 0; }
-    static bool idle() {
+    // Where the next packet goes, and how many there are.
+    static std::pair<int32_t, int32_t> ring() {
         pthread_mutex_lock(&sata_usb_prv.rx_lock);
-        const bool empty = sata_usb_prv.rx_read == sata_usb_prv.rx_write;
+        const int32_t next = sata_usb_prv.rx_write;
+        const int32_t count = (next - sata_usb_prv.rx_read + MCU_RING_SLOTS) % MCU_RING_SLOTS;
         pthread_mutex_unlock(&sata_usb_prv.rx_lock);
-        return empty && std::atomic_ref(safe_info.running).load() == 0;
+        return {next, count};
     }
-    static int32_t waiting_packets() {
-        pthread_mutex_lock(&sata_usb_prv.rx_lock);
-        const int32_t count = sata_usb_prv.rx_write - sata_usb_prv.rx_read;
-        pthread_mutex_unlock(&sata_usb_prv.rx_lock);
-        return (count + MCU_RING_SLOTS) % MCU_RING_SLOTS;
+    static int32_t next_slot() { return ring().first; }
+    static int32_t waiting_packets() { return ring().second; }
+    static bool idle() {
+        return waiting_packets() == 0 && std::atomic_ref(safe_info.running).load() == 0;
     }
     static std::size_t count(const Lines& lines, const std::string& line) {
         return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+    }
+    // By rcv on a thread, which it detaches.
+    static void fetch_elsewhere() {
+        std::atomic<bool> fetched{false};
+        pthread_t fetcher{};
+        const auto fetch = [](void* done) -> void* {
+            rcv(nullptr);
+            static_cast<std::atomic<bool>*>(done)->store(true);
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&fetcher, nullptr, fetch, &fetched), 0);
+        EXPECT_TRUE(comes_true([&] { return fetched.load(); }));
     }
     static int32_t write_block() {
         static const Bytes block(MCU_BLOCK_BYTES);
@@ -139,6 +152,9 @@ class Port : public OnBoard {
     // The MCU has a packet for the processor.
     void from_mcu(std::uint32_t type, const Bytes& value) {
         ask("mcu.send", {{"type", type}, {"value", hex(value)}});
+    }
+    void data_from_mcu(std::size_t size, std::uint8_t fill) {
+        from_mcu(MCU_MASS_DATA, Bytes(size, fill));
     }
     static std::string hex(const Bytes& bytes) {
         constexpr char kDigits[] = "0123456789abcdef";
