@@ -96,6 +96,19 @@ class CommandOutput {
         return lines;
     }
 
+    // Calls `take` with each line, and leaves the first one in `first`; how many there were.
+    template <std::size_t kSize, typename Take>
+    int keep_first_line(std::array<char, kSize>& first, Take take) {
+        std::array<char, kSize> line{};
+        first = {};
+        return each_line(line, [&](const char* text) {
+            take(text);
+            if (first.front() == '\0') {
+                first = line;
+            }
+        });
+    }
+
     // Leaves the last line in `line`, its newline dropped; false, and an empty text, where there is
     // none, or an empty one.
     bool last_line(std::span<char> line) {

@@ -19,21 +19,21 @@ class Runs {
   public:
     // Ends what runs and begins anew: sets the flag to 1.
     template <typename Flag>
-    Run<Flag> begin(Flag& flag) {
-        return set(flag, 1);
+    Run<Flag> begin(Flag& shared) {
+        return set(shared, 1);
     }
 
     // The run that is under way, for a body that the application starts by itself.
     template <typename Flag>
-    Run<Flag> current(Flag& flag) {
+    Run<Flag> current(Flag& shared) {
         const std::lock_guard guard(mutex_);
-        return {*this, flag, number_};
+        return {*this, shared, number_};
     }
 
     // Ends what runs, though its thread may need a moment to notice: sets the flag to 0.
     template <typename Flag>
-    void end(Flag& flag) {
-        set(flag, 0);
+    void end(Flag& shared) {
+        set(shared, 0);
     }
 
   private:
@@ -41,10 +41,10 @@ class Runs {
     friend class Run;
 
     template <typename Flag>
-    Run<Flag> set(Flag& flag, Flag value) {
+    Run<Flag> set(Flag& shared, Flag value) {
         const std::lock_guard guard(mutex_);
-        std::atomic_ref(flag).store(value);
-        return {*this, flag, ++number_};
+        std::atomic_ref(shared).store(value);
+        return {*this, shared, ++number_};
     }
 
     std::mutex mutex_;
@@ -55,7 +55,7 @@ class Runs {
 template <typename Flag>
 class Run {
   public:
-    Run(Runs& runs, Flag& flag, uint32_t number) : runs_(runs), flag_(flag), number_(number) {}
+    Run(Runs& runs, Flag& shared, uint32_t number) : runs_(runs), flag_(shared), number_(number) {}
 
     [[nodiscard]] bool is_wanted() const {
         return runs_.number_ == number_ && std::atomic_ref(flag_).load() != 0;

@@ -3,6 +3,7 @@
 #include "support/attribute.h"
 #include "support/command.h"
 #include "support/fields.h"
+#include "support/gate.h"
 #include "support/lock.h"
 #include "support/ring.h"
 #include "support/run_flag.h"
@@ -121,6 +122,10 @@ TEST(CommandTest, GivesItsLinesInPiecesOfTheBuffersSize) {
     CommandOutput output(R"(printf 'one\n123456\n\nlast')");
     EXPECT_EQ(output.each_line(line, [&](const char* text) { lines.emplace_back(text); }), 5);
     EXPECT_THAT(lines, ElementsAre("one", "1234", "56", "", "last"));
+    CommandOutput names(R"(printf 'one\n123456')");
+    EXPECT_EQ(names.keep_first_line(line, [&](const char* text) { lines.emplace_back(text); }), 3);
+    EXPECT_STREQ(line.data(), "one");
+    EXPECT_THAT(lines, ElementsAre("one", "1234", "56", "", "last", "one", "1234", "56"));
     const std::pair<const char*, const char*> cases[] = {
         {R"(printf 'a\nb\n')", "b"}, {R"(printf 'a\n\n')", ""}, {"true", ""}};
     for (const auto& [command, last] : cases) {
@@ -274,22 +279,60 @@ TEST(RingTest, WrapsAndRefusesWhatWouldOverwrite) {
     EXPECT_EQ(write_place, 8 % 3);
 }
 
+TEST(RecoveryGateTest, OneRecoveryServesAllThatFailedAndStartsNoOther) {
+    hal::RecoveryGate gate;
+    std::atomic<int> failing{0};
+    std::atomic<int> under_way{0};
+    std::atomic<int> recoveries{0};
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 200;
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&] {
+            for (int round = 1; round <= kRounds; ++round) {
+                uint32_t generation = 0;
+                {
+                    const hal::RecoveryGate::Command command(gate);
+                    ++under_way;
+                    generation = command.generation();
+                    ++failing;
+                    while (failing < kThreads * round) { // all fail together
+                        std::this_thread::yield();
+                    }
+                    --under_way;
+                }
+                const hal::RecoveryGate::Recovery recovery(gate, generation);
+                if (recovery) {
+                    ++recoveries;
+                    EXPECT_EQ(under_way, 0);
+                    const hal::RecoveryGate::Command its_own(gate);
+                    EXPECT_EQ(its_own.generation(), generation);
+                    EXPECT_FALSE(hal::RecoveryGate::Recovery(gate));
+                }
+            }
+        });
+    }
+    threads.clear();
+    EXPECT_EQ(recoveries, kRounds);
+    EXPECT_TRUE(hal::RecoveryGate::Recovery(gate)); // one that is asked for
+}
+
 TEST(RunTest, AnOldWorkerNeitherGoesOnNorEndsTheNewRun) {
     hal::Runs runs;
-    int flag = 0;
-    EXPECT_FALSE(runs.current(flag).is_wanted());
-    const auto old = runs.begin(flag);
-    EXPECT_TRUE(old.is_wanted() && flag == 1);
-    runs.end(flag);
-    const auto next = runs.begin(flag);
+    int shared = 0;
+    EXPECT_FALSE(runs.current(shared).is_wanted());
+    const auto old = runs.begin(shared);
+    EXPECT_TRUE(old.is_wanted() && shared == 1);
+    runs.end(shared);
+    const auto next = runs.begin(shared);
     EXPECT_FALSE(old.is_wanted());
     old.end();
     EXPECT_TRUE(next.is_wanted());
-    flag = 0; // as the application ends it
+    shared = 0; // as the application ends it
     EXPECT_FALSE(next.is_wanted());
-    const auto last = runs.begin(flag);
+    const auto last = runs.begin(shared);
     last.end();
-    EXPECT_TRUE(flag == 0 && !last.is_wanted());
+    EXPECT_TRUE(shared == 0 && !last.is_wanted());
 }
 
 TEST(WorkerTest, OwnsItsWorkToTheEnd) {

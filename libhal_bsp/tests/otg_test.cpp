@@ -33,8 +33,8 @@ int load(const int32_t& field) {
 // A body of the library's on a thread of the test's own.
 class Thread {
   public:
-    Thread(void* (*body)(void*), int32_t& flag) {
-        std::atomic_ref(flag).store(1);
+    Thread(void* (*body)(void*), int32_t& shared) {
+        std::atomic_ref(shared).store(1);
         pthread_create(&thread_, nullptr, body, nullptr);
     }
     // Whether it returned, and was not cancelled.

@@ -34,13 +34,8 @@ bool find_controller(ControllerName& first) {
     hal::CommandOutput output("ls /sys/class/udc/");
     int controllers = 0;
     if (output) {
-        ControllerName line{};
-        controllers = output.each_line(line, [&](const char* name) {
-            HAL_LOG(HAL_LOG_INFO, "udc is :%s\n", name);
-            if (first.front() == '\0') {
-                first = line;
-            }
-        });
+        controllers = output.keep_first_line(
+            first, [](const char* name) { HAL_LOG(HAL_LOG_INFO, "udc is :%s\n", name); });
     }
     if (controllers == 0) {
         HAL_LOG(HAL_LOG_ERROR, "can't find udc in /sys/calss/udc!\n");

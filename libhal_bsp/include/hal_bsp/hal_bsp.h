@@ -49,6 +49,7 @@
 #include <hal_bsp/keypad.h>
 #include <hal_bsp/log.h>
 #include <hal_bsp/mass.h>
+#include <hal_bsp/mcu.h>
 #include <hal_bsp/md5sum.h>
 #include <hal_bsp/oled.h>
 #include <hal_bsp/otg.h>
