@@ -19,6 +19,8 @@
 extern "C" {
 #endif
 
+/* NOLINTBEGIN(modernize-use-using,readability-identifier-naming): C reads it, too */
+
 typedef struct scsi_disk scsi_disk;
 
 /* Where replies go: `hal_mass_write`, or what else carries them. */
@@ -39,6 +41,9 @@ typedef struct scsi_disk_counts {
     uint64_t bytes_read;
     uint64_t bytes_written;
 } scsi_disk_counts;
+
+/* NOLINTEND(modernize-use-using,readability-identifier-naming) */
+
 scsi_disk_counts scsi_disk_count(const scsi_disk* disk);
 
 /* Flushes the image and lets go of it. No event may come any more. */

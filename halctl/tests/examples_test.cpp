@@ -236,12 +236,12 @@ TEST(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
 }
 
 TEST(UsbGadget, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
-    const CommandResult result =
-        run({"vboard", "run", "--speed", "20", "--", "sh", "-c",
-             "vboard ctl host configure never; usb_gadget >/dev/shm/out & gadget=$!\n"
-             "until grep -q '^up' /dev/shm/out; do :; done\n"
-             "kill -INT $gadget; wait $gadget; echo $?; usb_gadget --image /none; echo $?\n"
-             "vboard ctl node vanish /sys/kernel/config/usb_gadget; usb_gadget; echo $?"});
+    const std::string script =
+        "vboard ctl host configure never; usb_gadget >/dev/shm/out & gadget=$!\n"
+        "until grep -q '^up' /dev/shm/out; do :; done\n"
+        "kill -INT $gadget; wait $gadget; echo $?; usb_gadget --image /none; echo $?\n"
+        "vboard ctl node vanish /sys/kernel/config/usb_gadget; usb_gadget; echo $?";
+    const CommandResult result = run({"vboard", "run", "--speed", "20", "--", "sh", "-c", script});
     EXPECT_EQ(result.out, "0\n1\n69\n");
     EXPECT_THAT(result.err, HasSubstr("usb_gadget: /none: No such file or directory\n"
                                       "usb_gadget: there is no USB device port"));

@@ -222,9 +222,9 @@ TEST(SharedFdTest, NeverLetsAWriteReachAnotherFile) {
     hal::SharedFds fds;
     int slot = -1;
     std::atomic<bool> done = false;
-    std::vector<std::thread> writers;
-    for (int i = 0; i < 3; ++i) {
-        writers.emplace_back([&] {
+    std::array<std::thread, 3> writers;
+    for (std::thread& writer : writers) {
+        writer = std::thread([&] {
             while (!done) {
                 const hal::SharedFds::Use use(fds, slot);
                 if (use) {

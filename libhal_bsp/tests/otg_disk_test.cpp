@@ -157,8 +157,8 @@ TEST_F(OtgDisk, IsCopiedBothWays) {
     std::ofstream(file("new")) << text;
     job("host.disk_write", {{"path", file("new")}, {"block", 8}});
     EXPECT_TRUE(comes_true([] { return load_field(hal_mass_prv.busy) == 0; }));
-    EXPECT_TRUE(std::equal(text.begin(), text.end(), app_.disk.image.begin() + 8 * 512));
-    EXPECT_EQ(app_.disk.image[7 * 512], static_cast<std::uint8_t>(7 * 512 * 7 + 7));
+    EXPECT_TRUE(std::equal(text.begin(), text.end(), app_.disk.image.begin() + 8L * 512));
+    EXPECT_EQ(app_.disk.image[7UL * 512], static_cast<std::uint8_t>(7 * 512 * 7 + 7));
     app_.told.clear();
     ThreadTap::instance().forget();
     EXPECT_EQ(job("host.disk_ask", {{"command", "mode_select"}, {"data", std::string(48, '0')}})
@@ -174,7 +174,7 @@ TEST_F(OtgDisk, IsCopiedBothWays) {
         << "there are no data";
     app_.told.clear();
     EXPECT_EQ(command("2a000000000000005000",
-                      {{"direction", "out"}, {"data", std::string(2 * 40960, '5')}}),
+                      {{"direction", "out"}, {"data", std::string(2UL * 40960, '5')}}),
               "passed");
     EXPECT_THAT(app_.told.all(), ElementsAre(Responder::Told{MASS_EVENT_CBW, 31, 0x2A},
                                              Responder::Told{MASS_EVENT_DATA, 32768, 0},

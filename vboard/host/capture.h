@@ -16,13 +16,13 @@ enum class TransferType : std::uint8_t { interrupt = 1, control = 2, bulk = 3 };
 
 // A transfer, as both of its records tell of it.
 struct CapturedTransfer {
-    std::uint64_t id;
-    TransferType type;
-    std::uint8_t endpoint; // with the direction, for endpoint 0 too
-    std::uint8_t device;
+    std::uint64_t id = 0;
+    TransferType type = TransferType::control;
+    std::uint8_t endpoint = 0; // with the direction, for endpoint 0 too
+    std::uint8_t device = 0;
     std::optional<usb::Setup> setup;
-    std::uint8_t interval;
-    std::size_t length; // at most
+    std::uint8_t interval = 0;
+    std::size_t length = 0; // at most
 };
 
 class Capture {

@@ -13,7 +13,7 @@ namespace vb::host {
 struct HidSource {
     std::uint8_t interface;
     std::uint8_t report;
-    auto operator<=>(const HidSource&) const = default;
+    auto operator<=>(const HidSource&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 class HidInput {

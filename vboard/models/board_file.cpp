@@ -108,7 +108,7 @@ std::string described(const SettingRow& row) {
         return fmt::format("`{}`", row.name);
     }
     const Json otherwise = Json::parse(row.otherwise);
-    const bool none = otherwise.empty() || otherwise == "";
+    const bool none = otherwise.empty() || otherwise.dump() == R"("")";
     return fmt::format("`{}` ({})", row.name,
                        none                    ? "none"
                        : otherwise.is_string() ? fmt::format("`{}`", otherwise.get<std::string>())

@@ -19,14 +19,15 @@ class FakeUsbDevice : public usb::Device {
 
     explicit FakeUsbDevice(std::vector<Bytes> reports) : reports_(std::move(reports)) {
         configuration_ = {9, 2, 0, 0, 0, 1, 0, 0x80, 50};
-        for (std::uint8_t i = 0; i < reports_.size(); ++i) {
-            const auto length = static_cast<std::uint16_t>(reports_[i].size());
-            add({9, 4, i, 0, 1, 3, 0, 0, 0});
+        std::uint8_t number = 0;
+        for (const Bytes& report : reports_) {
+            const auto length = static_cast<std::uint16_t>(report.size());
+            add({9, 4, number, 0, 1, 3, 0, 0, 0});
             add({9, 0x21, 0x11, 1, 0, 1, 0x22, static_cast<std::uint8_t>(length),
                  static_cast<std::uint8_t>(length >> 8U)});
-            add({7, 5, static_cast<std::uint8_t>(0x81 + i), 3, 64, 0, 4});
+            add({7, 5, static_cast<std::uint8_t>(0x81 + number), 3, 64, 0, 4});
+            ++number;
         }
-        const auto number = static_cast<std::uint8_t>(reports_.size());
         add({9, 4, number, 0, 2, 8, 6, 0x50, 0});
         add({7, 5, kDiskIn, 2, 0, 2, 0});
         add({7, 5, kDiskOut, 2, 0, 2, 0});
@@ -109,7 +110,7 @@ class FakeUsbDevice : public usb::Device {
     static constexpr std::uint8_t kDiskIn = 0x8E;
     static constexpr std::uint8_t kDiskOut = 0x0E;
     struct Waiting {
-        std::size_t length;
+        std::size_t length = 0;
         usb::Completion completion;
     };
 

@@ -168,22 +168,22 @@ Outcome BlockFile::sync() {
 
 // --- requests ---
 
-Outcome BlockFile::size(std::uint64_t& bytes) {
+Outcome BlockFile::size(std::uint64_t& bytes) const {
     bytes = view().size;
     return Outcome::done();
 }
 
-Outcome BlockFile::sectors(std::uint64_t& count) {
+Outcome BlockFile::sectors(std::uint64_t& count) const {
     count = view().size / BlockStore::kSector;
     return Outcome::done();
 }
 
-Outcome BlockFile::is_read_only(std::int32_t& value) {
+Outcome BlockFile::is_read_only(std::int32_t& value) const {
     value = view().read_only || disk().is_protected() ? 1 : 0;
     return Outcome::done();
 }
 
-Outcome BlockFile::set_read_only(std::int32_t value) {
+Outcome BlockFile::set_read_only(std::int32_t value) const {
     view().read_only = value != 0;
     return Outcome::done();
 }
@@ -211,7 +211,7 @@ Outcome BlockFile::discard(const Range& range) {
     return disk().discard(view().offset + range.offset, range.size);
 }
 
-Outcome BlockFile::geometry(hd_geometry& record) {
+Outcome BlockFile::geometry(hd_geometry& record) const {
     record = {};
     record.heads = view().heads;
     record.sectors = view().sectors;

@@ -21,6 +21,7 @@ namespace vb {
 class BlockDisk : public Storage {
   public:
     BlockDisk(Board& board, UniqueFd file, std::uint64_t size);
+    virtual ~BlockDisk() = default;
 
     std::uint64_t size() const { return store_.size(); }
     std::size_t unflushed_sectors() const { return store_.unflushed_sectors(); }
@@ -107,14 +108,14 @@ class BlockFile : public File {
         value = number;
         return Outcome::done();
     }
-    Outcome size(std::uint64_t& bytes);
-    Outcome sectors(std::uint64_t& count);
-    Outcome is_read_only(std::int32_t& value);
-    Outcome set_read_only(std::int32_t value);
+    Outcome size(std::uint64_t& bytes) const;
+    Outcome sectors(std::uint64_t& count) const;
+    Outcome is_read_only(std::int32_t& value) const;
+    Outcome set_read_only(std::int32_t value) const;
     Outcome flush();
     Outcome look_again();
     Outcome discard(const Range& range);
-    Outcome geometry(hd_geometry& record);
+    Outcome geometry(hd_geometry& record) const;
 
   private:
     std::uint64_t room(std::uint64_t offset) const;
