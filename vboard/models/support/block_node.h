@@ -21,6 +21,7 @@ namespace vb {
 class BlockDisk final : public Storage {
   public:
     BlockDisk(Board& board, UniqueFd file, std::uint64_t size);
+    virtual ~BlockDisk() = default;
 
     std::uint64_t size() const { return store_.size(); }
     std::size_t unflushed_sectors() const { return store_.unflushed_sectors(); }
