@@ -46,6 +46,7 @@ struct Command {
     }
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
+    ~Command() = default;
 
     std::vector<std::uint8_t> block;
     Block data{};
@@ -139,6 +140,7 @@ class McuModel : public BoardTest {
         if (!std::filesystem::exists(folder)) {
             put("/sys/class/gpio/export", std::to_string(line));
         }
+        put(folder + "/direction", "in");
         put(folder + "/edge", edge);
         UniqueFd value = plain::open(folder + "/value", O_RDONLY);
         level(value);
@@ -332,6 +334,7 @@ TEST_F(McuModel, FailsAndHangsOnDemand) {
     EXPECT_EQ(read.record.host_status, 3);
     EXPECT_GE(read.record.duration, 7000U) << "the kernel's shortest time-out";
     EXPECT_EQ(read.record.resid, int{kBlock});
+    set_speed(1);
     std::thread other([this] { EXPECT_EQ(read_packet().type, 9U); });
     while (board().ask("call.list").empty()) {
     }
