@@ -22,7 +22,8 @@ namespace vb {
 namespace {
 
 constexpr unsigned kLongestBoot = 3'600'000;
-constexpr std::int64_t kMostPackets = 1'000'000;
+constexpr std::int64_t kMostTimes = 1'000'000;
+constexpr std::int64_t kLongestFlood = 10'000; // which is kept in memory
 constexpr std::int64_t kHighestType = 0xFFFFFFFF;
 
 using mcu::BridgeDisk;
@@ -34,6 +35,12 @@ const std::vector<std::string> kFailures = {"busy", "check", "host", "timeout"};
 struct Pin {
     LineBank* bank = nullptr;
     unsigned line = 0;
+
+    void preset(bool level) const {
+        if (bank != nullptr) {
+            bank->preset(line, level);
+        }
+    }
 
     void set(bool level) const {
         if (bank != nullptr) {
@@ -115,7 +122,7 @@ McuBridge::McuBridge(Board& board, Settings& settings)
     follow(settings, "program", Chip::Input::program);
     follow(settings, "reset", Chip::Input::reset);
     if (socket_ != nullptr) {
-        vbus_.set(socket_->powered());
+        vbus_.preset(socket_->powered());
         socket_->on_power([this](bool powered) {
             vbus_.set(powered);
             chip_.host_power(powered);
@@ -181,7 +188,7 @@ void McuBridge::add_verbs() {
         [this](const Json& arguments) {
             chip_.outbox().put_block(hex_value(arguments, "bytes", mcu::kBlock));
         });
-    add("flood", {Argument::integer("count", 1, kMostPackets), type, value},
+    add("flood", {Argument::integer("count", 1, kLongestFlood), type, value},
         "let it have the same packet so many times, beyond its queue",
         [this](const Json& arguments) {
             chip_.flood(packet_of(arguments), arguments["count"].get<unsigned>());
@@ -189,7 +196,7 @@ void McuBridge::add_verbs() {
 }
 
 void McuBridge::add_faults() {
-    const Argument count = Argument::integer("count", 0, kMostPackets);
+    const Argument count = Argument::integer("count", 0, kMostTimes);
     add("hang", {Argument::flag("on")}, "let the MCU answer nothing, until it is reset",
         [this](const Json& arguments) { chip_.hang(arguments["on"] == 1); });
     add("garble", {count}, "turn bits over in the next packets that are fetched",
