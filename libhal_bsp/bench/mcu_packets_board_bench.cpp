@@ -56,7 +56,10 @@ std::vector<double> measure(vb::Client& world) {
 
 std::vector<double> measure_library(vb::Client& world) {
     bench::bring_up_bridge(world);
-    std::atomic_ref(sata_usb_prv.hid_cb).store(note_report); // without the devices' set-up
+    const hal_hid_info ids{1, 7, 1, 10, 1, 8, 1, 9};
+    if (sata_hid_init(&ids, note_report) != 0) {
+        std::_Exit(1);
+    }
     return measure(world);
 }
 
