@@ -10,9 +10,9 @@
 
 namespace {
 
-constexpr int kRounds = 5;
-constexpr int kFlood = 3000;
-constexpr int kSingle = 400;
+constexpr int kRounds = 8;
+constexpr int kFlood = 5000;
+constexpr int kSingle = 300;
 constexpr int kIdleSeconds = 5;
 constexpr int kSettled = 300; // ms after the host has found the device
 
@@ -29,8 +29,8 @@ void note_report(hal_hid_data*) {
 }
 
 void await_reports(int count) {
-    while (heard < count) {
-        std::this_thread::yield();
+    while (heard < count) { // asleep, for there may be no processor to spare
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 }
 
@@ -122,8 +122,7 @@ int main() {
     std::vector<double> library_single;
     std::vector<double> bare_single;
     for (int round = 0; round < kRounds; ++round) {
-        const auto ours = bench::in_a_process(measure_library);
-        const auto theirs = bench::in_a_process(measure_bare);
+        const auto [ours, theirs] = bench::in_turn(round, measure_library, measure_bare);
         library.push_back(ours[0]);
         bare.push_back(theirs[0]);
         library_single.insert(library_single.end(), ours.begin() + 1, ours.end());
