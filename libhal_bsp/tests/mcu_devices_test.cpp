@@ -135,7 +135,7 @@ TEST_F(McuDisk, MayBeAnsweredLateOrNotAtAll) {
     const hal_mass_reply late{0, 0, nullptr, 1};
     EXPECT_EQ(sata_mass_write(&late), 0);
     // Nobody listens, and nobody is called.
-    std::atomic_ref(sata_usb_prv.mass_cb).store(nullptr);
+    EXPECT_EQ(sata_mass_deinit(0, 0), 0);
     from_mcu(MCU_MASS_COMMAND, command(kRead10, 512));
     EXPECT_TRUE(comes_true([] { return std::atomic_ref(safe_info.running).load() == 1; }));
     expect_no_more_events(1);

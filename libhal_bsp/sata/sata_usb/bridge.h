@@ -34,9 +34,10 @@ inline constexpr int32_t kFailed = -1;
 //   rx_lock              of sata_usb_prv: the ring's indices; the poller waits for a slot with it
 //   lock                 of safe_info: a command and its reply
 //
-// The application's callbacks are called with none. What waits for another thread holds none, but
-// for the condition's own: the dispatcher waits for a watchdog to end, which may fetch a packet, so
-// that it must not wait for a slot.
+// The application's callbacks are called with none. Besides, two threads wait for another one, and
+// hold nothing above rx_lock then: the poller waits for a slot, which the dispatcher frees; the
+// dispatcher waits for a watchdog to end, which may fetch a packet and thus must not wait for a
+// slot.
 extern pthread_mutex_t fetch_lock;
 extern hal::RecoveryGate gate;
 

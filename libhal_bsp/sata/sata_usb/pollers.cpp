@@ -59,7 +59,7 @@ class ValueFile {
 enum class Vbus { kGone = 0, kPresent = 1, kUnreadable };
 
 Vbus read_vbus() {
-    uint32_t value = static_cast<uint32_t>(Vbus::kUnreadable);
+    auto value = static_cast<uint32_t>(Vbus::kUnreadable);
     gpio_get_value(sata_usb_prv.vbus_gpio, &value);
     return static_cast<Vbus>(value);
 }
