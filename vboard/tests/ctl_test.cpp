@@ -166,12 +166,13 @@ TEST_F(Ctl, StandsAnythingInAnyArgument) {
             if (verb["follows"] == true && arguments[bad]["type"] == "text") {
                 continue; // any text is right, and the answer has no end
             }
-            if (HAL_SANITIZED != 0 && number++ % 4 != 0) {
-                continue;
-            }
             for (const std::string& value :
                  {std::string(), std::string("-1"), std::string("nan"), std::string("1e999"),
                   std::string(kBadUtf8), long_word}) {
+                // A sample takes a prime, so that each of the six values gets its turn.
+                if (HAL_SANITIZED != 0 && number++ % 13 != 0) {
+                    continue;
+                }
                 Words words = command();
                 words.push_back(verb["verb"].get<std::string>());
                 for (std::size_t i = 0; i < bad; ++i) {
