@@ -17,6 +17,12 @@ if(HAL_SANITIZE)
   set(HAL_RUNS_OFTEN -O1)
 endif()
 
+# GCC looks for memory that it could use again from 128 MB on, which sources that are compiled
+# together soon have.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(--param=ggc-min-heapsize=524288)
+endif()
+
 add_library(hal_warnings INTERFACE)
 target_compile_options(hal_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
