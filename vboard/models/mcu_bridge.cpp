@@ -22,7 +22,8 @@ namespace vb {
 namespace {
 
 constexpr unsigned kLongestBoot = 3'600'000;
-constexpr std::int64_t kMostPackets = 1'000'000;
+constexpr std::int64_t kMostTimes = 1'000'000;
+constexpr std::int64_t kLongestFlood = 10'000; // which is kept in memory
 constexpr std::int64_t kHighestType = 0xFFFFFFFF;
 
 using mcu::BridgeDisk;
@@ -181,7 +182,7 @@ void McuBridge::add_verbs() {
         [this](const Json& arguments) {
             chip_.outbox().put_block(hex_value(arguments, "bytes", mcu::kBlock));
         });
-    add("flood", {Argument::integer("count", 1, kMostPackets), type, value},
+    add("flood", {Argument::integer("count", 1, kLongestFlood), type, value},
         "let it have the same packet so many times, beyond its queue",
         [this](const Json& arguments) {
             chip_.flood(packet_of(arguments), arguments["count"].get<unsigned>());
@@ -189,7 +190,7 @@ void McuBridge::add_verbs() {
 }
 
 void McuBridge::add_faults() {
-    const Argument count = Argument::integer("count", 0, kMostPackets);
+    const Argument count = Argument::integer("count", 0, kMostTimes);
     add("hang", {Argument::flag("on")}, "let the MCU answer nothing, until it is reset",
         [this](const Json& arguments) { chip_.hang(arguments["on"] == 1); });
     add("garble", {count}, "turn bits over in the next packets that are fetched",

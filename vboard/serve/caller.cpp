@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <csignal>
 
 namespace vb {
 
@@ -64,20 +65,30 @@ bool Caller::write(std::uint64_t address, ByteView bytes) const {
            static_cast<ssize_t>(bytes.size());
 }
 
-bool Caller::may(int capability) const {
+// A line of /proc/N/status that is 64 bits in hexadecimal digits.
+std::uint64_t Caller::status_bits(const std::string& name) const {
     const UniqueFd status(
         openat(proc_, fmt::format("{}/status", thread_).c_str(), O_RDONLY | O_CLOEXEC));
     std::array<char, 4096> text{};
     const ssize_t size = status ? ::read(status.get(), text.data(), text.size()) : 0;
     const std::string_view all(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    const std::size_t line = all.find("\nCapEff:\t");
-    if (line == std::string_view::npos) {
-        return false;
+    const std::string begin = fmt::format("\n{}:\t", name);
+    const std::size_t line = all.find(begin);
+    std::uint64_t bits = 0;
+    if (line != std::string_view::npos) {
+        const std::string_view digits = all.substr(line + begin.size(), 16);
+        std::from_chars(digits.data(), digits.data() + digits.size(), bits, 16);
     }
-    std::uint64_t effective = 0;
-    const std::string_view digits = all.substr(line + 9, 16);
-    std::from_chars(digits.data(), digits.data() + digits.size(), effective, 16);
-    return (effective >> capability & 1U) != 0;
+    return bits;
+}
+
+bool Caller::may(int capability) const {
+    return (status_bits("CapEff") >> capability & 1U) != 0;
+}
+
+// Whatever signal it is, the kernel gives each thread SIGKILL then.
+bool Caller::dying() const {
+    return (status_bits("SigPnd") >> (SIGKILL - 1) & 1U) != 0;
 }
 
 // A path that begins in the working directory, from the caller's root. /proc tells both from the

@@ -40,6 +40,8 @@ class Caller {
 
     // Whether it has a capability (linux/capability.h) where the board's root has all.
     bool may(int capability) const;
+    // Whether a signal has ended it, so that nobody waits for an answer.
+    bool dying() const;
 
     template <class Record>
     bool read_record(std::uint64_t address, Record& record) const {
@@ -53,6 +55,7 @@ class Caller {
     Found find(const std::string& path, const InTree& in_tree) const;
 
   private:
+    std::uint64_t status_bits(const std::string& name) const;
     std::string from_root(const std::string& path) const;
     void open(const UniqueFd& place, Found& found) const;
 

@@ -56,7 +56,8 @@ class File {
     // fsync(2): what was written is in storage when it is done.
     virtual Outcome sync();
     virtual bool seekable() const { return false; }
-    // Whether a signal ends a call that waits for the device.
+    // Whether a signal ends a call that waits for the device. One that ends the program always
+    // does.
     virtual bool interruptible() const { return true; }
     // Too much goes through it for the trace to show every byte.
     virtual bool bulky() const { return false; }

@@ -119,7 +119,7 @@ void Traffic::interrupt(std::uint64_t id) {
     if (transfer->open()) {
         std::list<std::shared_ptr<Transfer>>& waiting = transfer->open()->waiting;
         const bool waits = std::find(waiting.begin(), waiting.end(), transfer) != waiting.end();
-        if (waits && !transfer->open()->file->interruptible()) {
+        if (waits && !transfer->open()->file->interruptible() && !transfer->caller().dying()) {
             return;
         }
         waiting.remove(transfer);

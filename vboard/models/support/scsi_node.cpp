@@ -1,14 +1,10 @@
 #include "models/support/scsi_node.h"
 
-#include "models/support/scsi_filter.h"
-
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <scsi/sg.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 
 namespace vb {
 
@@ -17,22 +13,9 @@ namespace {
 constexpr std::uint32_t kGetIdlun = 0x5382; // no header of the C library has these two
 constexpr std::uint32_t kGetBusNumber = 0x5386;
 constexpr std::int32_t kSgVersion = 30527;
-constexpr std::uint32_t kMostData = 65535 * BlockStore::kSector; // of a disk with LBA48
-constexpr std::size_t kLongestCommand = 32;
-constexpr std::size_t kShortestCommand = 6;
-constexpr std::size_t kMostVectors = 1024;
 constexpr std::int64_t kUsualTime = 60'000 * kMillisecond;
 constexpr std::int64_t kShortestTime = 7'000 * kMillisecond;
 constexpr std::int64_t kTick = 10 * kMillisecond; // of SG_SET_TIMEOUT
-constexpr std::uint8_t kCheckCondition = 2;
-constexpr std::uint16_t kDriverSense = 8;
-
-// A piece of the caller's memory.
-struct Piece {
-    std::uint64_t address;
-    std::uint64_t size;
-};
-using Pieces = std::vector<Piece>;
 
 using FieldType = RecordField::Type;
 using Direction = RequestRow::Direction;
@@ -66,141 +49,7 @@ constexpr RequestRow kScsiRequests[] = {
     request<&ScsiFile::address>(kGetIdlun, "SCSI_IOCTL_GET_IDLUN", Direction::out, kScsiAddress),
 };
 
-// --- the caller's memory ---
-
-int pieces_of(const SgRecord& record, const Caller& caller, Pieces& pieces) {
-    if (record.data_length == 0) {
-        return 0;
-    }
-    if (record.vectors == 0) {
-        pieces.push_back({record.data, record.data_length});
-        return 0;
-    }
-    if (record.vectors > kMostVectors) {
-        return EINVAL;
-    }
-    pieces.resize(record.vectors);
-    if (!caller.read(record.data, {reinterpret_cast<std::uint8_t*>(pieces.data()),
-                                   pieces.size() * sizeof(Piece)})) {
-        return EFAULT;
-    }
-    std::uint64_t left = record.data_length;
-    for (Piece& piece : pieces) {
-        if (piece.size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-            return EINVAL;
-        }
-        piece.size = std::min(piece.size, left);
-        left -= piece.size;
-    }
-    return 0;
-}
-
-bool gather(const Caller& caller, const Pieces& pieces, Bytes& data) {
-    for (const Piece& piece : pieces) {
-        const std::size_t before = data.size();
-        data.resize(before + piece.size);
-        if (!caller.read(piece.address, std::span(data).subspan(before))) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool scatter(const Caller& caller, const Pieces& pieces, ByteView data) {
-    for (const Piece& piece : pieces) {
-        const ByteView part = data.first(std::min<std::size_t>(piece.size, data.size()));
-        if (!caller.write(piece.address, part)) {
-            return false;
-        }
-        data = data.subspan(part.size());
-    }
-    return true;
-}
-
-// --- commands ---
-
-struct Prepared {
-    ScsiCommand command;
-    std::array<std::uint8_t, kLongestCommand> block{};
-    Pieces pieces;
-    Bytes data; // what the caller's memory holds
-};
-
-int take_command(const SgRecord& record, const Caller& caller, bool writable, Prepared& prepared) {
-    if (record.command_length > kLongestCommand) {
-        return EINVAL;
-    }
-    if (record.command_length < kShortestCommand) {
-        return EMSGSIZE;
-    }
-    if (!caller.read(record.command, std::span(prepared.block).first(record.command_length))) {
-        return EFAULT;
-    }
-    const bool allowed = scsi_allows(prepared.block[0], writable) || caller.may(CAP_SYS_RAWIO);
-    std::copy_n(prepared.block.begin(), prepared.command.block.size(),
-                prepared.command.block.begin());
-    return allowed ? 0 : EPERM;
-}
-
-// 0, or what the kernel refuses the record with.
-int prepare(const SgRecord& record, const Caller& caller, bool writable, Prepared& prepared) {
-    if (record.interface != 'S') {
-        return EINVAL;
-    }
-    if (record.data_length > kMostData) {
-        return EIO;
-    }
-    if (record.data_length > 0) {
-        switch (record.direction) {
-        case SG_DXFER_TO_DEV:
-            prepared.command.direction = ScsiDirection::to_device;
-            break;
-        case SG_DXFER_FROM_DEV:
-        case SG_DXFER_TO_FROM_DEV:
-            prepared.command.direction = ScsiDirection::from_device;
-            break;
-        default:
-            return EINVAL;
-        }
-    }
-    if (const int error = take_command(record, caller, writable, prepared); error != 0) {
-        return error;
-    }
-    if (const int error = pieces_of(record, caller, prepared.pieces); error != 0) {
-        return error;
-    }
-    // The kernel pins the pages before the command is sent, in both directions.
-    if (!gather(caller, prepared.pieces, prepared.data)) {
-        return EFAULT;
-    }
-    if (prepared.command.direction == ScsiDirection::to_device) {
-        prepared.command.data = prepared.data;
-    } else {
-        prepared.command.room = prepared.data.size();
-    }
-    return 0;
-}
-
-void report(const ScsiAnswer& answer, SgRecord& record) {
-    record.status = answer.status;
-    record.masked_status = static_cast<std::uint8_t>(answer.status >> 1);
-    record.message_status = 0;
-    record.host_status = answer.host_status;
-    record.driver_status = answer.status == kCheckCondition ? kDriverSense : 0;
-    record.info = answer.status != 0 || answer.host_status != 0 ? SG_INFO_CHECK : SG_INFO_OK;
-    record.residue =
-        static_cast<std::int32_t>(record.data_length - std::max(answer.taken, answer.data.size()));
-    record.sense_written = 0;
-}
-
 } // namespace
-
-ScsiAnswer ScsiAnswer::check(std::uint8_t key, std::uint8_t code, std::uint8_t qualifier) {
-    ScsiAnswer answer;
-    answer.status = kCheckCondition;
-    answer.sense = {0x70, 0, key, 0, 0, 0, 0, 10, 0, 0, 0, 0, code, qualifier, 0, 0, 0, 0};
-    return answer;
-}
 
 // --- the node ---
 
@@ -247,6 +96,11 @@ std::optional<ScsiAnswer> ScsiFile::ask(const SgRecord& record, const ScsiComman
         answer.host_status = ScsiAnswer::kTimeOut;
         return answer;
     }
+    if (record.command_length > command.block.size()) {
+        ScsiAnswer answer;
+        answer.host_status = ScsiAnswer::kHostError;
+        return answer;
+    }
     std::optional<ScsiAnswer> answer = scsi_->target().execute(command);
     if (!answer && waiting == waiting_.end()) {
         const std::uint64_t timer = scsi_->board().after(time_for(record), [this, id] {
@@ -259,16 +113,11 @@ std::optional<ScsiAnswer> ScsiFile::ask(const SgRecord& record, const ScsiComman
 }
 
 Outcome ScsiFile::send(SgRecord& record, RequestCall& call) {
-    Prepared prepared;
-    if (const int error = prepare(record, call.caller, writable(), prepared); error != 0) {
+    SgCommand command;
+    if (const int error = command.prepare(record, call.caller, writable()); error != 0) {
         return Outcome::failed(error);
     }
-    std::optional<ScsiAnswer> answer;
-    if (record.command_length > prepared.command.block.size()) {
-        answer.emplace().host_status = ScsiAnswer::kHostError;
-    } else {
-        answer = ask(record, prepared.command, call.id);
-    }
+    const std::optional<ScsiAnswer> answer = ask(record, command.command(), call.id);
     if (!answer) {
         return Outcome::wait();
     }
@@ -278,19 +127,7 @@ Outcome ScsiFile::send(SgRecord& record, RequestCall& call) {
         record.duration = static_cast<std::uint32_t>(
             (scsi_->board().now() - waited.mapped().since) / kMillisecond);
     }
-    answer->data.resize(std::min(answer->data.size(), prepared.command.room));
-    report(*answer, record);
-    const ByteView sense =
-        ByteView(answer->sense)
-            .first(std::min<std::size_t>(record.sense_room, answer->sense.size()));
-    if (record.sense != 0 && !sense.empty()) {
-        if (!call.caller.write(record.sense, sense)) {
-            return Outcome::failed(EFAULT);
-        }
-        record.sense_written = static_cast<std::uint8_t>(sense.size());
-    }
-    return scatter(call.caller, prepared.pieces, answer->data) ? Outcome::done()
-                                                               : Outcome::failed(EFAULT);
+    return command.finish(*answer, record, call.caller) ? Outcome::done() : Outcome::failed(EFAULT);
 }
 
 // --- read(2) and write(2) ---

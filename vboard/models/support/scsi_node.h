@@ -18,34 +18,10 @@
 // plain read(2) or write(2) is a READ(10) or WRITE(10) of what it covers, without a page cache.
 
 #include "models/support/block_node.h"
+#include "models/support/sg_record.h"
 #include "serve/opens.h"
 
-#include <array>
-
 namespace vb {
-
-enum class ScsiDirection { none, to_device, from_device };
-
-struct ScsiCommand {
-    std::array<std::uint8_t, 16> block{};
-    ScsiDirection direction = ScsiDirection::none;
-    ByteView data{};      // to the device
-    std::size_t room = 0; // from the device: what is more is lost
-};
-
-struct ScsiAnswer {
-    std::uint8_t status = 0;
-    std::uint16_t host_status = 0;
-    Bytes sense{};
-    Bytes data{};
-    std::size_t taken = 0; // of what was sent
-
-    static constexpr std::uint16_t kTimeOut = 3;
-    static constexpr std::uint16_t kHostError = 7;
-
-    // A check condition with sense data of the fixed format.
-    static ScsiAnswer check(std::uint8_t key, std::uint8_t code, std::uint8_t qualifier = 0);
-};
 
 class ScsiTarget {
   public:
@@ -57,35 +33,6 @@ class ScsiTarget {
     // Nothing: not yet. It is asked again after ScsiNode::go_on().
     virtual std::optional<ScsiAnswer> execute(const ScsiCommand& command) = 0;
 };
-
-// sg_io_hdr, version 3, of a 64-bit caller.
-struct SgRecord {
-    std::int32_t interface;
-    std::int32_t direction;
-    std::uint8_t command_length;
-    std::uint8_t sense_room;
-    std::uint16_t vectors;
-    std::uint32_t data_length;
-    std::uint64_t data;
-    std::uint64_t command;
-    std::uint64_t sense;
-    std::uint32_t timeout;
-    std::uint32_t flags;
-    std::int32_t pack_id;
-    std::uint32_t padding;
-    std::uint64_t user;
-    std::uint8_t status;
-    std::uint8_t masked_status;
-    std::uint8_t message_status;
-    std::uint8_t sense_written;
-    std::uint16_t host_status;
-    std::uint16_t driver_status;
-    std::int32_t residue;
-    std::uint32_t duration;
-    std::uint32_t info;
-    std::uint32_t tail;
-};
-static_assert(sizeof(SgRecord) == 88);
 
 class ScsiFile;
 
