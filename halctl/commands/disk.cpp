@@ -87,7 +87,8 @@ int run_serve(Tool& tool, const Arguments& arguments) {
     }
     // There to the end: when the disk is not withdrawn in time, the library may still call.
     static Image image;
-    image.reset(scsi_disk_open(arguments.image.c_str(), arguments.read_only, hal_mass_write));
+    image.reset(scsi_disk_open(arguments.image.c_str(), arguments.read_only, hal_mass_write,
+                               SCSI_DISK_DATA_OF_ALL));
     if (!image) {
         return tool.failed(kServe, fmt::format("{}: {}", in_quotes(arguments.image),
                                                errno == EINVAL ? "its size is no number of sectors"
