@@ -130,12 +130,21 @@ int32_t written(const Write& write) {
     return result == 0 ? 0 : -1;
 }
 
+constinit std::atomic<Time> reported{Time()};
+
+// The MCU keeps reports until the host comes for them, and forgets them when it detaches.
+void let_reports_go() {
+    constexpr auto kHostsTime = 250ms; // for some ten of them
+    std::this_thread::sleep_until(reported.load() + kHostsTime);
+}
+
 bool write_packet(const hal_hid_data* report) {
     if (!is_seen()) {
         errno = ESHUTDOWN; // the MCU would drop it
         return false;
     }
     const bool sent = written([report] { return sata_hid_write(report); }) == 0;
+    reported = BridgeClock::now();
     errno = sent ? 0 : EIO;
     return sent;
 }
@@ -181,6 +190,7 @@ void end_disk() {
 }
 
 int32_t attach_disk(hal_mass_callback callback) {
+    let_reports_go();
     lost = false;
     on_event.set(callback);
     offered = true;
@@ -195,6 +205,7 @@ int32_t attach_disk(hal_mass_callback callback) {
 
 void detach_disk() {
     if (offered) {
+        let_reports_go();
         forget_before(BridgeClock::now() + kDetached);
         sata_mass_deinit(0, 1);
         end_disk();
@@ -210,6 +221,7 @@ bool is_disk_seen() {
 }
 
 void detach_device() {
+    let_reports_go();
     sata_otg_deinit();
 }
 
@@ -283,18 +295,19 @@ void look_after_bridge_and_host() {
 
 } // namespace
 
-const Carrier kMcuBridge{open_bridge,
-                         add_devices,
-                         is_seen,
-                         write_packet,
-                         attach_disk,
-                         detach_disk,
-                         is_disk_there,
-                         is_disk_seen,
-                         write_disk_packets,
-                         SCSI_DISK_DATA_OF_WRITES,
-                         detach_device,
-                         look_after_bridge_and_host,
-                         close_bridge};
+const Carrier kMcuBridge{.open = open_bridge,
+                         .add_input = add_devices,
+                         .takes_reports = is_seen,
+                         .write_report = write_packet,
+                         .has_consumer_keys = false, // no packet is for them
+                         .add_disk = attach_disk,
+                         .remove_disk = detach_disk,
+                         .has_disk = is_disk_there,
+                         .serves_disk = is_disk_seen,
+                         .write_disk = write_disk_packets,
+                         .disk_data = SCSI_DISK_DATA_OF_WRITES,
+                         .detach = detach_device,
+                         .look_after = look_after_bridge_and_host,
+                         .close = close_bridge};
 
 } // namespace usb

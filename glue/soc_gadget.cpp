@@ -86,9 +86,19 @@ bool close_port(bool stays) {
 
 } // namespace
 
-const Carrier kSocGadget{open_port,      add_input_devices,     are_nodes_open,  write_node,
-                         offer_disk,     withdraw_disk,         is_disk_offered, is_disk_open,
-                         hal_mass_write, SCSI_DISK_DATA_OF_ALL, unbind,          look_after_nothing,
-                         close_port};
+const Carrier kSocGadget{.open = open_port,
+                         .add_input = add_input_devices,
+                         .takes_reports = are_nodes_open,
+                         .write_report = write_node,
+                         .has_consumer_keys = true,
+                         .add_disk = offer_disk,
+                         .remove_disk = withdraw_disk,
+                         .has_disk = is_disk_offered,
+                         .serves_disk = is_disk_open,
+                         .write_disk = hal_mass_write,
+                         .disk_data = SCSI_DISK_DATA_OF_ALL,
+                         .detach = unbind,
+                         .look_after = look_after_nothing,
+                         .close = close_port};
 
 } // namespace usb

@@ -22,6 +22,7 @@ struct Carrier {
     bool (*takes_reports)();
     // False with errno where it cannot get to the host.
     bool (*write_report)(const hal_hid_data* report);
+    bool has_consumer_keys; // their reports get there, too
 
     // Of a disk that is withdrawn, for whatever reason, the callback may hear a MASS_EVENT_END; it
     // can be added again then.
