@@ -52,18 +52,6 @@ class I2c : public OnBoard {
         }
         return all;
     }
-    // Buses stay open for the life of a process. Where that matters, a test is run in one of its
-    // own, in which none is open yet.
-    template <typename Body>
-    void in_a_new_process(Body body) {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        EXPECT_EXIT(
-            {
-                body();
-                std::exit(HasFailure() ? 1 : 0);
-            },
-            testing::ExitedWithCode(0), "");
-    }
 };
 
 class OpenI2c : public I2c {

@@ -36,6 +36,12 @@ struct Pin {
     LineBank* bank = nullptr;
     unsigned line = 0;
 
+    void preset(bool level) const {
+        if (bank != nullptr) {
+            bank->preset(line, level);
+        }
+    }
+
     void set(bool level) const {
         if (bank != nullptr) {
             bank->set(line, level, "outside");
@@ -116,7 +122,7 @@ McuBridge::McuBridge(Board& board, Settings& settings)
     follow(settings, "program", Chip::Input::program);
     follow(settings, "reset", Chip::Input::reset);
     if (socket_ != nullptr) {
-        vbus_.set(socket_->powered());
+        vbus_.preset(socket_->powered());
         socket_->on_power([this](bool powered) {
             vbus_.set(powered);
             chip_.host_power(powered);

@@ -25,7 +25,7 @@ enum Edge : std::size_t { kNone = 0, kFalling = 1, kRising = 2 }; // both: the t
 
 struct SysfsLine {
     bool output = false;
-    bool outside = false; // the level that the outside gives an input
+    bool outside = false; // while it is an output: the level that the outside gives it
     std::size_t edge = kNone;
     bool active_low = false;
     std::shared_ptr<Attribute> value; // while exported
@@ -70,9 +70,6 @@ SysfsGpio::SysfsGpio(Board& board, Settings& settings)
       lines_(bank_.count()) {
     bank_.watch_all([this](unsigned line, bool level) { on_level(line, level); });
     set_levels(bank_, settings);
-    for (unsigned line = 0; line < lines_.size(); ++line) {
-        lines_[line].outside = bank_.level(line);
-    }
     Tree& tree = board.tree();
     const std::string path = kClass;
     tree.put(path + "/export",
@@ -158,7 +155,11 @@ int SysfsGpio::set_output(unsigned number, bool level) {
     if (lines_[number].edge != kNone) {
         return EIO;
     }
-    lines_[number].output = true;
+    SysfsLine& line = lines_[number];
+    if (!line.output) {
+        line.output = true;
+        line.outside = bank_.level(number);
+    }
     bank_.set(number, level, "program");
     return 0;
 }
@@ -174,8 +175,10 @@ int SysfsGpio::set_direction(unsigned number, std::string_view text) {
         return EINVAL;
     }
     SysfsLine& line = lines_[number];
-    line.output = false;
-    bank_.set(number, line.outside, "outside");
+    if (line.output) {
+        line.output = false;
+        bank_.set(number, line.outside, "outside");
+    }
     return 0;
 }
 
@@ -217,10 +220,7 @@ int SysfsGpio::set_active_low(unsigned number, std::string_view text) {
 // --- the electrical side ---
 
 void SysfsGpio::on_level(unsigned number, bool level) {
-    SysfsLine& line = lines_[number];
-    if (!line.output) {
-        line.outside = level;
-    }
+    const SysfsLine& line = lines_[number];
     if (line.value && line.fires_on(level)) {
         line.value->notify();
     }

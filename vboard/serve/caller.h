@@ -38,7 +38,7 @@ class Caller {
     bool read(std::uint64_t address, std::span<std::uint8_t> into) const;
     bool write(std::uint64_t address, ByteView bytes) const;
 
-    // Whether it has a capability (linux/capability.h) where the board's root has all.
+    // Whether it has a capability (linux/capability.h).
     bool may(int capability) const;
     // Whether a signal has ended it, so that nobody waits for an answer.
     bool dying() const;

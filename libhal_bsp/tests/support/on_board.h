@@ -9,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <mutex>
 #include <string>
@@ -77,6 +78,17 @@ class OnBoard : public vb::BoardTest {
     }
     Json ask(const std::string& verb, Json arguments = Json::object()) {
         return board().ask(verb, std::move(arguments));
+    }
+    // For what a process has only once, such as threads and descriptors that stay for good.
+    template <typename Body>
+    void in_a_new_process(Body body) {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        EXPECT_EXIT(
+            {
+                body();
+                std::exit(HasFailure() ? 1 : 0);
+            },
+            testing::ExitedWithCode(0), "");
     }
     // A moment after it was stopped a thread is gone.
     static void expect_threads(std::size_t wanted) {

@@ -2,12 +2,11 @@
 #pragma once
 
 #include "tests/support/on_board.h"
+#include "tests/support/thread_tap.h"
 
 #include <hal_bsp/hal_bsp.h>
 
-#include <array>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -21,65 +20,9 @@ inline constexpr hal_otg_info kIds{0, 0x0104, 0x1D6B};
 // Keyboard, touch screen, relative and absolute mouse.
 inline constexpr hal_hid_info kAllDevices{1, 1, 1, 0x10, 1, 2, 1, 2};
 
-using Lines = std::vector<std::string>;
-
 inline int load_field(const int32_t& field) {
     return std::atomic_ref(const_cast<int32_t&>(field)).load();
 }
-
-// What each thread logged: "LEVEL text".
-class ThreadTap {
-  public:
-    static ThreadTap& instance() {
-        // Never destroyed: the library's threads log to the end of the process.
-        static ThreadTap& tap = *new ThreadTap; // NOLINT
-        return tap;
-    }
-    Lines of(const std::function<bool(pid_t)>& wanted) {
-        const std::lock_guard guard(mutex_);
-        Lines lines;
-        for (const auto& [thread, line] : lines_) {
-            if (wanted(thread)) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
-    }
-    // Of the thread that logged `first`, from there on.
-    Lines from(const std::string& first) {
-        const std::lock_guard guard(mutex_);
-        Lines lines;
-        pid_t thread = 0;
-        for (const auto& [its_thread, line] : lines_) {
-            thread = thread == 0 && line == first ? its_thread : thread;
-            if (thread == its_thread) {
-                lines.push_back(line);
-            }
-        }
-        return lines;
-    }
-    void forget() {
-        const std::lock_guard guard(mutex_);
-        lines_.clear();
-    }
-
-  private:
-    ThreadTap() { log_add_callback(&ThreadTap::sink, this, HAL_LOG_TRACE); }
-
-    static void sink(log_event* event) {
-        std::array<char, 512> text{};
-        std::vsnprintf(text.data(), text.size(), event->fmt, event->ap);
-        auto& tap = *static_cast<ThreadTap*>(event->udata);
-        const std::lock_guard guard(tap.mutex_);
-        if (std::string(event->file) == "hal_otg") {
-            tap.lines_.emplace_back(gettid(), std::string(log_level_string(event->level)) + " " +
-                                                  text.data());
-        }
-    }
-
-    std::mutex mutex_;
-    std::vector<std::pair<pid_t, std::string>> lines_;
-};
 
 class Port : public OnBoard {
   protected:
@@ -127,22 +70,6 @@ class Port : public OnBoard {
         return content("/sys/devices/virtual/android_usb/android0/" + name);
     }
     static bool exists(const std::string& name) { return access((kG1 + name).c_str(), F_OK) == 0; }
-
-    // What this thread logged, and what others did.
-    static Lines mine() {
-        return ThreadTap::instance().of([](pid_t thread) { return thread == gettid(); });
-    }
-    static bool says(const std::string& line) {
-        return comes_true([&] {
-            return testing::Value(ThreadTap::instance().of([](pid_t) { return true; }),
-                                  testing::Contains(line));
-        });
-    }
-    // The log of the thread that said `first`, once somebody has said `last`.
-    static Lines story(const std::string& first, const std::string& last) {
-        EXPECT_TRUE(says(last)) << last;
-        return ThreadTap::instance().from(first);
-    }
 
     std::size_t binds() { return events({{"kind", "usb"}, {"state", "bound"}}).size(); }
     bool host_is(const std::string& state) {

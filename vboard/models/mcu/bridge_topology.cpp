@@ -3,6 +3,7 @@
 #include "models/gadget/tell.h"
 #include "serve/attribute.h"
 
+#include <fmt/format.h>
 #include <sys/mman.h>
 
 #include <utility>

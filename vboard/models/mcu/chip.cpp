@@ -1,5 +1,7 @@
 #include "models/mcu/chip.h"
 
+#include <fmt/format.h>
+
 namespace vb::mcu {
 
 namespace {

@@ -2,6 +2,8 @@
 
 #include "core/board.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 namespace vb::mcu {

@@ -6,16 +6,17 @@
 // - Refused before the target hears of it, in this order: an interface that is not 'S' (EINVAL),
 //   more data than the host takes at once (EIO), data without a direction (EINVAL), a command of
 //   more than 32 bytes (EINVAL) or less than 6 (EMSGSIZE), one that is not the caller's memory
-//   (EFAULT), one that only CAP_SYS_RAWIO allows, or that writes where the node was opened for
-//   reading (EPERM), data that are not the caller's memory (EFAULT).
+//   (EFAULT), one that the kernel allows with CAP_SYS_RAWIO only, or that writes where the node was
+//   opened for reading (EPERM), data that are not the caller's memory (EFAULT).
 // - Of an iovec the shorter of its sum and `dxfer_len` counts.
 // - A time-out of 0 is that of SG_SET_TIMEOUT, or 60 s; none is shorter than 7 s. When it is over
 //   the command is done with host status 3 (DID_TIME_OUT), and the data are as they were.
 // - Signals do not end a command.
 // - A check condition has driver status 8 and its sense, as far as `mx_sb_len` goes; `sbp` may be
 //   null. `info` has its lowest bit where any of the statuses is not 0.
-// What is ours: a command of 17 to 32 bytes is host status 7 (DID_ERROR), as of an ATA disk, and a
-// plain read(2) or write(2) is a READ(10) or WRITE(10) of what it covers, without a page cache.
+// What is ours: CAP_SYS_ADMIN stands for CAP_SYS_RAWIO, which a board gives nobody; a command of 17
+// to 32 bytes is host status 7 (DID_ERROR), as of an ATA disk, and a plain read(2) or write(2) is a
+// READ(10) or WRITE(10) of what it covers, without a page cache.
 
 #include "models/support/block_node.h"
 #include "models/support/sg_record.h"

@@ -19,6 +19,8 @@ constexpr std::size_t kShortestCommand = 6;
 constexpr std::size_t kMostVectors = 1024;
 constexpr std::uint8_t kCheckCondition = 2;
 constexpr std::uint16_t kDriverSense = 8;
+// Nobody on a board has CAP_SYS_RAWIO, which would be one over the machine.
+constexpr int kRawCommands = CAP_SYS_ADMIN;
 
 bool is_input(std::int32_t direction) {
     return direction == SG_DXFER_FROM_DEV || direction == SG_DXFER_TO_FROM_DEV;
@@ -98,7 +100,7 @@ int SgCommand::take_block(const SgRecord& record, const Caller& caller, bool wri
         return EFAULT;
     }
     std::copy_n(block.begin(), command_.block.size(), command_.block.begin());
-    return scsi_allows(block[0], writable) || caller.may(CAP_SYS_RAWIO) ? 0 : EPERM;
+    return scsi_allows(block[0], writable) || caller.may(kRawCommands) ? 0 : EPERM;
 }
 
 int SgCommand::prepare(const SgRecord& record, const Caller& caller, bool writable) {
