@@ -245,6 +245,26 @@ TEST_P(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
         << result.err;
 }
 
+// A packet that could not be fetched, a command that failed, a bridge that was away: none of it is
+// for good.
+TEST(UsbGadgetViaMcu, GetsOverWhatGoesWrongWithTheBridge) {
+    const CommandResult result = run(
+        {"vboard", "run", "--speed", "20", "--", "bash", "-c",
+         "cd /dev/shm; head -c 65536 /dev/urandom >disk; mkdir -p \"$0\"\n"
+         "usb_gadget --no-demo --via mcu --image disk >out 2>&1 & gadget=$!\n"
+         "says() { until [ $(grep -c \"$2\" out) -ge $1 ]; do :; done; }\n"
+         "copies() { rm -f \"$0/copy\"; until cmp -s disk \"$0/copy\"; do\n"
+         "vboard ctl host disk_read \"$0/copy\" >/dev/null 2>&1; sleep 1; done; }\n"
+         "says 1 'disk ready'; vboard ctl mcu fail 1; vboard ctl host led caps 1; says 1 'caps 1'\n"
+         "vboard ctl fault add '/dev/sda:ioctl=SG_IO:EIO:once'; vboard ctl host led num 1\n"
+         "says 2 'disk ready'; copies\n"
+         "vboard ctl mcu bridge gone; vboard ctl host led scroll 1; says 2 'disk withdrawn'\n"
+         "vboard ctl mcu bridge there; says 3 'disk ready'; copies\n"
+         "kill -INT $gadget; wait $gadget; echo $?; rm -r \"$0\"",
+         testing::TempDir() + "gets_over_" + std::to_string(getpid())});
+    EXPECT_THAT(result.out, testing::EndsWith("0\n")) << result.err;
+}
+
 TEST(UsbGadgetAlone, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
     const CommandResult result =
         run({"vboard", "run", "--speed", "20", "--", "sh", "-c",
