@@ -109,7 +109,7 @@ struct scsi_disk {
     void fail(Sense sense);
     void send(std::size_t length, bool last = false);
     void send_status();
-    bool flush() { return read_only_ || fdatasync(file_) == 0; }
+    bool flush() const { return read_only_ || fdatasync(file_) == 0; }
 
     int file_;
     std::uint64_t blocks_;

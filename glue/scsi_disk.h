@@ -19,6 +19,7 @@
 extern "C" {
 #endif
 
+/* NOLINTBEGIN(modernize-use-using,readability-identifier-naming): it is for C, too */
 typedef struct scsi_disk scsi_disk;
 
 /* Where replies go: `hal_mass_write`, or what else carries them. Negative: the host does not get
@@ -46,6 +47,7 @@ typedef struct scsi_disk_counts {
     uint64_t bytes_written;
 } scsi_disk_counts;
 scsi_disk_counts scsi_disk_count(const scsi_disk* disk);
+/* NOLINTEND(modernize-use-using,readability-identifier-naming) */
 
 /* Flushes the image and lets go of it. No event may come any more. */
 void scsi_disk_close(scsi_disk* disk);

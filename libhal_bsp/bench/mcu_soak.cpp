@@ -24,6 +24,7 @@
 #include <fstream>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -91,8 +92,14 @@ Footprint footprint() {
     Footprint found;
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        std::sscanf(line.c_str(), "VmRSS: %ld", &found.kilobytes);
-        std::sscanf(line.c_str(), "Threads: %ld", &found.threads);
+        std::istringstream words(line);
+        std::string name;
+        words >> name;
+        if (name == "VmRSS:") {
+            words >> found.kilobytes;
+        } else if (name == "Threads:") {
+            words >> found.threads;
+        }
     }
     for ([[maybe_unused]] const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
         ++found.descriptors;
@@ -264,6 +271,7 @@ void print(const char* when, std::uint64_t count, const Footprint& now) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a board that is gone is to end it
 int main(int argc, char** argv) {
     const std::uint64_t wanted = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1'000'000;
     log_set_quiet(true);
