@@ -75,8 +75,9 @@ using namespace scsi;
 
 struct scsi_disk {
   public:
-    scsi_disk(int file, std::uint64_t blocks, bool read_only, scsi_disk_reply reply)
-        : file_(file), blocks_(blocks), read_only_(read_only), reply_(reply) {}
+    scsi_disk(int file, std::uint64_t blocks, bool read_only, scsi_disk_reply reply,
+              scsi_disk_data data)
+        : file_(file), blocks_(blocks), read_only_(read_only), reply_(reply), data_(data) {}
     scsi_disk(const scsi_disk&) = delete;
     scsi_disk& operator=(const scsi_disk&) = delete;
     ~scsi_disk() {
@@ -114,6 +115,7 @@ struct scsi_disk {
     std::uint64_t blocks_;
     bool read_only_;
     scsi_disk_reply reply_;
+    scsi_disk_data data_;
     Sense sense_;
 
     // The command under way.
@@ -159,7 +161,8 @@ void scsi_disk::begin(Bytes wrapper) {
     add_to(commands_, 1);
     wrapper_ = Wrapper(wrapper);
     status_ = Status::kPassed;
-    awaited_ = wrapper_.follows();
+    const bool is_told = data_ == SCSI_DISK_DATA_OF_ALL || wrapper_[0] == kWrite10;
+    awaited_ = is_told ? wrapper_.follows() : 0;
     to_send_ = to_receive_ = place_ = moved_ = 0;
     from_image_ = lost_ = false;
     if (wrapper_.is_valid()) {
@@ -408,7 +411,8 @@ void scsi_disk::send_status() {
 
 // --- for C ---
 
-scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply) {
+scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply,
+                          scsi_disk_data data) {
     const int file = open(image, (read_only ? O_RDONLY : O_RDWR) | O_CLOEXEC);
     if (file < 0) {
         return nullptr;
@@ -420,7 +424,7 @@ scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply rep
     }
     if (error == 0) {
         auto* disk = new (std::nothrow)
-            scsi_disk(file, static_cast<std::uint64_t>(size) / kBlock, read_only, reply);
+            scsi_disk(file, static_cast<std::uint64_t>(size) / kBlock, read_only, reply, data);
         if (disk != nullptr) {
             return disk;
         }

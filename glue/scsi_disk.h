@@ -23,12 +23,18 @@ extern "C" {
 
 typedef struct scsi_disk scsi_disk;
 
-/* Where replies go: `hal_mass_write`, or what else carries them. */
+/* Where replies go: `hal_mass_write`, or what else carries them. Negative: the host does not get
+ * it. */
 typedef int32_t (*scsi_disk_reply)(const hal_mass_reply* reply);
+
+/* Whose data are told with a MASS_EVENT_DATA: those of all commands but MODE SELECT(6), as
+ * `hal_mass_init` has it, or those of WRITE(10) alone, as `sata_mass_init` does. */
+typedef enum scsi_disk_data { SCSI_DISK_DATA_OF_ALL, SCSI_DISK_DATA_OF_WRITES } scsi_disk_data;
 
 /* Opens an image, whose size is a multiple of 512 bytes, or NULL with errno. A read-only image is a
  * write-protected disk. */
-scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply);
+scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply,
+                          scsi_disk_data data);
 
 /* Takes an event, on the thread that the library calls back on. True once the disk was withdrawn:
  * no event follows, and the image holds all that was written. */

@@ -17,11 +17,12 @@ constexpr std::array kGroups = {
     add_version, add_log,       add_gpio,    add_sysgpio, add_i2c,  add_fpga,  add_clock,
     add_keys,    add_led,       add_tbar,    add_link,    add_temp, add_fan,   add_backlight,
     add_hdmi,    add_oled,      add_genlock, add_ptp,     add_slot, add_image, add_md5,
-    add_env,     add_sysconfig, add_vendor,  add_otg,     add_hid,  add_disk,
+    add_env,     add_sysconfig, add_vendor,  add_otg,     add_mcu,  add_hid,   add_disk,
 };
 
 int run(std::vector<std::string> words) {
-    static Tool tool; // the library keeps a sink of it to the end of the process
+    // Never destroyed: the library keeps a sink of it, and threads, to the end of the process.
+    static Tool& tool = *new Tool;
     Command root("", "halctl",
                  "The board's devices from the command line.\n"
                  "Exit codes: 0 done, 1 a call failed, 64 wrong usage,\n"

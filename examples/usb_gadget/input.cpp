@@ -52,7 +52,7 @@ uint8_t high(unsigned value) {
 template <std::size_t Size>
 bool Hands::send(hal_hid_dev dev, std::array<uint8_t, Size> report) {
     const hal_hid_data data{static_cast<uint32_t>(dev), static_cast<int32_t>(Size), report.data()};
-    return carrier_.write_report(&data) == static_cast<int32_t>(Size);
+    return carrier_.write_report(&data);
 }
 
 bool Hands::type(const std::string& text) {

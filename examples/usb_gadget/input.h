@@ -1,7 +1,7 @@
 #pragma once
 // What hands do: reports of a keyboard, two mice and a touch screen.
 
-#include "carrier.h"
+#include <usb_carrier.h>
 
 #include <array>
 #include <string>

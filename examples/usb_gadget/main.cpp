@@ -1,15 +1,15 @@
 // usb_gadget: the board as keyboard, mice, touch screen and disk of a host computer.
 //
-// It runs until Ctrl-C, and whatever the host does meanwhile: a disk that is withdrawn, as when
-// somebody pulls the cable, is offered again when there is a host again. Without a board:
-// vboard run -- usb_gadget --image FILE, and from another terminal vboard ctl host typed. The tour
-// beside this file shows it at work.
+// By way of the SoC's own USB port or, with --via mcu, of the MCU's. It runs until Ctrl-C, and
+// whatever the host does meanwhile: a disk that is withdrawn, as when somebody pulls the cable, is
+// offered again when there is a host again. Without a board: vboard run -- usb_gadget --image FILE,
+// and from another terminal vboard ctl host typed. The tour beside this file shows it at work.
 
-#include "carrier.h"
 #include "input.h"
 
 #include <hal_bsp/hal_bsp.h>
 #include <scsi_disk.h>
+#include <usb_carrier.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -20,6 +20,9 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <string>
+#include <vector>
 
 namespace usb {
 
@@ -27,13 +30,14 @@ namespace {
 
 constexpr int kUnavailable = 69;
 
-const Carrier& carrier = kSocGadget;
+constexpr hal_otg_info kIds{0, 0x0104, 0x1D6B};
 
 // The callbacks have no argument to come by these.
 std::atomic<int> connection{HAL_OTG_UNKNOWN};
 scsi_disk* disk = nullptr; // null: there is no image
 
 struct Wishes {
+    std::string via = kWays[0];
     std::string image;
     bool read_only = false;
     std::string text = "Hello from the board!\n";
@@ -78,17 +82,18 @@ bool goes_on(const sigset_t& stop, long milliseconds) {
     return sigtimedwait(&stop, nullptr, &patience) < 0;
 }
 
-void show_hands(const std::string& text) {
+void show_hands(const Carrier& carrier, const std::string& text) {
     Hands hands(carrier);
     const bool all = hands.type(text) && hands.move_both_mice() && hands.drag_two_fingers();
     say("{}", all ? "typed, moved and dragged" : "the host takes no reports");
 }
 
-void serve(const Wishes& wishes, const sigset_t& stop) {
+void serve(const Carrier& carrier, const Wishes& wishes, const sigset_t& stop) {
     constexpr long kLook = 50;
     bool shown = wishes.no_demo;
     bool serving = false;
     while (goes_on(stop, kLook)) {
+        carrier.look_after();
         const bool served = disk != nullptr && carrier.serves_disk();
         if (served && !serving) {
             say("disk ready");
@@ -104,13 +109,13 @@ void serve(const Wishes& wishes, const sigset_t& stop) {
             }
         } else if (!shown && (disk == nullptr || served) && carrier.takes_reports()) {
             shown = true;
-            show_hands(wishes.text);
+            show_hands(carrier, wishes.text);
         }
     }
 }
 
-bool take_down() {
-    const bool ended = carrier.close();
+bool take_down(const Carrier& carrier) {
+    const bool ended = carrier.close(false);
     if (!ended) {
         fmt::print(stderr, "usb_gadget: the library's threads do not end\n");
     } else if (disk != nullptr) {
@@ -136,23 +141,26 @@ int run(const Wishes& wishes) {
     sigaddset(&stop, SIGTERM);
     sigprocmask(SIG_BLOCK, &stop, nullptr);
 
+    const Carrier& carrier = carrier_via(wishes.via);
     if (!wishes.image.empty()) {
-        disk = scsi_disk_open(wishes.image.c_str(), wishes.read_only, carrier.write_disk);
+        disk = scsi_disk_open(wishes.image.c_str(), wishes.read_only, carrier.write_disk,
+                              carrier.disk_data);
         if (disk == nullptr) {
             return fail(EXIT_FAILURE, fmt::format("{}: {}", wishes.image, std::strerror(errno)));
         }
     }
-    if (carrier.open(on_connection) != 0) {
-        return fail(kUnavailable, "there is no USB device port; on a virtual board there is one: "
-                                  "vboard run -- usb_gadget");
+    if (carrier.open(kIds, on_connection) != 0) {
+        return fail(kUnavailable, fmt::format("there is no USB device port; on a virtual board "
+                                              "there is one: vboard run -- usb_gadget --via {}",
+                                              wishes.via));
     }
     if (carrier.add_input(kDevices, on_lamps) != 0) {
-        take_down();
+        take_down(carrier);
         return fail(kUnavailable, "the USB device port takes no input devices");
     }
     say("up: keyboard, two mice, touch screen");
-    serve(wishes, stop);
-    return take_down() ? EXIT_SUCCESS : EXIT_FAILURE;
+    serve(carrier, wishes, stop);
+    return take_down(carrier) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
@@ -163,6 +171,10 @@ int run(const Wishes& wishes) {
 int main(int argc, char** argv) {
     CLI::App app("Keyboard, mice, touch screen and disk of a host computer, until Ctrl-C");
     usb::Wishes wishes;
+    app.add_option("--via", wishes.via, "The way to the host: soc or mcu")
+        ->check(
+            CLI::IsMember(std::vector<std::string>(std::begin(usb::kWays), std::end(usb::kWays))))
+        ->capture_default_str();
     app.add_option("--image", wishes.image, "The disk's contents, a multiple of 512 bytes");
     app.add_flag("--read-only", wishes.read_only, "The host may not write to the disk");
     app.add_option("--text", wishes.text, "What the keyboard types")->capture_default_str();

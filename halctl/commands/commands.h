@@ -31,6 +31,7 @@ void add_env(Command& root, Tool& tool);
 void add_sysconfig(Command& root, Tool& tool);
 void add_vendor(Command& root, Tool& tool);
 void add_otg(Command& root, Tool& tool);
+void add_mcu(Command& root, Tool& tool);
 void add_hid(Command& root, Tool& tool);
 void add_disk(Command& root, Tool& tool);
 

@@ -3,9 +3,6 @@
 #include "commands/otg_port.h"
 #include "scsi_disk.h"
 
-#include <hal_bsp/mass.h>
-#include <hal_bsp/otg.h>
-
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -22,6 +19,7 @@ namespace {
 constexpr char kServe[] = "disk serve";
 
 struct Arguments {
+    std::string via;
     std::string image;
     bool read_only = false;
     double timeout = 10;
@@ -42,19 +40,14 @@ void on_event(hal_mass_data* event) {
     }
 }
 
-bool is_idle() {
-    return std::atomic_ref(hal_mass_prv.thread_state).load() == 0;
-}
-
 // Ends the worker, which notices that at the host's next command, or when the port goes down.
-void withdraw(port::Port& port) {
+void withdraw(port::Port& port, const usb::Carrier& carrier) {
     constexpr double kHostsNextCommand = 1;
     constexpr double kWorkersEnd = 10;
-    if (!is_idle()) {
-        hal_mass_deinit();
-    }
-    if (!port.waited_for([] { return withdrawn || is_idle(); }, kHostsNextCommand)) {
-        hal_otg_stop(0);
+    const auto is_idle = [&] { return !carrier.has_disk(); };
+    carrier.remove_disk();
+    if (!port.waited_for([&] { return withdrawn || is_idle(); }, kHostsNextCommand)) {
+        carrier.detach();
     }
     // What it has to do with the gadget is done then.
     port.waited_for(is_idle, kWorkersEnd);
@@ -69,10 +62,11 @@ Json object_of(const Arguments& arguments, bool serving) {
 
 // Until a signal comes. When a host goes the library ends the disk; it is added anew for the next.
 std::optional<int> serve(Tool& tool, port::Port& port, const Arguments& arguments) {
+    const usb::Carrier& carrier = usb::carrier_via(arguments.via);
     std::int32_t result = 0;
     const auto add = [&] {
         withdrawn = false;
-        result = hal_mass_init(nullptr, 1, on_event);
+        result = carrier.add_disk(on_event);
     };
     if (const auto status = port.run(add)) {
         return status;
@@ -80,14 +74,15 @@ std::optional<int> serve(Tool& tool, port::Port& port, const Arguments& argument
     bool had_host = false;
     do {
         if (result != 0 || (withdrawn && !had_host)) {
-            return tool.failed(kServe, "the disk cannot be added to the gadget");
+            return tool.failed(kServe, "the disk cannot be added to the device");
         }
         had_host = true;
         if (!withdrawn) { // as it is already where the next host was quick to go
             tool.output().print(object_of(arguments, true),
                                 fmt::format("serving {}", arguments.image));
         }
-    } while (port.waited_until(is_idle) && port.waited_for_host() && port.ran(add));
+    } while (port.waited_until([&] { return !carrier.has_disk(); }) && port.waited_for_host() &&
+             port.ran(add));
     return std::nullopt;
 }
 
@@ -97,14 +92,16 @@ int run_serve(Tool& tool, const Arguments& arguments) {
     }
     // There to the end: when the disk is not withdrawn in time, the library may still call.
     static Image image;
-    image.reset(scsi_disk_open(arguments.image.c_str(), arguments.read_only, hal_mass_write));
+    const usb::Carrier& carrier = usb::carrier_via(arguments.via);
+    image.reset(scsi_disk_open(arguments.image.c_str(), arguments.read_only, carrier.write_disk,
+                               carrier.disk_data));
     if (!image) {
         return tool.failed(kServe, fmt::format("{}: {}", in_quotes(arguments.image),
                                                errno == EINVAL ? "its size is no number of sectors"
                                                                : std::strerror(errno)));
     }
     served = image.get();
-    port::Port port(tool, kServe);
+    port::Port port(tool, kServe, carrier);
     if (const auto status = port.bring_up(std::nullopt)) {
         return *status;
     }
@@ -112,7 +109,7 @@ int run_serve(Tool& tool, const Arguments& arguments) {
         return *status;
     }
     const auto failure = serve(tool, port, arguments);
-    withdraw(port);
+    withdraw(port, carrier);
     if (failure) {
         return *failure;
     }
@@ -140,6 +137,7 @@ void add_disk(Command& root, Tool& tool) {
     auto arguments = std::make_shared<disk::Arguments>();
     serve.text("IMAGE", arguments->image, "File or partition of whole sectors of 512 bytes");
     serve.flag("--read-only", arguments->read_only, "Let the host not write to it");
+    port::add_way(serve, arguments->via);
     port::add_timeout(serve, arguments->timeout);
     serve.on_run([&tool, arguments] { return disk::run_serve(tool, *arguments); });
 }

@@ -24,6 +24,7 @@ constexpr std::size_t kKeysAtOnce = 6;
 constexpr std::uint8_t kConsumerReport = 3;
 
 struct Arguments {
+    std::string via;
     std::string text;
     std::vector<std::string> names;
     int x = 0;
@@ -47,27 +48,28 @@ struct Input {
 
 // --- sending ---
 
-bool send(hal_hid_dev device, const Stroke& stroke) {
+bool send(const usb::Carrier& carrier, hal_hid_dev device, const Stroke& stroke) {
     return std::all_of(stroke.begin(), stroke.end(), [&](Report report) {
         const auto length = static_cast<std::int32_t>(report.size());
         const hal_hid_data data{static_cast<std::uint32_t>(device), length, report.data()};
-        return hal_hid_write(&data) == length;
+        return carrier.write_report(&data);
     });
 }
 
-int run_input(Tool& tool, const char* what, double timeout, const Input& input,
+int run_input(Tool& tool, const char* what, const Arguments& arguments, const Input& input,
               const Json& object) {
-    if (const auto status = port::missing(tool, what)) {
+    const usb::Carrier& carrier = usb::carrier_via(arguments.via);
+    if (const auto status = port::missing(tool, what, carrier)) {
         return *status;
     }
     if (input.id == 0) {
         return tool.failed(what, "the gadget was made without such a device");
     }
-    port::Port port(tool, what);
+    port::Port port(tool, what, carrier);
     if (const auto status = port.bring_up(std::nullopt)) {
         return *status;
     }
-    if (const auto status = port.wait_for_host(timeout)) {
+    if (const auto status = port.wait_for_host(arguments.timeout)) {
         return *status;
     }
     bool sent = true;
@@ -75,7 +77,7 @@ int run_input(Tool& tool, const char* what, double timeout, const Input& input,
     const auto interrupted = port.run([&] {
         for (auto stroke = input.strokes.begin();
              sent && stroke != input.strokes.end() && !port.is_stopping(); ++stroke) {
-            sent = send(input.device, *stroke);
+            sent = send(carrier, input.device, *stroke);
             error = errno;
         }
     });
@@ -126,18 +128,18 @@ Report touch_report(std::uint8_t id, bool tip, std::uint16_t x, std::uint16_t y,
 // --- commands ---
 
 int run_type(Tool& tool, const Arguments& arguments) {
-    const std::uint8_t id = port::report_ids().keyboard;
+    const std::uint8_t id = port::report_ids(usb::carrier_via(arguments.via)).keyboard;
     Input input{HAL_HID_KEYBOARD_MOUSE, id, {}};
     for (const char letter : arguments.text) {
         const Key key = key_for(letter).value();
         input.strokes.push_back(
             {keyboard_report(id, key.modifiers, {key}), keyboard_report(id, 0, {})});
     }
-    return run_input(tool, "hid type", arguments.timeout, input, {{"text", arguments.text}});
+    return run_input(tool, "hid type", arguments, input, {{"text", arguments.text}});
 }
 
 int run_key(Tool& tool, const Arguments& arguments) {
-    const std::uint8_t id = port::report_ids().keyboard;
+    const std::uint8_t id = port::report_ids(usb::carrier_via(arguments.via)).keyboard;
     std::uint8_t modifiers = 0;
     std::vector<Key> keys;
     Stroke down;
@@ -154,12 +156,15 @@ int run_key(Tool& tool, const Arguments& arguments) {
             }
         }
     }
+    if (!down.empty() && !usb::carrier_via(arguments.via).has_consumer_keys) {
+        return tool.failed("hid key", "the MCU passes no consumer keys on");
+    }
     if (modifiers != 0 || !keys.empty()) {
         down.insert(down.begin(), keyboard_report(id, modifiers, keys));
         up.push_back(keyboard_report(id, 0, {}));
     }
     down.insert(down.end(), up.begin(), up.end());
-    return run_input(tool, "hid key", arguments.timeout, {HAL_HID_KEYBOARD_MOUSE, id, {down}},
+    return run_input(tool, "hid key", arguments, {HAL_HID_KEYBOARD_MOUSE, id, {down}},
                      {{"keys", arguments.names}});
 }
 
@@ -179,10 +184,10 @@ std::vector<Stroke> movement(std::uint8_t id, int dx, int dy) {
 }
 
 int run_move(Tool& tool, const Arguments& arguments) {
-    const port::ReportIds ids = port::report_ids();
+    const port::ReportIds ids = port::report_ids(usb::carrier_via(arguments.via));
     const Json object = {{"x", arguments.x}, {"y", arguments.y}, {"to", arguments.to}};
     if (!arguments.to) {
-        return run_input(tool, "hid move", arguments.timeout,
+        return run_input(tool, "hid move", arguments,
                          {HAL_HID_RELATIVE_MOUSE, ids.relative_mouse,
                           movement(ids.relative_mouse, arguments.x, arguments.y)},
                          object);
@@ -191,13 +196,13 @@ int run_move(Tool& tool, const Arguments& arguments) {
     append(report, static_cast<std::uint16_t>(arguments.x));
     append(report, static_cast<std::uint16_t>(arguments.y));
     report.push_back(0);
-    return run_input(tool, "hid move", arguments.timeout,
+    return run_input(tool, "hid move", arguments,
                      {HAL_HID_KEYBOARD_MOUSE, ids.absolute_mouse, {{report}}}, object);
 }
 
 int run_touch(Tool& tool, const Arguments& arguments) {
     constexpr std::uint16_t kBetween = 100; // in units of 100 us
-    const std::uint8_t id = port::report_ids().touch_screen;
+    const std::uint8_t id = port::report_ids(usb::carrier_via(arguments.via)).touch_screen;
     std::uint16_t x = arguments.first_x;
     std::uint16_t y = arguments.first_y;
     std::uint16_t time = 0;
@@ -211,7 +216,7 @@ int run_touch(Tool& tool, const Arguments& arguments) {
         points.push_back({x, y});
     }
     stroke.push_back(touch_report(id, false, x, y, static_cast<std::uint16_t>(time + kBetween)));
-    return run_input(tool, "hid touch", arguments.timeout, {HAL_HID_TOUCH_SCREEN, id, {stroke}},
+    return run_input(tool, "hid touch", arguments, {HAL_HID_TOUCH_SCREEN, id, {stroke}},
                      {{"points", points}});
 }
 
@@ -240,6 +245,7 @@ Complaint check_key(const std::string& name) {
 
 std::shared_ptr<Arguments> add(Command& command, Tool& tool, int (*run)(Tool&, const Arguments&)) {
     auto arguments = std::make_shared<Arguments>();
+    port::add_way(command, arguments->via);
     port::add_timeout(command, arguments->timeout);
     command.on_run([&tool, arguments, run] { return run(tool, *arguments); });
     return arguments;

@@ -59,7 +59,7 @@ int run_status(Tool& tool) {
 }
 
 int run_up(Tool& tool, const Arguments& arguments) {
-    port::Port port(tool, "otg up");
+    port::Port port(tool, "otg up", usb::kSocGadget);
     if (const auto status = port.bring_up(arguments.ids)) {
         return *status;
     }

@@ -1,7 +1,8 @@
 #include "commands/otg_port.h"
+#include "commands/mcu.h"
 
 #include <hal_bsp/hid.h>
-#include <hal_bsp/otg.h>
+#include <hal_bsp/mcu.h>
 
 #include <fmt/format.h>
 #include <pthread.h>
@@ -84,13 +85,8 @@ EventPipe::Nanoseconds end_of(double seconds) {
     return EventPipe::now() + static_cast<EventPipe::Nanoseconds>(seconds * 1e9);
 }
 
-bool is_open(hal_hid_dev device) {
-    return std::atomic_ref(hal_hid_prv.hid_fd[device]).load() >= 0;
-}
-
-bool has_host() {
-    return is_open(HAL_HID_KEYBOARD_MOUSE) && is_open(HAL_HID_RELATIVE_MOUSE) &&
-           is_open(HAL_HID_TOUCH_SCREEN);
+bool is_mcu(const usb::Carrier& carrier) {
+    return &carrier == &usb::kMcuBridge;
 }
 
 } // namespace
@@ -111,7 +107,10 @@ State look() {
     return state;
 }
 
-std::optional<int> missing(const Tool& tool, const std::string& what) {
+std::optional<int> missing(const Tool& tool, const std::string& what, const usb::Carrier& carrier) {
+    if (is_mcu(carrier)) {
+        return mcu::missing(tool, what);
+    }
     for (const char* place : {kGadgetRoot, kControllers, kMailboxes}) {
         if (access(place, R_OK) != 0) {
             return tool.cannot_open(what, place, errno);
@@ -124,8 +123,13 @@ std::optional<int> missing(const Tool& tool, const std::string& what) {
     return std::nullopt;
 }
 
-ReportIds report_ids() {
+ReportIds report_ids(const usb::Carrier& carrier) {
     ReportIds ids;
+    if (is_mcu(carrier)) {
+        const auto& info = usb_fun_info_default;
+        ids = {info[4], info[6], info[5], info[7]};
+        return ids;
+    }
     if (const auto both = descriptor_of("hid.kbam0")) {
         ids.keyboard = id_in(*both, 0, kb_report_desc);
         ids.absolute_mouse =
@@ -140,6 +144,20 @@ ReportIds report_ids() {
     return ids;
 }
 
+UsbIds ids_via(std::string_view way) {
+    const auto& info = usb_fun_info_default;
+    return is_mcu(usb::carrier_via(way))
+               ? UsbIds{static_cast<std::uint16_t>(info[0] | info[1] << 8),
+                        static_cast<std::uint16_t>(info[2] | info[3] << 8)}
+               : UsbIds{};
+}
+
+Parameter& add_way(Command& command, std::string& way) {
+    way = usb::kWays[0];
+    return command.word("--via WAY", way, "By way of the SoC's own port, or of the MCU's",
+                        {std::begin(usb::kWays), std::end(usb::kWays)});
+}
+
 Parameter& add_timeout(Command& command, double& seconds) {
     return command.real("--timeout SECONDS", seconds,
                         "Wait so long for a host to configure the port", 0.001, 1e6);
@@ -147,47 +165,46 @@ Parameter& add_timeout(Command& command, double& seconds) {
 
 // --- Port ---
 
-Port::Port(Tool& tool, std::string what)
-    : tool_(tool), what_(std::move(what)), was_up_(!look().controller.empty()) {
+Port::Port(Tool& tool, std::string what, const usb::Carrier& carrier)
+    : tool_(tool),
+      what_(std::move(what)),
+      carrier_(carrier),
+      was_up_(!is_mcu(carrier) && !look().controller.empty()) {
     // It warns of each state that it passes through.
     tool_.library_log().keep_warnings_aside();
 }
 
 Port::~Port() {
-    if (!touched_) {
-        return;
+    if (touched_) {
+        carrier_.close(was_up_);
     }
-    if (std::atomic_ref(hal_hid_prv.thread_state).load() == 1) {
-        hal_hid_deinit();
-    }
-    if (!was_up_) {
-        hal_otg_stop(0);
-    }
-    // The listener last: it is to hear that the host has gone.
-    std::atomic_ref(hal_otg_prv.thread_state).store(0);
 }
 
 std::optional<int> Port::bring_up(const std::optional<UsbIds>& ids) {
-    if (const auto status = missing(tool_, what_)) {
+    if (const auto status = missing(tool_, what_, carrier_)) {
         return status;
     }
     touched_ = true;
-    const UsbIds wanted = ids.value_or(ids_of(look()));
+    const UsbIds had = is_mcu(carrier_) ? ids_via("mcu") : ids_of(look());
+    const UsbIds wanted = ids.value_or(had);
     const hal_otg_info gadget{0, wanted.product, wanted.vendor};
-    const ReportIds reports = report_ids();
+    const ReportIds reports = report_ids(carrier_);
     const hal_hid_info devices{1, reports.keyboard,       1, reports.touch_screen,
                                1, reports.relative_mouse, 1, reports.absolute_mouse};
     std::int32_t result = 0;
     const auto status = run([&] {
-        result = hal_otg_init(&gadget, 1, nullptr);
+        result = carrier_.open(gadget, nullptr);
         if (result == 0) {
-            result = hal_hid_init(&devices, nullptr);
+            result = carrier_.add_input(devices, nullptr);
         }
     });
     if (status) {
         return status;
     }
-    if (result != 0 || look().controller.empty()) {
+    if (is_mcu(carrier_) && result != 0) {
+        return tool_.failed(what_, "the bridge disk does not open, or the MCU does not answer");
+    }
+    if (!is_mcu(carrier_) && (result != 0 || look().controller.empty())) {
         return tool_.failed(what_, "the gadget cannot be made, or bound to a controller");
     }
     return std::nullopt;
@@ -195,6 +212,7 @@ std::optional<int> Port::bring_up(const std::optional<UsbIds>& ids) {
 
 bool Port::pause_interrupted() {
     constexpr double kPause = 0.02;
+    carrier_.look_after();
     return watch_.run({0, kPause}, [](Done) { return true; }) == WatchEnd::signal;
 }
 
@@ -213,12 +231,12 @@ std::optional<int> Port::wait_until(const std::function<bool()>& is_so, double s
 }
 
 std::optional<int> Port::wait_for_host(double seconds) {
-    return wait_until(has_host, seconds,
+    return wait_until(carrier_.takes_reports, seconds,
                       fmt::format("no host has configured the port within {} s", seconds));
 }
 
 bool Port::waited_for_host() {
-    return waited_until(has_host);
+    return waited_until(carrier_.takes_reports);
 }
 
 bool Port::waited_until(const std::function<bool()>& is_so) {

@@ -1,10 +1,13 @@
 #pragma once
-// The USB device port, for the commands that use it. The library's threads end with the program,
-// the gadget in configfs stays: so a command brings the port up by itself, and takes it down again
-// unless it was up before.
+// The USB device port, the SoC's own or the MCU's, for the commands that use it. The library's
+// threads end with the program, the gadget in configfs stays, and so does what the MCU does: so a
+// command brings the port up by itself, and takes it down again unless it was up before. Of the
+// MCU's nothing tells whether it was.
 
 #include "tool.h"
 #include "watch.h"
+
+#include <usb_carrier.h>
 
 #include <array>
 #include <atomic>
@@ -12,6 +15,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halctl::port {
@@ -32,10 +36,11 @@ struct State {
 State look();
 
 // The exit code where the board has no such port, and why has been said.
-std::optional<int> missing(const Tool& tool, const std::string& what);
+std::optional<int> missing(const Tool& tool, const std::string& what,
+                           const usb::Carrier& carrier = usb::kSocGadget);
 
 // The IDs of the reports, 0 where there is no such device. A device that was made earlier, perhaps
-// by another program, keeps its own.
+// by another program, keeps its own; the MCU is always told anew.
 struct ReportIds {
     std::uint8_t keyboard = 1;
     std::uint8_t absolute_mouse = 2;
@@ -43,7 +48,7 @@ struct ReportIds {
     std::uint8_t touch_screen = 1;
 };
 
-ReportIds report_ids();
+ReportIds report_ids(const usb::Carrier& carrier);
 
 // --- having it ---
 
@@ -52,19 +57,25 @@ struct UsbIds {
     std::uint16_t product = 0x0104;
 };
 
+// Those that a port has where nothing is said.
+UsbIds ids_via(std::string_view way);
+
+// Adds --via.
+Parameter& add_way(Command& command, std::string& way);
+
 // Adds --timeout.
 Parameter& add_timeout(Command& command, double& seconds);
 
 // Make it before the library starts its threads. What returns an exit code has said why.
 class Port {
   public:
-    Port(Tool& tool, std::string what);
+    Port(Tool& tool, std::string what, const usb::Carrier& carrier);
     // Takes the port down, unless it was up before or is to stay.
     ~Port();
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
-    // Binds the gadget with all its HID devices, with the IDs that it has where none are given.
+    // Attaches it with all its HID devices, with the IDs that it has where none are given.
     std::optional<int> bring_up(const std::optional<UsbIds>& ids);
     // Leaves the port up.
     void keep() { was_up_ = true; }
@@ -96,6 +107,7 @@ class Port {
 
     Tool& tool_;
     std::string what_;
+    const usb::Carrier& carrier_;
     Watch<Done> watch_{false};
     bool was_up_;
     bool touched_ = false;

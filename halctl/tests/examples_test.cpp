@@ -153,21 +153,31 @@ TEST(FrontPanel, TellsWhatIsWrongAndEndsInOrder) {
     EXPECT_THAT(result.err, HasSubstr("open keypad error"));
 }
 
+// Whichever way it goes, the host sees the same.
+class UsbGadget : public testing::TestWithParam<const char*> {
+  protected:
+    CommandResult with_disk(const std::string& options, const std::string& script) const;
+};
+
+INSTANTIATE_TEST_SUITE_P(Via, UsbGadget, testing::Values("soc", "mcu"),
+                         [](const auto& way) { return std::string(way.param); });
+
 // The tour itself compares the host's copies with the image, and what the host has written with
 // what is in it then.
-TEST(UsbGadget, IsKeyboardMiceTouchScreenAndDiskOfAHostThatComesBack) {
+TEST_P(UsbGadget, IsKeyboardMiceTouchScreenAndDiskOfAHostThatComesBack) {
     const std::string tour = SOURCE "/examples/usb_gadget/tour";
-    const CommandResult result = run({"vboard", "run", "--speed", "20", "--", tour});
+    const CommandResult result =
+        run({"vboard", "run", "--speed", "20", "--", tour, "--via", GetParam()});
     ASSERT_EQ(result.status, 0) << result.err;
     for (const std::string said : {
              R"({"text":"Hello from the board!\n","consumer":[],"down":[],)",
              R"("absolute":true,"x":24576,"y":8192,"wheel":0,"buttons":0,"reports":8})",
              R"("absolute":false,"x":120,"y":-40,"wheel":0,"buttons":0,"reports":8})",
              R"({"touching":[],"count":2,"scan_time":800,"reports":10})",
-             R"("product":"Virtual disk","blocks":32768,"block_size":512,)",
+             R"("product":"Virtual disk","blocks":8192,"block_size":512,)",
              "mdir -b -i disk.img ::\n::/read.me\n::/news.txt\n",
              "::news.txt\nWritten by the host.\n",
-             "33554432 bytes read, 16777216 bytes written\ndown\n",
+             " bytes read, 4194304 bytes written\ndown\n",
          }) {
         EXPECT_THAT(result.out, HasSubstr(said));
     }
@@ -175,11 +185,11 @@ TEST(UsbGadget, IsKeyboardMiceTouchScreenAndDiskOfAHostThatComesBack) {
 
 // A gadget whose disk of 16 blocks, all of 'x', is ready, and `disk`, which gives it a command and
 // prints what became of that.
-CommandResult with_disk(const std::string& options, const std::string& script) {
+CommandResult UsbGadget::with_disk(const std::string& options, const std::string& script) const {
     return run({"vboard", "run", "--speed", "20", "--", "bash", "-c",
                 "cd /dev/shm; printf 'x%.0s' {1..8192} >disk; cp disk before\n"
-                "usb_gadget --no-demo --image disk " +
-                    options +
+                "usb_gadget --no-demo --image disk --via " +
+                    std::string(GetParam()) + " " + options +
                     " >out 2>err & gadget=$!\n"
                     "until vboard ctl host disk_info 2>&1 | grep -q '\"known\":true'; do :; done\n"
                     "disk() { local job; job=$(vboard ctl host \"$@\") || return\n"
@@ -191,7 +201,7 @@ CommandResult with_disk(const std::string& options, const std::string& script) {
                     script + "\nkill -TERM $gadget; wait $gadget; echo $?; cmp disk before"});
 }
 
-TEST(UsbGadget, KeepsToTheLengthsAndDirectionsThatTheHostAnnounces) {
+TEST_P(UsbGadget, KeepsToTheLengthsAndDirectionsThatTheHostAnnounces) {
     const CommandResult result =
         with_disk("", "disk disk_command 120000000500 in 36\n"           // less than asked for
                       "disk disk_command 120000002400 in 5\n"            // more
@@ -221,7 +231,7 @@ TEST(UsbGadget, KeepsToTheLengthsAndDirectionsThatTheHostAnnounces) {
         << result.err;
 }
 
-TEST(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
+TEST_P(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
     const CommandResult result = with_disk(
         "--read-only",
         "disk disk_command 2a000000000000000100 out 512 $(block)\n"
@@ -235,16 +245,39 @@ TEST(UsbGadget, GoesOnAfterRubbishAndWithAProtectedDisk) {
         << result.err;
 }
 
-TEST(UsbGadget, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
+// A packet that could not be fetched, a command that failed, a bridge that was away: none of it is
+// for good.
+TEST(UsbGadgetViaMcu, GetsOverWhatGoesWrongWithTheBridge) {
+    const CommandResult result = run(
+        {"vboard", "run", "--speed", "20", "--", "bash", "-c",
+         "cd /dev/shm; head -c 65536 /dev/urandom >disk; mkdir -p \"$0\"\n"
+         "usb_gadget --no-demo --via mcu --image disk >out 2>&1 & gadget=$!\n"
+         "says() { until [ $(grep -c \"$2\" out) -ge $1 ]; do :; done; }\n"
+         "copies() { rm -f \"$0/copy\"; until cmp -s disk \"$0/copy\"; do\n"
+         "vboard ctl host disk_read \"$0/copy\" >/dev/null 2>&1; sleep 1; done; }\n"
+         "says 1 'disk ready'; vboard ctl mcu fail 1; vboard ctl host led caps 1; says 1 'caps 1'\n"
+         "vboard ctl fault add '/dev/sda:ioctl=SG_IO:EIO:once'; vboard ctl host led num 1\n"
+         "says 2 'disk ready'; copies\n"
+         "vboard ctl mcu bridge gone; vboard ctl host led scroll 1; says 2 'disk withdrawn'\n"
+         "vboard ctl mcu bridge there; says 3 'disk ready'; copies\n"
+         "kill -INT $gadget; wait $gadget; echo $?; rm -r \"$0\"",
+         testing::TempDir() + "gets_over_" + std::to_string(getpid())});
+    EXPECT_THAT(result.out, testing::EndsWith("0\n")) << result.err;
+}
+
+TEST(UsbGadgetAlone, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
     const std::string script =
         "vboard ctl host configure never; usb_gadget >/dev/shm/out & gadget=$!\n"
         "until grep -q '^up' /dev/shm/out; do :; done\n"
         "kill -INT $gadget; wait $gadget; echo $?; usb_gadget --image /none; echo $?\n"
-        "vboard ctl node vanish /sys/kernel/config/usb_gadget; usb_gadget; echo $?";
+        "vboard ctl node vanish /sys/kernel/config/usb_gadget; usb_gadget; echo $?\n"
+        "vboard ctl mcu bridge gone; vboard ctl clock speed 500 >/dev/null\n"
+        "usb_gadget --via mcu; echo $?";
     const CommandResult result = run({"vboard", "run", "--speed", "20", "--", "sh", "-c", script});
-    EXPECT_EQ(result.out, "0\n1\n69\n");
+    EXPECT_EQ(result.out, "0\n1\n69\n69\n");
     EXPECT_THAT(result.err, HasSubstr("usb_gadget: /none: No such file or directory\n"
                                       "usb_gadget: there is no USB device port"));
+    EXPECT_THAT(result.err, testing::EndsWith("usb_gadget --via mcu\n"));
 }
 
 TEST(Demo, ShowsButtonClocksPanelGenlockUsbAndUpdate) {

@@ -1,4 +1,5 @@
-// halctl otg, hid and disk, as the host at the other end of the board's USB device port sees them.
+// halctl otg, mcu, hid and disk, as the host at the other end of the board's USB device port sees
+// them.
 
 #include "tools.h"
 
@@ -22,20 +23,32 @@ CommandResult on_usb_board(const std::string& script) {
     return run({"vboard", "run", "--speed", "20", "--", "sh", "-c", helpers + script});
 }
 
-TEST(Hid, EveryCharacterOfAUsKeyboardArrives) {
+// Whichever way it goes, the host sees the same.
+class PortVia : public testing::TestWithParam<const char*> {
+  protected:
+    static CommandResult on_usb_board(const std::string& script) {
+        return usb_port::on_usb_board("via='--via " + std::string(GetParam()) + "'\n" + script);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Way, PortVia, testing::Values("soc", "mcu"),
+                         [](const auto& way) { return std::string(way.param); });
+
+TEST_P(PortVia, EveryCharacterOfAUsKeyboardArrives) {
     const CommandResult result = on_usb_board(
         "text=$(for i in $(seq 32 126); do printf \"\\\\$(printf %o $i)\"; done)\n"
-        "halctl hid type \"$text\" || exit\n"
+        "halctl hid type $via \"$text\" || exit\n"
         "vboard ctl host typed | python3 -c 'import json, sys\n"
         "print(json.load(sys.stdin)[\"text\"] == \"\".join(map(chr, range(32, 127))))'");
     EXPECT_EQ(result.out, "True\n") << result.err;
 }
 
-TEST(Hid, LongMovesAddUpToTheUnitAndADragEndsWhereItWasAsked) {
-    const CommandResult result = on_usb_board(
-        "halctl otg up; halctl hid move -- -1000 333; vboard ctl host pointer | tail -n 1\n"
-        "vboard ctl host forget; halctl hid touch 1 2 300 400 32767 0; vboard ctl trace read 0 "
-        "usb_touch | grep -o '\"contacts\":[^]]*]' | tail -n 4");
+TEST_P(PortVia, LongMovesAddUpToTheUnitAndADragEndsWhereItWasAsked) {
+    const CommandResult result =
+        on_usb_board("halctl hid move $via -- -1000 333; vboard ctl host pointer | tail -n 1\n"
+                     "vboard ctl host forget; halctl hid touch $via 1 2 300 400 32767 0; vboard "
+                     "ctl trace read 0 "
+                     "usb_touch | grep -o '\"contacts\":[^]]*]' | tail -n 4");
     EXPECT_THAT(result.out, HasSubstr("\"x\":-1000,\"y\":333,")) << result.err;
     EXPECT_THAT(result.out, HasSubstr("\"x\":300,\"y\":400"));
     EXPECT_THAT(result.out, HasSubstr("\"tip\":false,\"x\":32767,\"y\":0"));
@@ -68,22 +81,39 @@ TEST(Hid, KeepsTheGadgetThatIsThere) {
     EXPECT_EQ(result.err, "halctl: hid type: the gadget was made without such a device\n");
 }
 
-TEST(DiskServe, TheHostReadsAndWritesTheImageUntilASignal) {
+TEST(Mcu, IsResetBroughtUpAndTakenDown) {
+    const CommandResult result = on_usb_board(
+        "mcu() { vboard ctl mcu show | grep -oE '\"(state|attached|usb|vendor)\":[^,]*' |\n"
+        "sed 's/.*://' | tr -d '\"' | paste -sd ' '; }\n"
+        "halctl mcu down; echo $?; halctl mcu up --timeout 9 --vendor 0x1234; mcu; halctl mcu "
+        "down; "
+        "mcu\n"
+        "halctl mcu recover; mcu; halctl mcu reset; mcu; halctl hid key mute --via mcu; echo $?\n"
+        "vboard ctl mcu bridge gone; halctl mcu info; echo $?");
+    EXPECT_EQ(result.out, "1\nrunning true configured 1234\nrunning false not attached 1234\n"
+                          "running true configured 2323\nrunning false not attached 2323\n1\n69\n")
+        << result.err;
+    EXPECT_THAT(result.err, HasSubstr("SCSI status 2; does the MCU run? Try `halctl mcu up`\n"
+                                      "halctl: hid key: the MCU passes no consumer keys on\n"
+                                      "halctl: mcu info: cannot open /sys/devices/"));
+}
+
+TEST_P(PortVia, TheHostReadsAndWritesADisksImageUntilASignal) {
     std::string folder = fs::temp_directory_path() / "disk-test-XXXXXX";
     ASSERT_NE(mkdtemp(folder.data()), nullptr);
     const CommandResult result = on_usb_board(
         "cd " + folder +
         "; head -c 1048576 /dev/urandom > image; cp image first; head -c 1024 image > more\n"
         "same() { until cmp -s \"$@\"; do :; done; }\n"
-        "halctl disk serve image >out & disk\n"
+        "halctl disk serve $via image >out & disk\n"
         "vboard ctl host disk_read $PWD/copy >/dev/null; same copy first\n"
         "vboard ctl host disk_write $PWD/more 2047 >/dev/null 2>&1\n"
         "vboard ctl host disk_write $PWD/more 2046 >/dev/null; same -i 1047552:0 image more\n"
         "kill -TERM $!; wait $!; echo $?; cat out; halctl otg status | head -n 1\n"
-        "halctl otg up; halctl disk serve image --read-only >out & disk\n"
+        "halctl disk serve $via image --read-only >out & disk\n"
         "vboard ctl host unplug; vboard ctl host plug; until [ $(wc -l <out) = 2 ]; do :; done\n"
         "disk; vboard ctl host disk_read $PWD/again >/dev/null; same again image\n"
-        "kill -TERM $!; wait $!; echo $?; tail -n 2 out; halctl otg down\n"
+        "kill -TERM $!; wait $!; echo $?; tail -n 2 out\n"
         "head -c 513 image > odd; halctl disk serve odd; echo $?");
     EXPECT_THAT(result.out, HasSubstr("0\nserving image\n")) << result.err;
     EXPECT_THAT(result.out, HasSubstr("1048576 bytes read, 1024 bytes written\ndown\n0\n"));
