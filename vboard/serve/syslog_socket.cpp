@@ -37,7 +37,7 @@ SyslogSocket::SyslogSocket(Board& board, const std::string& path)
 void SyslogSocket::catch_up() {
     // Before each call of a program, and mostly for nothing: asking costs less than receiving.
     int size = 0;
-    if (ioctl(socket_.get(), FIONREAD, &size) != 0 || size > 0) {
+    if (::ioctl(socket_.get(), FIONREAD, &size) != 0 || size > 0) {
         drain();
     }
 }
