@@ -6,8 +6,6 @@
 
 #include "tests/support/memory_disk.h"
 
-#include <filesystem>
-
 namespace {
 
 using hal_test::otg::MemoryDisk;
@@ -16,29 +14,16 @@ constexpr std::size_t kSize = 2 << 20;
 constexpr int kRounds = 4;
 constexpr int kEach = 2; // in a process
 
-double seconds_of(vb::Client& world, const char* verb, const std::string& path) {
-    const auto since = world.ask("trace.last").get<std::uint64_t>();
-    const auto start = bench::Clock::now();
-    const vb::Json job = world.ask(verb, {{"path", path}});
-    if (!world.wait(since, {{"kind", "usb_disk"}, {"job", job}, {"state", "done"}})) {
-        std::fprintf(stderr, "the host does not get done\n");
-        std::_Exit(1);
-    }
-    return std::chrono::duration<double>(bench::Clock::now() - start).count();
-}
-
 // Seconds of reading and of writing, in turn.
 std::vector<double> measure(vb::Client& world) {
     bench::await("the disk", [&] { return bench::disk_is_known(world); });
-    const std::string path =
-        std::filesystem::temp_directory_path() / ("mcu_disk_bench." + std::to_string(getpid()));
-    seconds_of(world, "host.disk_read", path); // both begin warm
+    const bench::CopyFile copy;
+    bench::seconds_of(world, "host.disk_read", copy.path()); // both begin warm
     std::vector<double> figures;
     for (int i = 0; i < kEach; ++i) {
-        figures.push_back(seconds_of(world, "host.disk_read", path));
-        figures.push_back(seconds_of(world, "host.disk_write", path));
+        figures.push_back(bench::seconds_of(world, "host.disk_read", copy.path()));
+        figures.push_back(bench::seconds_of(world, "host.disk_write", copy.path()));
     }
-    std::filesystem::remove(path);
     return figures;
 }
 

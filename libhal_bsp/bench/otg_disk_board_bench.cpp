@@ -9,11 +9,8 @@
 #include "tests/support/memory_disk.h"
 
 #include <array>
-#include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <optional>
-#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -92,17 +89,6 @@ void serve_plainly(bool with_duties) {
     close(plain_node);
 }
 
-double seconds_of(vb::Client& world, const char* verb, const std::string& path) {
-    const auto since = world.ask("trace.last").get<std::uint64_t>();
-    const auto start = bench::Clock::now();
-    const vb::Json job = world.ask(verb, {{"path", path}});
-    if (!world.wait(since, {{"kind", "usb_disk"}, {"job", job}, {"state", "done"}})) {
-        std::fprintf(stderr, "the host does not get done\n");
-        std::_Exit(1);
-    }
-    return std::chrono::duration<double>(bench::Clock::now() - start).count();
-}
-
 struct Times {
     std::vector<double> reading;
     std::vector<double> writing;
@@ -112,10 +98,10 @@ struct Times {
 void measure(vb::Client& world, const std::string& path, Times& times) {
     bench::await("the disk", [&] { return bench::disk_is_known(world); });
     world.ask("clock.speed", {{"factor", 1}});
-    seconds_of(world, "host.disk_read", path); // both begin warm
+    bench::seconds_of(world, "host.disk_read", path); // both begin warm
     for (int i = 0; i < 3; ++i) {
-        times.reading.push_back(seconds_of(world, "host.disk_read", path));
-        times.writing.push_back(seconds_of(world, "host.disk_write", path));
+        times.reading.push_back(bench::seconds_of(world, "host.disk_read", path));
+        times.writing.push_back(bench::seconds_of(world, "host.disk_write", path));
     }
     world.ask("clock.speed", {{"factor", kBetween}});
 }
@@ -139,30 +125,10 @@ void print(const char* name, std::vector<double> library, std::vector<double> pl
                 bench::quantile(ratios, 0.75));
 }
 
-// An empty file for the host's copy.
-class CopyFile {
-  public:
-    CopyFile() : path_(std::filesystem::temp_directory_path() / "otg_disk_bench.XXXXXX") {
-        const int file = mkstemp(path_.data());
-        if (file < 0) {
-            throw std::system_error(errno, std::generic_category(), path_);
-        }
-        close(file);
-    }
-    ~CopyFile() { unlink(path_.c_str()); }
-    CopyFile(const CopyFile&) = delete;
-    CopyFile& operator=(const CopyFile&) = delete;
-
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
-
 int take_figures() {
     log_set_quiet(true);
     vb::Client world = vb::Client::of_this_board();
-    const CopyFile copy;
+    const bench::CopyFile copy;
     world.ask("clock.speed", {{"factor", kBetween}});
     bench::bring_up_hid();
     Times library;

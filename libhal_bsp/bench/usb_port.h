@@ -1,17 +1,23 @@
 #pragma once
 // The USB device port of a board, brought up for a figure.
 
+#include "figures.h"
+
 #include "client/client.h"
 
 #include <hal_bsp/hal_bsp.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <thread>
+#include <unistd.h>
 
 namespace bench {
 
@@ -49,6 +55,38 @@ inline void bring_up_hid() {
     }
     await("the HID devices", [] { return field(hal_hid_prv.hid_fd[0]) >= 0; });
 }
+
+// Of a job of the host's disk driver.
+inline double seconds_of(vb::Client& world, const char* verb, const std::string& path) {
+    const auto since = world.ask("trace.last").get<std::uint64_t>();
+    const auto start = Clock::now();
+    const vb::Json job = world.ask(verb, {{"path", path}});
+    if (!world.wait(since, {{"kind", "usb_disk"}, {"job", job}, {"state", "done"}})) {
+        std::fprintf(stderr, "the host does not get done\n");
+        std::_Exit(1);
+    }
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// An empty file for the host's copy.
+class CopyFile {
+  public:
+    CopyFile() : path_(std::filesystem::temp_directory_path() / "usb_bench.XXXXXX") {
+        const int file = mkstemp(path_.data());
+        if (file < 0) {
+            throw std::system_error(errno, std::generic_category(), path_);
+        }
+        close(file);
+    }
+    ~CopyFile() { unlink(path_.c_str()); }
+    CopyFile(const CopyFile&) = delete;
+    CopyFile& operator=(const CopyFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
 
 // The status of a program that takes its figures so: what goes wrong on the way is told.
 template <class Figures>

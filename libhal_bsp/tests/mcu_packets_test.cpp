@@ -8,6 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <future>
+#include <memory>
+#include <pthread.h>
 #include <scsi/sg.h>
 #include <vector>
 
@@ -16,6 +19,25 @@ namespace {
 
 using testing::ElementsAre;
 using Bytes = std::vector<std::uint8_t>;
+
+// Runs the body of a thread that detaches itself, to its end.
+void run_detached(void* (*body)(void*)) {
+    struct Job {
+        void* (*body)(void*);
+        std::promise<void> done;
+    };
+    auto* const job = new Job{body, {}}; // the thread's
+    std::future<void> done = job->done.get_future();
+    const auto run = [](void* argument) -> void* {
+        const std::unique_ptr<Job> own(static_cast<Job*>(argument));
+        own->body(nullptr);
+        own->done.set_value();
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, job), 0);
+    done.wait();
+}
 
 constexpr char kNoDisk[] = "ERROR sata_usb_prv.sata_dev_fd is null\n";
 
@@ -96,9 +118,10 @@ TEST(McuWithoutADisk, SaysSoAndSendsNothing) {
     reply = {0, 8, nullptr, 0};
     EXPECT_EQ(sata_mass_write(&reply), -1);
 
-    rcv(nullptr);
+    // Each detaches the thread that it runs on.
+    run_detached(rcv);
+    run_detached(safe_handle); // nothing is waited for
     EXPECT_EQ(flag, 0);
-    safe_handle(nullptr); // nothing is waited for
     EXPECT_EQ(safe_info.running, 0U);
     sata_hid_deinit();
     EXPECT_THAT(log.take_lines(), ElementsAre("ERROR sata_read error\n", "INFO sata_hid_deinit\n"));

@@ -22,11 +22,10 @@ using vb::Json;
 
 // Whether a condition comes true before real time runs out, whatever the board's clock does.
 template <typename Condition>
-[[nodiscard]] bool comes_true(Condition condition) {
-    constexpr time_t kPatience = 20;
+[[nodiscard]] bool comes_true(Condition condition, time_t patience = 20) {
     timespec now{};
     syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
-    for (const time_t end = now.tv_sec + kPatience; !condition();) {
+    for (const time_t end = now.tv_sec + patience; !condition();) {
         if (now.tv_sec > end) {
             return false;
         }
