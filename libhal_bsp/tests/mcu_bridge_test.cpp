@@ -173,6 +173,7 @@ class McuQueue : public Port {};
 TEST_F(McuQueue, WrapsAfterAHundredPackets) {
     set_up_devices();
     const int32_t before = next_slot();
+    forget();
     for (unsigned i = 0; i < MCU_RING_SLOTS + 1; ++i) {
         from_mcu(MCU_HID_OUTPUT, {static_cast<std::uint8_t>(i)});
     }
@@ -181,7 +182,10 @@ TEST_F(McuQueue, WrapsAfterAHundredPackets) {
         EXPECT_THAT(reports[i], ElementsAre(i));
     }
     EXPECT_TRUE(comes_true([] { return idle(); }));
-    EXPECT_EQ(next_slot(), (before + 1) % MCU_RING_SLOTS);
+    // A host that is slow to come is reported now.
+    const auto besides = static_cast<int32_t>(
+        count(all_lines(), "INFO mcu report usb enum state, usb_enum_state = 1\n"));
+    EXPECT_EQ(next_slot(), (before + 1 + besides) % MCU_RING_SLOTS);
 }
 
 TEST_F(McuQueue, LosesNothingWhenItIsFull) {

@@ -103,11 +103,12 @@ std::optional<ScsiAnswer> ScsiFile::ask(const SgRecord& record, const ScsiComman
     }
     std::optional<ScsiAnswer> answer = scsi_->target().execute(command);
     if (!answer && waiting == waiting_.end()) {
+        const std::int64_t now = scsi_->board().now();
         const std::uint64_t timer = scsi_->board().after(time_for(record), [this, id] {
             waiting_.at(id).over = true;
             changed();
         });
-        waiting_.emplace(id, Waiting{scsi_->board().now(), timer});
+        waiting_.emplace(id, Waiting{now, timer});
     }
     return answer;
 }
