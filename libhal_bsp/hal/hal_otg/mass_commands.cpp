@@ -2,8 +2,8 @@
 #include "hal/hal_otg/gadget.h"
 #include "hal/hal_otg/mass_worker.h"
 #include "support/fields.h"
-#include "support/listener.h"
 #include "support/log.h"
+#include "support/mass_event.h"
 #include "support/wait.h"
 
 #include <algorithm>
@@ -17,11 +17,7 @@ constexpr int kReplySleeps = 7000;
 constexpr uint8_t kModeSelect6 = 0x15;
 
 void tell(uint32_t kind, std::span<uint8_t> bytes) {
-    hal_mass_data event{};
-    event.kind = kind;
-    event.len = static_cast<uint32_t>(bytes.size());
-    event.data = bytes.data();
-    hal::call_back(hal_mass_prv.mass_cb, &event);
+    hal::tell_mass_event(hal_mass_prv.mass_cb, kind, bytes);
 }
 
 // Whether the end of the disk was asked for; it is the worker's end then.

@@ -1,7 +1,7 @@
 // The host's commands to the disk and the data of its WRITEs, as the dispatcher has them.
 #include "sata/sata_usb/bridge.h"
 #include "support/fields.h"
-#include "support/listener.h"
+#include "support/mass_event.h"
 
 #include <atomic>
 
@@ -19,11 +19,7 @@ constinit std::atomic<uint32_t> cur_lrn{0};        // bytes that came
 constinit std::atomic<uint32_t> mass_write_len{0}; // that are to come in all
 
 void tell(uint32_t kind, std::span<uint8_t> bytes) {
-    hal_mass_data event{};
-    event.kind = kind;
-    event.len = static_cast<uint32_t>(bytes.size());
-    event.data = bytes.data();
-    hal::call_back(sata_usb_prv.mass_cb, &event);
+    hal::tell_mass_event(sata_usb_prv.mass_cb, kind, bytes);
 }
 
 } // namespace
