@@ -92,11 +92,11 @@ HAL_API int32_t hal_sensor_usb_init(hal_sensor_usb_data_callback data_callback,
 /*
  * Ends the data thread and waits for it, tells the state thread to end, and closes the node: with
  * the last send call that is under way, where there is one, which it does not wait for. No data
- * callback begins, or goes on, once it has returned, but for the one that it was called from. The
- * state thread ends within 102 ms, or once its callback has returned: one that was about to begin
- * may still do so, and what it uses has to be there as long. Harmless while not initialised. Not a
- * cancellation point. Any thread, and both callbacks; it must not hold a lock that the data
- * callback waits for.
+ * callback begins, or goes on, once it has returned, but for the one that it was called from; of
+ * two calls at a time it is the first that waits for it. The state thread ends within 102 ms, or
+ * once its callback has returned: one that was about to begin may still do so, and what it uses has
+ * to be there as long. Harmless while not initialised. Not a cancellation point. Any thread, and
+ * both callbacks; it must not hold a lock that the data callback waits for.
  */
 HAL_API void hal_sensor_usb_deinit(void);
 

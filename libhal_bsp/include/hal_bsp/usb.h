@@ -5,7 +5,8 @@
  * hal_usb_init mounts what is there already and starts a thread that follows the kernel's uevents
  * (lib/kobject_uevent.c of the kernel) from then on, for the life of the process. Only disks that
  * are called "sd" and one lower-case letter of ASCII are known, and their partitions 1 to 9:
- * "/dev/sda1" is mounted on "/mnt/dev/sda1", which is made where it is missing.
+ * "/dev/sda1" is mounted on "/mnt/dev/sda1", which is made where it is missing. Of a partition with
+ * more digits the first one counts: what is told of "/dev/sda12" is taken for told of "/dev/sda1".
  *
  * Disks are listed with fdisk(8); mkdir, mount and umount do the rest. All of them are run by the
  * shell, and how they end is nobody's concern: a partition whose mount fails is told as mounted.
@@ -91,9 +92,10 @@ HAL_API int32_t hal_usb_deinit(void);
  * Mounts the partitions of all disks that fdisk lists, and calls the callback of the last
  * hal_usb_init, if there was one, once for each disk that has any. What is mounted already is told
  * again. `list` is cleared before, after each disk and so at the end. Of a line of a listing the
- * first 1023 characters are looked at, and of these the first name. Takes as long as fdisk and the
- * mounts do. Any thread; one scan at a time, and the automount thread waits for it. Cancellation
- * ends it between commands or in a listing. Returns 0, or -1 if `list` is null.
+ * first name counts; of a longer line than 1023 characters, each such piece is a line. Takes as
+ * long as fdisk and the mounts do. Any thread; one scan at a time, and the automount thread waits
+ * for it. Cancellation ends it between commands or in a listing. Returns 0, or -1 if `list` is
+ * null.
  */
 HAL_API int32_t find_usb_disk_once(usb_disk_list* list);
 
