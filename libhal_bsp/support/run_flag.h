@@ -58,8 +58,11 @@ class Run {
     Run(Runs& runs, Flag& shared, uint32_t number) : runs_(runs), flag_(shared), number_(number) {}
 
     [[nodiscard]] bool is_wanted() const {
-        return runs_.number_ == number_ && std::atomic_ref(flag_).load() != 0;
+        return is_latest() && std::atomic_ref(flag_).load() != 0;
     }
+
+    // Whether no other run has begun since, and none was ended but by the flag alone.
+    [[nodiscard]] bool is_latest() const { return runs_.number_ == number_; }
 
     // As a worker ends itself: sets the flag to 0, unless another run has begun meanwhile.
     void end() const {

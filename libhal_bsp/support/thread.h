@@ -15,16 +15,19 @@ int start_thread(pthread_t& thread, ThreadBody body, void* arg);
 // The same for a thread that nobody waits for: it ends by itself, and leaves nothing behind then.
 int start_detached_thread(pthread_t& thread, ThreadBody body, void* arg);
 
-// Starts a detached thread that owns its work: it is deleted when kRun has returned, or when the
-// thread is unwound, or here where no thread could be had.
+using ThreadStart = int (*)(pthread_t&, ThreadBody, void*);
+
+// Starts a thread, a detached one by default, that owns its work: it is deleted when kRun has
+// returned, or when the thread is unwound, or here where no thread could be had.
 template <auto kRun, typename Work>
-int start_worker(pthread_t& thread, std::unique_ptr<Work> work) {
+int start_worker(pthread_t& thread, std::unique_ptr<Work> work,
+                 ThreadStart start = start_detached_thread) {
     const auto body = [](void* arg) -> void* {
         const std::unique_ptr<Work> own(static_cast<Work*>(arg));
         kRun(*own);
         return nullptr;
     };
-    const int error = start_detached_thread(thread, body, work.get());
+    const int error = start(thread, body, work.get());
     if (error == 0) {
         static_cast<void>(work.release()); // it is the thread's
     }

@@ -1,5 +1,5 @@
 // What is read and what is shown on the USB device port: uevents, report descriptors.
-#include "hal/hal_otg/gadget.h"
+#include "support/connection.h"
 
 #include <hal_bsp/hal_bsp.h>
 
@@ -20,7 +20,7 @@ using testing::Pair;
 int parsed(std::string message) {
     std::replace(message.begin(), message.end(), ',', '\0');
     message.append(2, '\0');
-    return hal::otg::uevent_parse(message.c_str());
+    return hal::uevent_parse(message.c_str());
 }
 
 TEST(OtgUevent, TellsAStateOnlyOfAChangeOfTheGadget) {

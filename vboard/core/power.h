@@ -49,8 +49,9 @@ class Power {
 
     // --- for storage, inside act() ---
 
-    // It has to outlive the board's programs.
+    // It has to outlive the board's programs, or be removed.
     void add(Storage& storage) { storages_.push_back(&storage); }
+    void remove(Storage& storage) { std::erase(storages_, &storage); }
     // False when it is gone: nothing is answered any more.
     bool on() const { return on_; }
     // A write has reached storage and is not flushed yet. True where the power went with it: the

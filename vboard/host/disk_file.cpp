@@ -68,6 +68,10 @@ DiskFile DiskFile::to_read(const std::string& path) {
     return {path, O_RDONLY};
 }
 
+DiskFile DiskFile::to_change(const std::string& path) {
+    return {path, O_RDWR};
+}
+
 bool DiskFile::write(ByteView bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(file_.get(), bytes.data(), bytes.size());

@@ -5,6 +5,7 @@
 #include "core/unique_fd.h"
 
 #include <string>
+#include <utility>
 
 namespace vb::host {
 
@@ -15,12 +16,16 @@ class DiskFile {
     // These throw std::system_error, or std::invalid_argument where it is no such file.
     static DiskFile to_write(const std::string& path); // empty
     static DiskFile to_read(const std::string& path);
+    static DiskFile to_change(const std::string& path); // as it is
 
     std::uint64_t size() const { return size_; }
     // False with errno.
     bool write(ByteView bytes);
     // Fewer bytes than asked for only at the end; errno is 0 there.
     Bytes read(std::uint64_t place, std::size_t length) const;
+
+    // The descriptor, for whoever takes the file over.
+    UniqueFd take() { return std::move(file_); }
 
   private:
     DiskFile(const std::string& path, int flags);

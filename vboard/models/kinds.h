@@ -41,12 +41,15 @@ extern const ModelKind kSettingsStore;
 extern const ModelKind kVendorStorage;
 extern const ModelKind kMcuBridge;
 extern const ModelKind kSocRegisters;
+extern const ModelKind kUsbSticks;
+extern const ModelKind kSensorUsb;
 
 inline constexpr const ModelKind* kModelKinds[] = {
-    &kGpio,    &kSysfsGpio,     &kI2cAdapter,    &kCdcm6208,  &kIdt6965,      &kAttributes,
-    &kNetwork, &kCooling,       &kFpga,          &kKeypad,    &kLed,          &kTbar,
-    &kOled,    &kVideoTiming,   &kUsbGadget,     &kUsbHost,   &kPartition,    &kBootloader,
-    &kBootEnv, &kSettingsStore, &kVendorStorage, &kMcuBridge, &kSocRegisters,
+    &kGpio,          &kSysfsGpio, &kI2cAdapter,   &kCdcm6208,    &kIdt6965,
+    &kAttributes,    &kNetwork,   &kCooling,      &kFpga,        &kKeypad,
+    &kLed,           &kTbar,      &kOled,         &kVideoTiming, &kUsbGadget,
+    &kUsbHost,       &kPartition, &kBootloader,   &kBootEnv,     &kSettingsStore,
+    &kVendorStorage, &kMcuBridge, &kSocRegisters, &kUsbSticks,   &kSensorUsb,
 };
 
 } // namespace vb

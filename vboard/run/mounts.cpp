@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -40,6 +41,8 @@ constexpr char kTerminal[] = "/dev/console";
 constexpr char kCpu[] = "/sys/devices/system/cpu";
 constexpr char kLocks[] = "/run/lock";
 constexpr char kCgroup[] = "/sys/fs/cgroup";
+constexpr char kMountPoints[] = "/mnt";
+constexpr char kStickPoints[] = "dev"; // in there: the board's alone
 
 void mount_or_fail(const std::string& source, const std::string& target, const char* type,
                    unsigned long flags, const std::string& data = "") {
@@ -85,6 +88,44 @@ void add_files(const std::vector<std::string>& files) {
         mount_or_fail("vboard", folder, "overlay", MS_NOSUID | MS_NODEV,
                       fmt::format("lowerdir={}:{}", in_tree(folder), folder));
     }
+}
+
+// Shows one entry of the machine's folder in a folder of the board's.
+void show_in(const std::filesystem::directory_entry& entry, const std::string& folder) {
+    const std::string shown = fmt::format("{}/{}", folder, entry.path().filename().string());
+    std::error_code error;
+    if (entry.is_symlink(error)) {
+        std::filesystem::copy_symlink(entry.path(), shown, error);
+    } else if (entry.is_directory(error)) {
+        if (mkdir(shown.c_str(), 0755) == 0) {
+            place(entry.path(), shown, MS_REC);
+        }
+    } else if (entry.is_regular_file(error)) {
+        const UniqueFd file(open(shown.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+        if (file) {
+            place(entry.path(), shown);
+        }
+    }
+}
+
+// Mount points that programs make in /mnt are the board's and go with it. What the machine has
+// there stays in reach.
+void make_mount_points() {
+    if (!is_folder(kMountPoints)) {
+        return;
+    }
+    const std::string own = fmt::format("{}{}", kHiddenFolder, kMountPoints);
+    if (mkdir(own.c_str(), 0755) != 0) {
+        fail(own);
+    }
+    mount_or_fail("mnt", own, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(kMountPoints, error)) {
+        if (entry.path().filename() != kStickPoints) {
+            show_in(entry, own);
+        }
+    }
+    place(own, kMountPoints, MS_REC);
 }
 
 // Programs on the board may look at the machine's settings, never change them.
@@ -264,6 +305,7 @@ void settle_mounts(const std::vector<std::string>& files, bool fenced) {
     if (is_folder(kLocks)) { // tools lock files there; no board waits for another
         mount_or_fail("lock", kLocks, "tmpfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, "mode=1777");
     }
+    make_mount_points();
     mount_or_fail("shm", in_tree("/dev/shm"), "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
     for (const char* folder : {kCpu, kCgroup}) {
         if (access(folder, F_OK) == 0) {

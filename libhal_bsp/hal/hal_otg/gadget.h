@@ -3,7 +3,6 @@
 #pragma once
 
 #include "support/command.h"
-#include "support/fd.h"
 
 #include <cstdint>
 
@@ -58,13 +57,5 @@ int get_udc();
 void set_udc(int mode, int watchdog);
 // Unbinds and binds, unwatched: the host sees the device go and come.
 void udc_reconnect();
-
-// --- the connection (uevent_parse.cpp, listener.cpp) ---
-
-// The state that a message tells, a HAL_OTG_ one; -1 where it tells none. The message's texts end
-// with an empty one.
-int uevent_parse(const char* message);
-// The socket; empty where there is none.
-hal::Fd uevent_open();
 
 } // namespace hal::otg

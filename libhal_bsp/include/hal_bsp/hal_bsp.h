@@ -55,10 +55,12 @@
 #include <hal_bsp/otg.h>
 #include <hal_bsp/partition.h>
 #include <hal_bsp/ptp.h>
+#include <hal_bsp/sensor_usb.h>
 #include <hal_bsp/sysconf.h>
 #include <hal_bsp/sysgpio.h>
 #include <hal_bsp/tbar.h>
 #include <hal_bsp/timing.h>
+#include <hal_bsp/usb.h>
 #include <hal_bsp/vendor.h>
 #include <hal_bsp/version.h>
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace vb {
 
@@ -104,16 +105,22 @@ Outcome BlockDisk::discard(std::uint64_t offset, std::uint64_t size) {
     return Outcome::done();
 }
 
+void BlockDisk::pull_out(std::mt19937_64& chance) {
+    board_.cancel(std::exchange(write_back_timer_, 0));
+    board_.power().remove(*this);
+    lose_power(chance);
+}
+
 void BlockDisk::write_back_later() {
     const auto since = store_.unflushed_since();
-    if (since && !will_write_back_) {
-        will_write_back_ = true;
-        board_.after(*since + kUnflushedFor - board_.now(), [this] { write_back(); });
+    if (since && write_back_timer_ == 0) {
+        write_back_timer_ =
+            board_.after(*since + kUnflushedFor - board_.now(), [this] { write_back(); });
     }
 }
 
 void BlockDisk::write_back() {
-    will_write_back_ = false;
+    write_back_timer_ = 0;
     try {
         store_.flush_until(board_.now() - kUnflushedFor);
     } catch (const std::exception& failure) {

@@ -32,6 +32,9 @@ class BlockDisk final : public Storage {
 
     void flush() override { store_.flush(); }
     void lose_power(std::mt19937_64& chance) override { store_.lose_power(chance); }
+    // Takes it off the board, when its nodes are gone: what was not flushed is lost as with the
+    // power. Opens that are left may keep it alive, but get no answers from it.
+    void pull_out(std::mt19937_64& chance);
 
     // While it is on.
     Outcome read(std::size_t size, std::uint64_t offset) const;
@@ -46,7 +49,7 @@ class BlockDisk final : public Storage {
     Board& board_;
     BlockStore store_;
     bool protected_ = false;
-    bool will_write_back_ = false;
+    std::uint64_t write_back_timer_ = 0; // while there is something to write back
 };
 
 // All of a disk, or a part of it.
