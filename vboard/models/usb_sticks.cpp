@@ -25,6 +25,7 @@
 #include <sys/sendfile.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -36,6 +37,24 @@ namespace {
 constexpr unsigned kMostPorts = 15;
 constexpr unsigned kMostAddresses = 127;
 constexpr std::size_t kLetters = 26;
+
+// They are there though no stick is in.
+constexpr std::array kFoldersOfTheKernel = {
+    "/sys/block",
+    "/sys/class/block",
+    "/sys/class/bdi",
+    "/sys/class/scsi_host",
+    "/sys/class/scsi_device",
+    "/sys/class/scsi_disk",
+    "/sys/bus/usb/devices",
+    "/sys/bus/usb/drivers/usb",
+    "/sys/bus/usb/drivers/usb-storage",
+    "/sys/bus/scsi/devices",
+    "/sys/bus/scsi/drivers/sd",
+    "/sys/dev/block",
+    "/sys/dev/char",
+    "/sys/devices/virtual/bdi",
+};
 
 constexpr SettingRow kOneStickSettings[] = {
     {"image", nullptr, "a file of the machine, by its whole path"},
@@ -89,7 +108,7 @@ UsbSticks::UsbSticks(Board& board, Settings& settings)
       first_(settings.number("first", 255)) {
     stick::put_proc_partitions(board_);
     board_.tree().make_directories(fmt::format("/sys{}/usb1", controller_));
-    for (const char* folder : {"/sys/block", "/sys/class/block"}) {
+    for (const char* folder : kFoldersOfTheKernel) {
         board_.tree().make_directories(folder);
     }
     const Json all = settings.get<Json>("sticks");
