@@ -84,6 +84,7 @@ class UsbSticks : public Model {
     stick::Place place_for(const std::string& name);
     template <class Value>
     unsigned first_free(unsigned from, unsigned most, Value value, const char* what) const;
+    void tell(const stick::Stick& stick, const char* state);
     Sticks::iterator find(const std::string& disk);
     stick::Stick& owner_of(const std::string& node);
     Json unplug(const Json& arguments);
@@ -210,7 +211,16 @@ stick::Stick& UsbSticks::plug(const std::string& image, bool is_protected, const
     sticks_.push_back(std::make_unique<stick::Stick>(board_, disk_of(image, is_protected), image,
                                                      std::move(place)));
     sticks_.back()->appear(told);
+    tell(*sticks_.back(), "in");
     return *sticks_.back();
+}
+
+void UsbSticks::tell(const stick::Stick& stick, const char* state) {
+    board_.trace().add("stick", {{"disk", stick.place().name},
+                                 {"state", state},
+                                 {"port", stick.place().port},
+                                 {"image", stick.image()},
+                                 {"mounts", stick.mounts()}});
 }
 
 UsbSticks::Sticks::iterator UsbSticks::find(const std::string& disk) {
@@ -226,6 +236,7 @@ UsbSticks::Sticks::iterator UsbSticks::find(const std::string& disk) {
 Json UsbSticks::unplug(const Json& arguments) {
     const auto found = find(arguments["disk"].get<std::string>());
     (*found)->vanish(chance_);
+    tell(**found, "out");
     if ((*found)->mounts() == 0) {
         sticks_.erase(found);
     }

@@ -25,7 +25,7 @@ class SensorTest : public BoardTest {
         return plain::request(fd, kReceive, &record);
     }
 
-    UniqueFd fd_ = plain::open("/dev/sensor_usb", O_RDWR | O_NONBLOCK);
+    UniqueFd fd_ = plain::open("/dev/sensor_usb", O_RDWR);
 };
 
 TEST_F(SensorTest, PacketsOfTheHostComeInOrderAndWakeWhoWaits) {

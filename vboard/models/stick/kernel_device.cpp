@@ -105,10 +105,6 @@ void KernelDevice::unbind() {
     tell("unbind");
 }
 
-void KernelDevice::change(const Keys& why) {
-    tell("change", why);
-}
-
 // --- what is told of it ---
 
 Keys KernelDevice::keys() const {
