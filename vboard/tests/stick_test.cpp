@@ -179,7 +179,8 @@ TEST_F(StickTest, MountAndUmountFailAsTheKernelHasIt) {
           "information after failed mount system call.\n= 32",
           "at: not mounted.\n= 32", "/dev/sdb1 already mounted on ", "Device or resource busy",
           "at: target is busy.\n= 32",
-          "Sub\na [b].txt\n/dev/sda\n/dev/sdc\n/dev/sdc1\n/dev/sdc2\ndeep\n= 0\n",
+          "Sub\na [b].txt\n/dev/sda\n/dev/sdc\n/dev/sdc1\n/dev/sdc2\ndeep\n",
+          "Read-only file system\n= 0\n",
           "WARNING: source write-protected, mounted read-only.\n= 0\nSub\na [b].txt\n",
           "can't read superblock on /dev/sdb1.\n"}) {
         EXPECT_THAT(failed.out, HasSubstr(expected));

@@ -3,7 +3,6 @@
 #include "serve/attribute.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fmt/format.h>
 
