@@ -7,9 +7,9 @@
 //       CMD_SUSB_SEND_PROTO_DATA  4108 bytes: length, 4096 bytes of packet, two words
 //       CMD_SUSB_SEND_IMAGE_DATA    24 bytes: a word, four zero bytes, two words of 64 bits
 //       CMD_SUSB_ELEAR_DATA_FLAG     4 bytes: two flags, two zero bytes
-// - Packets of the host wait in one queue for all opens; a receive takes the oldest and waits where
-//   there is none. The rest of its record is zeros. The node is readable while a packet waits, and
-//   always writable.
+// - Packets of the host wait in one queue for all opens; a receive takes the oldest, and is EAGAIN
+//   where there is none. The rest of its record is zeros. The node is readable while a packet
+//   waits, and always writable.
 // - A packet may say another length than it has (a verb), so that programs can be shown absurd
 // ones.
 // - A length above 4096 that is sent, or a zero byte that is none, is EINVAL and a misuse.
@@ -165,7 +165,7 @@ Outcome SensorUsb::receive(SensorReceived& record) {
         return Outcome::failed(EAGAIN);
     }
     if (packets_.empty()) {
-        return Outcome::wait();
+        return Outcome::failed(EAGAIN);
     }
     const Packet packet = std::move(packets_.front());
     packets_.pop_front();

@@ -25,8 +25,10 @@
 #include <sys/sendfile.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <system_error>
 
 namespace vb {
@@ -36,6 +38,24 @@ namespace {
 constexpr unsigned kMostPorts = 15;
 constexpr unsigned kMostAddresses = 127;
 constexpr std::size_t kLetters = 26;
+
+// They are there though no stick is in.
+constexpr std::array kFoldersOfTheKernel = {
+    "/sys/block",
+    "/sys/class/block",
+    "/sys/class/bdi",
+    "/sys/class/scsi_host",
+    "/sys/class/scsi_device",
+    "/sys/class/scsi_disk",
+    "/sys/bus/usb/devices",
+    "/sys/bus/usb/drivers/usb",
+    "/sys/bus/usb/drivers/usb-storage",
+    "/sys/bus/scsi/devices",
+    "/sys/bus/scsi/drivers/sd",
+    "/sys/dev/block",
+    "/sys/dev/char",
+    "/sys/devices/virtual/bdi",
+};
 
 constexpr SettingRow kOneStickSettings[] = {
     {"image", nullptr, "a file of the machine, by its whole path"},
@@ -65,6 +85,7 @@ class UsbSticks : public Model {
     stick::Place place_for(const std::string& name);
     template <class Value>
     unsigned first_free(unsigned from, unsigned most, Value value, const char* what) const;
+    void tell(const stick::Stick& stick, const char* state);
     Sticks::iterator find(const std::string& disk);
     stick::Stick& owner_of(const std::string& node);
     Json unplug(const Json& arguments);
@@ -89,7 +110,7 @@ UsbSticks::UsbSticks(Board& board, Settings& settings)
       first_(settings.number("first", 255)) {
     stick::put_proc_partitions(board_);
     board_.tree().make_directories(fmt::format("/sys{}/usb1", controller_));
-    for (const char* folder : {"/sys/block", "/sys/class/block"}) {
+    for (const char* folder : kFoldersOfTheKernel) {
         board_.tree().make_directories(folder);
     }
     const Json all = settings.get<Json>("sticks");
@@ -191,7 +212,16 @@ stick::Stick& UsbSticks::plug(const std::string& image, bool is_protected, const
     sticks_.push_back(std::make_unique<stick::Stick>(board_, disk_of(image, is_protected), image,
                                                      std::move(place)));
     sticks_.back()->appear(told);
+    tell(*sticks_.back(), "in");
     return *sticks_.back();
+}
+
+void UsbSticks::tell(const stick::Stick& stick, const char* state) {
+    board_.trace().add("stick", {{"disk", stick.place().name},
+                                 {"state", state},
+                                 {"port", stick.place().port},
+                                 {"image", stick.image()},
+                                 {"mounts", stick.mounts()}});
 }
 
 UsbSticks::Sticks::iterator UsbSticks::find(const std::string& disk) {
@@ -207,6 +237,7 @@ UsbSticks::Sticks::iterator UsbSticks::find(const std::string& disk) {
 Json UsbSticks::unplug(const Json& arguments) {
     const auto found = find(arguments["disk"].get<std::string>());
     (*found)->vanish(chance_);
+    tell(**found, "out");
     if ((*found)->mounts() == 0) {
         sticks_.erase(found);
     }

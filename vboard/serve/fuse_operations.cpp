@@ -345,7 +345,11 @@ void fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info) {
 // The kernel copies what the size field in the code says, and that from our reply; where that is
 // not the whole record, the server has copied all of it already, so the two agree.
 void ioctl(fuse_req_t request, fuse_ino_t, unsigned code, void* argument, fuse_file_info* info,
-           unsigned, const void* given, std::size_t given_size, std::size_t reply_size) {
+           unsigned flags, const void* given, std::size_t given_size, std::size_t reply_size) {
+    if ((flags & FUSE_IOCTL_DIR) != 0) { // what is open is a listing, and no device
+        fuse_reply_err(request, ENOTTY);
+        return;
+    }
     begin(request, [&](FuseServer& server) {
         const ByteView copied(static_cast<const std::uint8_t*>(given), given_size);
         auto transfer = std::make_shared<RequestTransfer>(

@@ -3,7 +3,6 @@
 #include "serve/attribute.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fmt/format.h>
 
@@ -103,10 +102,6 @@ void KernelDevice::unbind() {
     driver_.clear();
     board_.remove(fmt::format("/sys{}/driver", path()));
     tell("unbind");
-}
-
-void KernelDevice::change(const Keys& why) {
-    tell("change", why);
 }
 
 // --- what is told of it ---

@@ -31,8 +31,6 @@ class KernelDevice {
     void vanish();
     void bind(const std::string& driver, Told told);
     void unbind();
-    // Tells of it once more, with what there is to say.
-    void change(const Keys& why);
 
   private:
     void tell(const std::string& action, const Keys& why = {});

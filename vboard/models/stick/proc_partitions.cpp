@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 
 namespace vb::stick {
