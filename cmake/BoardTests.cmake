@@ -3,6 +3,8 @@
 #   hal_board_test(NAME SOURCES... [LIBS ...] [BOARD FILE])
 #                                               what runs on a virtual board: the standard one, or
 #                                               that of a board file
+# SINGLE_THREADED PATTERN names tests, as a filter of GoogleTest's, in which no thread meets another:
+# the thread sanitizer passes them over.
 # Every test is registered by itself and gets a process (and a board) of its own, so ctest runs
 # them in parallel and `ctest -R NAME` runs one alone. A program can also be run whole:
 #   PROGRAM                              a plain one
@@ -20,14 +22,21 @@ if(HAL_SANITIZE)
 endif()
 
 function(_hal_test_program name main)
-  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "SINGLE_THREADED" "LIBS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_SANITIZER_OPTIONS})
   target_compile_options(${name} PRIVATE -O0) # they run but once for each time they are built
   # Sweeps over all there is take samples then: a transfer is five times as dear.
   target_compile_definitions(${name} PRIVATE HAL_SANITIZED=${HAL_SANITIZED})
   target_link_libraries(${name} PRIVATE
     hal_options ${main} GTest::gtest GTest::gmock ${ARG_LIBS})
-  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+  # The code under test is looked at for undefined behaviour: doing so with a test's own takes a
+  # compiler as long again.
+  set_target_properties(${name} PROPERTIES HAL_NO_SANITIZE undefined)
+  set(filter)
+  if(ARG_SINGLE_THREADED AND HAL_SANITIZE STREQUAL "thread")
+    set(filter TEST_FILTER "-${ARG_SINGLE_THREADED}")
+  endif()
+  gtest_discover_tests(${name} ${filter} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${HAL_TEST_SECONDS})
 endfunction()
 

@@ -1,6 +1,7 @@
 # Compiler options of every target of ours, as two interface libraries:
 #   hal_warnings  the warnings, which are errors
-#   hal_options   the warnings and, in a sanitizer build, the sanitizers
+#   hal_options   the warnings and, in a sanitizer build, the sanitizers; without those checks of
+#                 theirs that the target's property HAL_NO_SANITIZE names
 # A library that is preloaded into foreign programs takes hal_warnings only: a program that
 # was not built with a sanitizer cannot load one that was.
 
@@ -32,7 +33,8 @@ add_library(hal_options INTERFACE)
 target_link_libraries(hal_options INTERFACE hal_warnings Threads::Threads)
 if(HAL_SANITIZE)
   target_compile_options(hal_options INTERFACE
-    -fsanitize=${HAL_SANITIZE} -fno-sanitize-recover=all)
+    -fsanitize=${HAL_SANITIZE} -fno-sanitize-recover=all
+    $<$<BOOL:$<TARGET_PROPERTY:HAL_NO_SANITIZE>>:-fno-sanitize=$<TARGET_PROPERTY:HAL_NO_SANITIZE>>)
   target_link_options(hal_options INTERFACE -fsanitize=${HAL_SANITIZE})
 endif()
 

@@ -3,9 +3,9 @@
 # built with the installed library, by pkg-config and by CMake, in C and in C++, also when the
 # prefix has been moved, and run on the installed board. Then all of it is taken away, and nothing
 # else.
-# Usage: install_test.sh SOURCE_DIR BUILD_DIR CC CXX SANITIZERS
+# Usage: install_test.sh SOURCE_DIR BUILD_DIR CC CXX
 set -eu
-source=$1 build=$2 cc=$3 cxx=$4 sanitize=${5:+-fsanitize=$5}
+source=$1 build=$2 cc=$3 cxx=$4
 document=$source/docs/in-your-application.md
 installation=$source/packaging/installation
 work=$(mktemp -d)
@@ -36,9 +36,9 @@ diff <(block_of cmake) "$source/examples/own_application/CMakeLists.txt"
 
 # The compilers of this build, as whoever takes the library seriously calls them.
 mkdir "$work/compilers"
-printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cc" "$sanitize -pedantic-errors -Wall -Wextra -Werror" \
+printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cc" "-pedantic-errors -Wall -Wextra -Werror" \
     > "$work/compilers/cc"
-printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cxx" "$sanitize -pedantic-errors -Wall -Wextra -Werror" \
+printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$cxx" "-pedantic-errors -Wall -Wextra -Werror" \
     > "$work/compilers/c++"
 chmod +x "$work/compilers"/*
 
