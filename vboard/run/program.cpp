@@ -31,10 +31,24 @@ void prepend(const char* name, const std::string& first, const char* separator) 
     setenv(name, (alone ? first : first + separator + rest).c_str(), 1);
 }
 
+// A board has all of its programs within reach, such as sysctl and fdisk, which an ordinary user of
+// the machine may not.
+void reach_system_programs() {
+    const char* given = std::getenv("PATH");
+    std::string path = given == nullptr ? "" : given;
+    for (const char* folder : {"/usr/bin", "/bin", "/usr/sbin", "/sbin"}) {
+        if (fmt::format(":{}:", path).find(fmt::format(":{}:", folder)) == std::string::npos) {
+            path += (path.empty() ? "" : ":") + std::string(folder);
+        }
+    }
+    setenv("PATH", path.c_str(), 1);
+}
+
 // What makes a program's calls land on the board: where it finds `vboard` and the tools beside it,
 // the board's own programs, the control socket, and the clock.
 void set_environment(const RunOptions& options) {
     setenv("VBOARD_CONTROL", kInnerControlName, 1);
+    reach_system_programs();
     for (const char* sibling : {"../examples", "../halctl", "."}) {
         const fs::path folder = fs::weakly_canonical(own_folder() / sibling);
         if (fs::is_directory(folder)) {

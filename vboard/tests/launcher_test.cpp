@@ -209,12 +209,14 @@ TEST(Launcher, RunsForRootWhereNoUserNamespaceIsAllowed) {
     EXPECT_THAT(result.out, HasSubstr("\"line\":7"));
 }
 
+// Also for somebody who has no sysctl on PATH, which is so for an ordinary user.
 TEST(Launcher, HasAProcOfItsOwnWithTheBoardsFilesInIt) {
-    const CommandResult found = sh_on_board(
-        "cat /proc/self/comm; ls -d /proc/sys/vm/swappiness; ps -o comm= -p $$;"
-        "sysctl -w vm.dirty_ratio=1; cat /proc/sys/vm/dirty_ratio;"
-        "echo 7 > /proc/sys/vm/dirty_ratio; vboard ctl attribute show /proc/sys/vm/dirty_ratio;"
-        "! sysctl -q -w vm.dirty_ratio=101 && ! sysctl -q -w vm.swappiness=1 && echo refused");
+    const CommandResult found = run_command(
+        {"env", "PATH=/usr/bin:/bin", VBOARD, "run", "--", "sh", "-c",
+         "cat /proc/self/comm; ls -d /proc/sys/vm/swappiness; ps -o comm= -p $$;"
+         "sysctl -w vm.dirty_ratio=1; cat /proc/sys/vm/dirty_ratio;"
+         "echo 7 > /proc/sys/vm/dirty_ratio; vboard ctl attribute show /proc/sys/vm/dirty_ratio;"
+         "! sysctl -q -w vm.dirty_ratio=101 && ! sysctl -q -w vm.swappiness=1 && echo refused"});
     EXPECT_EQ(found.out, "cat\n/proc/sys/vm/swappiness\nsh\nvm.dirty_ratio = 1\n1\n7\n"
                          "refused\n")
         << found.err;
