@@ -62,3 +62,37 @@ int oem_image_pack(const char* payload, const char* image, uint64_t* image_len) 
     fclose(from);
     return result;
 }
+
+uint32_t oem_image_length(const char* path, uint32_t offset) {
+    const uint64_t size = get_kernel_partition_size(path);
+    const uint64_t rest = size > offset ? size - offset : 0;
+    return rest < UINT32_MAX ? (uint32_t)rest : UINT32_MAX;
+}
+
+const char* oem_image_verdict(int32_t check) {
+    switch (check) {
+    case 1:
+        return "good";
+    case -2:
+        return "the digest in the header is not the payload's";
+    default:
+        return "there is no OEM image";
+    }
+}
+
+/* The other kind, "uboot", is in no slot. */
+static int is_in_slot(const char* device) {
+    const size_t length = strlen(device);
+    return length > 2 && device[length - 2] == '_';
+}
+
+int oem_image_update(const char* path, uint32_t length, const char* partition) {
+    char device[HAL_PARTITION_PATH_MAX];
+    if (getPartitionType(partition, device) != 1 || kaOemMd5(path, 0, length, NULL) != 1) {
+        return -1;
+    }
+    if (is_in_slot(device) && hal_avb_set_retry((uint8_t)(1 - getNowSlot()), 0) != 0) {
+        return -1;
+    }
+    return hal_partition_update(path, partition, 0, length) == 1 ? 0 : -1;
+}

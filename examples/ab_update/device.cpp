@@ -129,15 +129,8 @@ void corrupt(const Image& image) {
 }
 
 bool update(const Image& image) {
-    if (kaOemMd5(image.path.c_str(), 0, image.length, nullptr) != 1) {
-        return false;
-    }
-    // A slot that is half written must not be booted, whatever happens to the other one.
-    if (hal_avb_set_retry(static_cast<std::uint8_t>(1 - running_slot()), 0) != 0) {
-        return false;
-    }
     const auto write = [&image] {
-        return hal_partition_update(image.path.c_str(), "system", 0, image.length) == 1;
+        return oem_image_update(image.path.c_str(), image.length, "system") == 0;
     };
     if (isatty(STDOUT_FILENO) == 0) {
         return write();

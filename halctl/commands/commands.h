@@ -34,5 +34,7 @@ void add_otg(Command& root, Tool& tool);
 void add_mcu(Command& root, Tool& tool);
 void add_hid(Command& root, Tool& tool);
 void add_disk(Command& root, Tool& tool);
+void add_usb(Command& root, Tool& tool);
+void add_sensor(Command& root, Tool& tool);
 
 } // namespace halctl

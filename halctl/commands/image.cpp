@@ -9,11 +9,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <memory>
 
 namespace halctl {
@@ -29,19 +27,9 @@ struct Arguments {
     std::uint32_t delay = 0;
 };
 
-// How long the image is; images of 4 GiB and more are beyond the library.
 std::uint32_t length_of(const Arguments& arguments) {
-    if (arguments.length != 0) {
-        return arguments.length;
-    }
-    const std::uint64_t size = get_kernel_partition_size(arguments.path.c_str());
-    const std::uint64_t rest = size - std::min<std::uint64_t>(size, arguments.offset);
-    return static_cast<std::uint32_t>(
-        std::min<std::uint64_t>(rest, std::numeric_limits<std::uint32_t>::max()));
-}
-
-std::string what_is_wrong(std::int32_t check) {
-    return check == -2 ? "the digest in the header is not the payload's" : "there is no OEM image";
+    return arguments.length != 0 ? arguments.length
+                                 : oem_image_length(arguments.path.c_str(), arguments.offset);
 }
 
 int run_pack(Tool& tool, const Arguments& arguments) {
@@ -78,7 +66,7 @@ int run_check(Tool& tool, const Arguments& arguments) {
         return tool.interrupted(kWhat, signal);
     }
     if (result != 1) {
-        return tool.failed(kWhat, what_is_wrong(result));
+        return tool.failed(kWhat, oem_image_verdict(result));
     }
     tool.output().print(
         {{"image", arguments.path}, {"header", header}, {"payload", length - header}},
@@ -92,7 +80,7 @@ int write_failed(const Tool& tool, const Arguments& arguments, std::uint32_t len
     const std::int32_t check = kaOemMd5(arguments.path.c_str(), arguments.offset, length, nullptr);
     return tool.failed("image write",
                        check == 1 ? fmt::format("{} cannot be written, or is too small", device)
-                                  : what_is_wrong(check));
+                                  : oem_image_verdict(check));
 }
 
 int run_write(Tool& tool, const Arguments& arguments) {

@@ -115,6 +115,10 @@ TEST(CommandTree, ComplaintsSayWhatWasWrong) {
         {"hid move --to -- 1 -1", "a place has no negative number"},
         {"hid touch 1 2 3", "the last place has no Y"},
         {"hid touch 1 2 3 32768", "places go from 0 to 32767"},
+        {"sensor send 012", "PACKET: '012' is not 1 to 4096 bytes as pairs of hexadecimal digits"},
+        {"sensor send $(printf %08194d 0)", "' is not 1 to 4096 bytes"},
+        {"sensor send @", "PACKET: '@' is not 1 to 4096 bytes"},
+        {"sensor flags 010203", "BYTES: '010203' is not 2 bytes"},
         {"gpio", "halctl gpio wants a command: config, set, get, release, watch"},
     };
     for (const auto& each : cases) {
@@ -238,7 +242,8 @@ TEST(CommandTree, WithoutDevicesEveryCommandSaysWhatIsMissing) {
     const std::map<std::string, int> others = {
         {"version", 0},    {"log", 0},          {"clock list", 0}, {"genlock simulate", 0},
         {"ptp on", 0},     {"ptp off", 0},      {"ptp status", 0}, {"clock set", 1},
-        {"clock trim", 1}, {"clock enable", 1}, {"led list", 1},   {"oled shot", 1}};
+        {"clock trim", 1}, {"clock enable", 1}, {"led list", 1},   {"oled shot", 1},
+        {"usb list", 0},   {"usb watch", 0}};
     const auto file = std::filesystem::path(testing::TempDir()) / "no_devices.json";
     std::ofstream(file) << R"({"name": "bare", "models": []})";
     std::string script;

@@ -283,6 +283,67 @@ TEST(UsbGadgetAlone, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
     EXPECT_THAT(result.err, testing::EndsWith("usb_gadget --via mcu\n"));
 }
 
+// A script on a board, in a folder with two of a stick's: one has images, the other a file whose
+// name would speak to a terminal.
+CommandResult with_media(const std::string& script, const std::string& as = "") {
+    const std::string listening =
+        "listening() { until grep -q ' 15 .* 00000001 ' /proc/net/netlink; do :; done; }\n"
+        "says() { until grep -q \"$1\" out; do :; done; }\n"
+        "plug() { vboard ctl stick plug $PWD/stick.img >/dev/null; }\n";
+    return run({"bash", "-c",
+                "folder=$(mktemp -d) && trap 'rm -r \"$folder\"' EXIT && cd \"$folder\" || exit\n"
+                "mkdir -p a b/deep; head -c 90000 /dev/urandom >b/deep/$'\\e[2J'\n"
+                "head -c 50000 /dev/urandom >payload; halctl image pack payload a/new.img\n"
+                "{ head -c 40000 a/new.img; cat payload; } >a/bad.img\n"
+                "[ $(id -u) != 0 ] || chown -R 65534:65534 .\n" +
+                    as + " vboard run -- bash -c \"$0\"",
+                listening + script});
+}
+
+TEST(MediaBrowser, ListsBothPartitionsOfAStickAndItsEndAlsoForAnOrdinaryUser) {
+    const std::string as =
+        getuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups" : "";
+    const CommandResult result = with_media(
+        "make_stick gpt stick.img a b; media_browser --digest --batches 2 >out & listening\n"
+        "plug; says e.2J; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"
+        "sums=$(md5sum a/* b/deep/* | cut -c 1-32 | sort)\n"
+        "[ \"$sums\" = \"$(grep -oE '[0-9a-f]{32}' out | sort)\" ]; echo $?\n"
+        "findmnt -rn -o TARGET | grep /mnt/dev; halctl usb list",
+        as);
+    EXPECT_THAT(result.out, testing::MatchesRegex(
+                                "0\nadded: 2\n/mnt/dev/sdb1: 2 files\n"
+                                "  [0-9a-f]+ +90000  bad.img\n"
+                                "  update image: the digest .* is not the payload's, not taken\n"
+                                "  [0-9a-f]+ +50050  new.img\n"
+                                "  update image: good, would be taken by --update PARTITION\n"
+                                "/mnt/dev/sdb2: 1 file\n  [0-9a-f]+ +90000  deep/.\\[2J\n"
+                                "removed: 2\n/mnt/dev/sdb1: gone\n/mnt/dev/sdb2: gone\n"
+                                "nothing is left mounted\n0\nthere is no partition of a stick\n"))
+        << result.err;
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(MediaBrowser, WritesTheGoodImageAndTellsWhatIsNotMounted) {
+    const CommandResult result = with_media(
+        "make_stick mbr stick.img payload a; plug; halctl slot init; halctl usb list --mount\n"
+        "umount /mnt/dev/sdb2; media_browser --update system 2>/dev/null >out & listening\n"
+        "kill -TERM $!; wait $!; echo $?; cat out; halctl slot show | grep 'slot b'\n"
+        "head -c 50000 /dev/block/by-name/system_b | cmp - payload; media_browser --update x\n"
+        "echo $?");
+    EXPECT_EQ(result.out,
+              "/dev/sdb1  1.0 MiB  not mounted\n/dev/sdb2  9.0 MiB  /mnt/dev/sdb2\n"
+              "0\nadded: 2\n/mnt/dev/sdb1: not mounted\n/mnt/dev/sdb2: 2 files\n"
+              "         90000  bad.img\n"
+              "  update image: the digest in the header is not the payload's, not taken\n"
+              "         50050  new.img\n"
+              "  update image: good, written to /dev/block/by-name/system_b: it is "
+              "booted after a switch of slots\n"
+              "left mounted: /dev/sdb2 at /mnt/dev/sdb2\n"
+              "slot b: priority 14, 0 tries left\n69\n");
+    EXPECT_EQ(result.err, "halctl: usb list: not mounted: /dev/sdb1\n"
+                          "media_browser: the slot that does not run has no partition x\n");
+}
+
 TEST(Demo, ShowsButtonClocksPanelGenlockUsbAndUpdate) {
     if (HAL_SANITIZED != 0) {
         GTEST_SKIP() << "each example has a test of its own, which a sanitizer watches";

@@ -82,6 +82,13 @@ constexpr Failure kFailures[] = {
     {kFiles, "md5 payload --offset 99 --size 2", 1, "payload has 100 bytes: not 2 from 99 on"},
     {kFiles, "md5 payload --offset 101", 1, "payload has 100 bytes: not 0 from 101 on"},
     {kFiles, "md5 payload --size 9223372036854775807", 1, "not 9223372036854775807 from 0 on"},
+    // sticks and the sensor link
+    {"head -c 4097 /dev/zero >long", "sensor send @long", 1, "long has more than 4096 bytes"},
+    {"", "sensor send @/dev", 69, "sensor send: cannot open /dev: Is a directory"},
+    {"vboard ctl fault add '/dev/sensor_usb:ioctl=CMD_SUSB_ELEAR_DATA_FLAG:EIO:once'",
+     "sensor flags 0100", 1, "sensor flags: Input/output error"},
+    {"vboard ctl node vanish /dev/sensor_usb", "sensor watch", 69,
+     "sensor watch: cannot open /dev/sensor_usb: No such file or directory"},
     // settings
     {"vboard ctl fault add /dev/block/by-name/env:write:EIO", "env set x 1 --timeout 0.1", 1,
      "/usr/bin/fw_setenv was started, but 0.1 seconds later it is not done"},
