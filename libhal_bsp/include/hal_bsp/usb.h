@@ -106,7 +106,8 @@ HAL_API int32_t find_usb_disk_once(usb_disk_list* list);
  * does not return. Cancellation ends it in its wait (50 ms at most).
  *
  * It hears the kernel's group of uevents, whoever sent them, from a socket of 16 MiB; of a message
- * the first 4096 bytes. Where there is no socket it waits idly. A command that hangs holds up what
+ * the first 4096 bytes. Once it has dealt with all that has come, it rests for 2 ms, so that a
+ * stream of uevents does not wake it for each one. Where there is no socket it waits idly. A command that hangs holds up what
  * comes behind it. When the wall clock goes back while a list is to be told, or forward by more
  * than half an hour, that list is dropped; what was mounted stays so.
  */
