@@ -229,6 +229,16 @@ std::size_t compare_lists(const std::vector<Event>& events) {
     return mixed;
 }
 
+// On the board; `mount` leaves one there until umount.
+std::size_t processes() {
+    std::size_t found = 0;
+    for (const auto& each : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = each.path().filename();
+        found += name.find_first_not_of("0123456789") == std::string::npos ? 1 : 0;
+    }
+    return found;
+}
+
 void expect_nothing_is_left(vb::Client& world) {
     std::ifstream mounts("/proc/self/mounts");
     for (std::string line; std::getline(mounts, line);) {
@@ -253,6 +263,7 @@ int soak(unsigned cycles, unsigned seed) {
     sticks.cycle(); // what is opened once is open then
     sticks.await_quiet();
     const bench::Footprint before = bench::footprint();
+    const std::size_t processes_before = processes();
     const unsigned step = std::max(cycles / 10, 1U);
     for (unsigned i = 1; i < cycles; ++i) {
         sticks.cycle();
@@ -266,6 +277,8 @@ int soak(unsigned cycles, unsigned seed) {
     compare_commands(sticks.events());
     const std::size_t mixed = compare_lists(sticks.events());
     expect_nothing_is_left(world);
+    bench::await("the end of all mounts' processes",
+                 [&] { return processes() == processes_before; });
     std::printf(
         "%zu partitions came and went; %zu mounts succeeded, %zu unmounts; %zu lists, %zu "
         "of them with both kinds; %ld descriptors and %ld threads before, %ld and %ld now\n",
@@ -290,11 +303,14 @@ system(const char* command) { // NOLINT(readability-inconsistent-declaration-par
     return status;
 }
 
-// NOLINTNEXTLINE(bugprone-exception-escape): a board that is gone is to end it
 int main(int argc, char** argv) {
     const auto number = [&](int place, unsigned otherwise) {
         return argc > place ? static_cast<unsigned>(std::strtoul(argv[place], nullptr, 10))
                             : otherwise;
     };
-    return soak(number(1, 1000), number(2, std::random_device{}()));
+    try {
+        return soak(number(1, 1000), number(2, std::random_device{}()));
+    } catch (const std::exception& error) {
+        give_up(error.what()); // the board refuses, or is gone
+    }
 }
