@@ -37,12 +37,21 @@ void classify(const std::string& message) {
            (change == hal::usb::Change::kRemoved) == removed);
 }
 
-// The first line is a pattern. Repetitions and references back are left out: what the C library
-// needs for them has no bound.
+// Whether the C library gets along with a pattern: counted repetitions and references back may take
+// it any time and memory, and each repetition of a repetition takes twice as much.
+bool is_affordable(const std::string& pattern) {
+    constexpr std::size_t kLongest = 32;
+    constexpr std::ptrdiff_t kRepetitions = 6;
+    return pattern.size() <= kLongest && pattern.find_first_of("{\\") == std::string::npos &&
+           std::count_if(pattern.begin(), pattern.end(), [](char each) {
+               return each == '*' || each == '+' || each == '?';
+           }) <= kRepetitions;
+}
+
+// The first line is a pattern.
 void match(const std::string& text, std::size_t room) {
-    constexpr std::size_t kLongestPattern = 32;
     const std::string pattern = text.substr(0, text.find('\n'));
-    if (pattern.size() > kLongestPattern || pattern.find_first_of("{\\") != std::string::npos) {
+    if (!is_affordable(pattern)) {
         return;
     }
     const std::string rest = text.substr(std::min(pattern.size() + 1, text.size()));
