@@ -19,13 +19,11 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using Texts = std::vector<std::string>;
 
 // So many partition events the library may be behind: more might not fit into its socket where
 // that is no larger than the system lets everybody have it.
 constexpr std::size_t kMostBehind = 8;
-constexpr auto kPatience = 120s;
 constexpr char kMountPoints[] = "/mnt/dev/";
 
 [[noreturn]] void give_up(const std::string& why) {
@@ -110,23 +108,13 @@ class Sticks {
 
     void await_quiet() {
         hear();
-        await("each event to be told", [&] { return look_up(&Books::told) >= events_.size(); });
+        bench::await("each event to be told",
+                     [&] { return look_up(&Books::told) >= events_.size(); });
     }
 
     const std::vector<Event>& events() const { return events_; }
 
   private:
-    template <class Condition>
-    static void await(const char* what, Condition condition) {
-        const auto end = bench::Clock::now() + kPatience;
-        while (!condition()) {
-            if (bench::Clock::now() > end) {
-                give_up(std::string("waited in vain for ") + what);
-            }
-            std::this_thread::sleep_for(1ms);
-        }
-    }
-
     void wait_some();
     void hear();
 
@@ -150,8 +138,8 @@ void Sticks::wait_some() {
         break;
     case 3: // about when the list is to be told
         hear();
-        await("each event to be handled",
-              [&] { return look_up(&Books::handled) >= events_.size(); });
+        bench::await("each event to be handled",
+                     [&] { return look_up(&Books::handled) >= events_.size(); });
         std::this_thread::sleep_for(std::chrono::milliseconds(100 + random_() % 200));
         break;
     default:
@@ -176,7 +164,8 @@ void Sticks::hear() {
         }
     }
     seen_ = last;
-    await("the library", [&] { return look_up(&Books::handled) + kMostBehind >= events_.size(); });
+    bench::await("the library",
+                 [&] { return look_up(&Books::handled) + kMostBehind >= events_.size(); });
 }
 
 // --- the balance ---
@@ -253,6 +242,7 @@ void expect_nothing_is_left(vb::Client& world) {
 
 int soak(unsigned cycles, unsigned seed) {
     std::printf("%u cycles, seed %u\n", cycles, seed);
+    std::fflush(stdout);
     log_set_quiet(true);
     vb::Client world = vb::Client::of_this_board();
     usb_disk_list list{};

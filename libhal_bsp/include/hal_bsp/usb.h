@@ -52,8 +52,8 @@ typedef struct usb_disk_list {
  * A list that is full when a ninth entry comes (a disk may have nine partitions) is told at once,
  * and the ninth begins the next one: nothing is lost.
  *
- * It runs with cancellation disabled, and uevents wait in the socket meanwhile. It may make any call
- * of this header; it must not wait for another thread that makes one.
+ * It runs with cancellation disabled, and uevents wait in the socket meanwhile. It may make any
+ * call of this header; it must not wait for another thread that makes one.
  */
 typedef void (*hal_usb_callback)(usb_disk_list* list);
 
