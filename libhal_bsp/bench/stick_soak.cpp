@@ -13,7 +13,9 @@
 #include "uevent_sockets.h"
 #include "usb_port.h"
 
+#include <algorithm>
 #include <dlfcn.h>
+#include <iterator>
 #include <mutex>
 #include <random>
 
@@ -176,16 +178,19 @@ void expect(bool holds, const std::string& what) {
     }
 }
 
+// What the library is to run.
+Texts commands_for(const Event& event) {
+    const std::string mount_point = kMountPoints + event.partition;
+    if (!event.added) {
+        return {"umount " + mount_point};
+    }
+    return {"mkdir -p " + mount_point, "mount /dev/" + event.partition + " " + mount_point};
+}
+
 void compare_commands(const std::vector<Event>& events) {
     Texts expected;
-    for (const auto& [added, partition] : events) {
-        const std::string mount_point = kMountPoints + partition;
-        if (added) {
-            expected.push_back("mkdir -p " + mount_point);
-            expected.push_back("mount /dev/" + partition + " " + mount_point);
-        } else {
-            expected.push_back("umount " + mount_point);
-        }
+    for (const Event& event : events) {
+        std::ranges::move(commands_for(event), std::back_inserter(expected));
     }
     const auto [command, wanted] = std::mismatch(books.commands.begin(), books.commands.end(),
                                                  expected.begin(), expected.end());

@@ -113,8 +113,9 @@ void print(const char* name, std::vector<double>& values) {
 
 bool is_mounted(const std::string& place) {
     std::ifstream mounts("/proc/self/mounts");
+    const std::string field = " " + place + " ";
     for (std::string line; std::getline(mounts, line);) {
-        if (line.find(" " + place + " ") != std::string::npos) {
+        if (line.find(field) != std::string::npos) {
             return true;
         }
     }

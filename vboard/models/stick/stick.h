@@ -25,6 +25,7 @@ class Stick {
   public:
     // The board has to last.
     Stick(Board& board, std::shared_ptr<BlockDisk> disk, std::string image, Place place);
+    ~Stick() = default;
     Stick(const Stick&) = delete;
     Stick& operator=(const Stick&) = delete;
 
