@@ -179,10 +179,9 @@ TEST_F(StickTest, MountAndUmountFailAsTheKernelHasIt) {
     for (const char* expected :
          {"special device /dev/sdz1 does not exist.", "none: mount point does not exist.\n",
           "at: wrong fs type, bad option, bad superblock on /dev/sdb2,",
-          "unknown filesystem type 'ext4'.\n       dmesg(1) may have more "
-          "information after failed mount system call.\n= 32",
-          "at: not mounted.\n= 32", "/dev/sdb1 already mounted on ", "Device or resource busy",
-          "at: target is busy.\n= 32",
+          "unknown filesystem type 'ext4'.\n       dmesg(1) may have more information after",
+          "after failed mount system call.\n= 32", "at: not mounted.\n= 32",
+          "/dev/sdb1 already mounted on ", "Device or resource busy", "at: target is busy.\n= 32",
           "Sub\na [b].txt\n/dev/sda\n/dev/sdc\n/dev/sdc1\n/dev/sdc2\ndeep\n",
           "Read-only file system\n= 0\n",
           "WARNING: source write-protected, mounted read-only.\n= 0\nSub\na [b].txt\n",
