@@ -6,7 +6,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace bench {
@@ -26,6 +28,16 @@ inline double quantile(std::vector<double>& values, double share) {
     std::sort(values.begin(), values.end());
     const auto last = static_cast<double>(values.size() - 1);
     return values[static_cast<std::size_t>(std::lround(share * last))];
+}
+
+// What else the machine had to do meanwhile, for those figures that are no ratio.
+inline void print_load() {
+    std::ifstream load("/proc/loadavg");
+    std::string one;
+    std::string five;
+    load >> one >> five;
+    std::printf("the machine's load: %s in the last minute, %s in the last five\n", one.c_str(),
+                five.c_str());
 }
 
 // Times `ours` against `bare`, `pairs` times `times` calls of each, and prints the ratio.

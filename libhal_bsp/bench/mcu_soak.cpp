@@ -7,6 +7,8 @@
 // to see to, and no more. It ends with 1 where something is left unanswered or is not what it was,
 // or where memory, descriptors or threads have become more.
 
+#include "footprint.h"
+
 #include "client/client.h"
 
 #include <hal_bsp/hal_bsp.h>
@@ -21,10 +23,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -32,6 +32,8 @@
 
 namespace {
 
+using bench::Footprint;
+using bench::footprint;
 using Clock = std::chrono::steady_clock; // of the board
 
 constexpr const usb::Carrier& kCarrier = usb::kMcuBridge;
@@ -78,33 +80,6 @@ void count_resets(log_event* event) {
     if (std::strcmp(event->fmt, "mcu_hard_rst over\n") == 0) {
         ++resets;
     }
-}
-
-// --- what must not grow ---
-
-struct Footprint {
-    long kilobytes = 0;
-    long threads = 0;
-    long descriptors = 0;
-};
-
-Footprint footprint() {
-    Footprint found;
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        std::istringstream words(line);
-        std::string name;
-        words >> name;
-        if (name == "VmRSS:") {
-            words >> found.kilobytes;
-        } else if (name == "Threads:") {
-            words >> found.threads;
-        }
-    }
-    for ([[maybe_unused]] const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++found.descriptors;
-    }
-    return found;
 }
 
 // --- the host ---

@@ -20,6 +20,13 @@ bool bind_to(const Fd& socket, uint32_t port, uint32_t groups) {
     return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
+// As much as the system's limit has it, where the process has no right to more.
+void make_room(const Fd& socket, int bytes) {
+    if (setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+        setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+}
+
 } // namespace
 
 Fd open_uevents(const UeventPlan& plan) {
@@ -28,8 +35,7 @@ Fd open_uevents(const UeventPlan& plan) {
     if (!uevents) {
         return uevents;
     }
-    setsockopt(uevents.get(), SOL_SOCKET, SO_RCVBUFFORCE, &plan.receive_buffer,
-               sizeof plan.receive_buffer);
+    make_room(uevents, plan.receive_buffer);
     constexpr uint32_t kAny = 0;
     if (!bind_to(uevents, static_cast<uint32_t>(getpid()), plan.groups) &&
         (errno != EADDRINUSE || !bind_to(uevents, kAny, plan.groups))) {

@@ -28,7 +28,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <system_error>
 
 namespace vb {
@@ -173,9 +172,8 @@ std::shared_ptr<BlockDisk> UsbSticks::disk_of(const std::string& image, bool is_
 template <class Value>
 unsigned UsbSticks::first_free(unsigned from, unsigned most, Value value, const char* what) const {
     for (unsigned number = from; number <= most; ++number) {
-        if (std::none_of(sticks_.begin(), sticks_.end(), [&](const auto& each) {
-                return std::invoke(value, each->place()) == number;
-            })) {
+        if (std::none_of(sticks_.begin(), sticks_.end(),
+                         [&](const auto& each) { return value(*each) == number; })) {
             return number;
         }
     }
@@ -185,9 +183,13 @@ unsigned UsbSticks::first_free(unsigned from, unsigned most, Value value, const 
 stick::Place UsbSticks::place_for(const std::string& name) {
     stick::Place place;
     place.controller = controller_;
-    place.port = first_free(1, ports_, &stick::Place::port, "USB port");
-    place.host = first_free(1, 255, &stick::Place::host, "SCSI host");
-    place.index = first_free(first_, 255, &stick::Place::index, "disk name");
+    using stick::Stick;
+    const auto port = [](const Stick& each) { return each.plugged() ? each.place().port : 0; };
+    const auto host = [](const Stick& each) { return each.place().host; };
+    const auto index = [](const Stick& each) { return each.place().index; };
+    place.port = first_free(1, ports_, port, "USB port"); // the other numbers live on in a mount
+    place.host = first_free(1, 255, host, "SCSI host");
+    place.index = first_free(first_, 255, index, "disk name");
     place.name = name.empty() ? disk_name(place.index) : name;
     if (place.name.find('/') != std::string::npos || place.name.starts_with('.') ||
         board_.tree().find("/dev/" + place.name) != nullptr ||

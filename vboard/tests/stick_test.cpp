@@ -29,7 +29,11 @@ class StickTest : public testing::Test {
                           " && mkdir one two && echo first >'one/a [b].txt' && "
                           "mkdir one/Sub && echo deep >one/Sub/deep && "
                           "echo second >two/b && export LC_ALL=C.UTF-8\n" +
-                          "plug() { vboard ctl stick plug $PWD/\"$@\" >/dev/null; }\n" + script});
+                          "plug() { vboard ctl stick plug $PWD/\"$@\" >/dev/null; }\n"
+                          "await() { end=$(($(date +%s) + 30)); until \"$@\"; do\n"
+                          "[ $(date +%s) -lt $end ] || { echo never: \"$@\" >&2; return 1; }\n"
+                          "done; }\n" +
+                          script});
         return on_board(words);
     }
 
@@ -81,11 +85,11 @@ TEST_F(StickTest, TellsOfItselfInTheKernelsOrderAndUdevadmHearsIt) {
     const CommandResult heard = run(
         "make_stick mbr s.img one two >&2; PATH=$PATH:/sbin:/usr/sbin\n"
         "udevadm monitor --kernel --property >heard & monitor=$!\n"
-        "until grep -q KERNEL heard; do vboard ctl uevent send add /x '{\"SUBSYSTEM\":\"x\"}'; "
-        "done\n"
+        "told() { vboard ctl uevent send add /x '{\"SUBSYSTEM\":\"x\"}'; grep -q KERNEL heard; }\n"
+        "await told\n"
         "plug s.img; echo change >/sys/block/sdb/uevent; blockdev --rereadpt /dev/sdb\n"
         "vboard ctl stick unplug sdb; vboard ctl uevent send remove /x '{\"SUBSYSTEM\":\"x\"}'\n"
-        "until grep -q remove.*/x heard; do :; done; kill $monitor; cat heard",
+        "await grep -q remove.*/x heard; kill $monitor; cat heard",
         {"--trace", folder_ / "trace"});
     const std::vector<std::string> told = uevents_in(contents_of(folder_ / "trace"));
     std::string order;
@@ -168,18 +172,16 @@ TEST_F(StickTest, MountAndUmountFailAsTheKernelHasIt) {
             "try umount $PWD/at; mount /dev/sdb1 at; try mount /dev/sdb1 at\n"
             "try blockdev --rereadpt /dev/sdb; (cd at && try umount $PWD/../at); ls at\n"
             "vboard ctl stick unplug sdb; plug s.img; ls /dev/sd*; cat at/Sub/deep\n"
-            "i=0; while echo x 2>&1 >at/lost && [ $i -lt 99999 ]; do i=$((i + 1)); done;  try "
-            "umount at; vboard ctl stick unplug sdc; "
-            "plug s.img ro\n"
+            "refused() { ! echo x 2>&1 >at/lost; }; await refused; try umount at\n"
+            "vboard ctl stick unplug sdc; plug s.img ro\n"
             "try mount /dev/sdb1 at; ls at; umount at; vboard ctl fault add "
             "/dev/sdb1:read:EIO >/dev/null; try mount /dev/sdb1 at; ls -A /dev/shm/.sticks");
     for (const char* expected :
          {"special device /dev/sdz1 does not exist.", "none: mount point does not exist.\n",
           "at: wrong fs type, bad option, bad superblock on /dev/sdb2,",
-          "unknown filesystem type 'ext4'.\n       dmesg(1) may have more "
-          "information after failed mount system call.\n= 32",
-          "at: not mounted.\n= 32", "/dev/sdb1 already mounted on ", "Device or resource busy",
-          "at: target is busy.\n= 32",
+          "unknown filesystem type 'ext4'.\n       dmesg(1) may have more information after",
+          "after failed mount system call.\n= 32", "at: not mounted.\n= 32",
+          "/dev/sdb1 already mounted on ", "Device or resource busy", "at: target is busy.\n= 32",
           "Sub\na [b].txt\n/dev/sda\n/dev/sdc\n/dev/sdc1\n/dev/sdc2\ndeep\n",
           "Read-only file system\n= 0\n",
           "WARNING: source write-protected, mounted read-only.\n= 0\nSub\na [b].txt\n",

@@ -43,7 +43,7 @@ constexpr int32_t kNoThread = -10;
 constexpr int32_t kBadArgument = -22;
 
 constexpr hal::UeventPlan kUevents{.groups = 1, .receive_buffer = 16777216};
-constexpr std::chrono::microseconds kWait = 50ms;
+constexpr hal::Pace kPace{.wait = 50ms, .rest = 2ms};
 constexpr int32_t kQuiet = 200'000; // microseconds
 constexpr std::size_t kMessageSize = 4096;
 
@@ -147,17 +147,17 @@ void end_batch_if_quiet(hal_usb_state& info) {
     }
 }
 
-// The next message as one text, empty where there is none.
-const char* next_message(Automount& own) {
+// Receives the next message as one text, empty where there is none.
+bool receive(Automount& own) {
     const std::span<char> received =
         hal::receive_uevent(own.uevents.get(), std::span(own.message).first<kMessageSize>());
     std::replace(received.begin(), received.end(), '\0', '\n');
     own.message[received.size()] = '\0';
-    return own.message.data();
+    return !received.empty();
 }
 
 void take_message(Automount& own) {
-    const PartitionEvent event = partition_event(next_message(own));
+    const PartitionEvent event = partition_event(own.message.data());
     const std::lock_guard guard(list_mutex);
     if (event.change == Change::kNone) {
         end_batch_if_quiet(own.info);
@@ -167,16 +167,25 @@ void take_message(Automount& own) {
     }
 }
 
+// Takes all that has come, and the empty text behind it, with which a list may be due. It rests
+// after messages: a stream of them would wake it for each one.
+hal::Pass take_messages(Automount& own) {
+    auto pass = hal::Pass::kAtOnce;
+    while (receive(own)) {
+        take_message(own);
+        pass = hal::Pass::kRest;
+    }
+    take_message(own);
+    return pass;
+}
+
 // Ends by cancellation only.
 void follow(Automount& own) {
     hal::name_thread("netlink_process");
     own.uevents = hal::open_uevents(kUevents);
     for (;;) {
-        hal::listen_once(own.uevents.get(), {.wait = kWait}, [&](hal::Wait outcome) {
-            if (outcome != hal::Wait::kFailed) {
-                take_message(own);
-            }
-            return hal::Pass::kAtOnce;
+        hal::listen_once(own.uevents.get(), kPace, [&](hal::Wait outcome) {
+            return outcome == hal::Wait::kFailed ? hal::Pass::kAtOnce : take_messages(own);
         });
     }
 }

@@ -52,8 +52,8 @@ typedef struct usb_disk_list {
  * A list that is full when a ninth entry comes (a disk may have nine partitions) is told at once,
  * and the ninth begins the next one: nothing is lost.
  *
- * It runs with cancellation disabled, and uevents wait in the socket meanwhile (16 MiB of them). It
- * may make any call of this header; it must not wait for another thread that makes one.
+ * It runs with cancellation disabled, and uevents wait in the socket meanwhile. It may make any
+ * call of this header; it must not wait for another thread that makes one.
  */
 typedef void (*hal_usb_callback)(usb_disk_list* list);
 
@@ -105,10 +105,12 @@ HAL_API int32_t find_usb_disk_once(usb_disk_list* list);
  * mounted and unmounted, and nobody is told. For null it says so at ERROR and returns null; else it
  * does not return. Cancellation ends it in its wait (50 ms at most).
  *
- * It hears the kernel's group of uevents, whoever sent them, from a socket of 16 MiB; of a message
- * the first 4096 bytes. Where there is no socket it waits idly. A command that hangs holds up what
- * comes behind it. When the wall clock goes back while a list is to be told, or forward by more
- * than half an hour, that list is dropped; what was mounted stays so.
+ * It hears the kernel's group of uevents, whoever sent them, from a socket of 16 MiB, or of the
+ * system's limit where the process has no right to more (CAP_NET_ADMIN); of a message the first
+ * 4096 bytes. When it has dealt with all that has come it rests for 2 ms, so that a stream of
+ * uevents does not wake it for each one. Where there is no socket it waits idly. A command that
+ * hangs holds up what comes behind it. When the wall clock goes back while a list is to be told, or
+ * forward by more than half an hour, that list is dropped; what was mounted stays so.
  */
 HAL_API void* netlink_process(void* arg);
 

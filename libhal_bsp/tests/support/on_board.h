@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <iostream>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -85,9 +86,17 @@ class OnBoard : public vb::BoardTest {
         EXPECT_EXIT(
             {
                 body();
+                print_failures(); // to stderr: the new process's listeners are silent
                 std::exit(HasFailure() ? 1 : 0);
             },
             testing::ExitedWithCode(0), "");
+    }
+    static void print_failures() {
+        const auto& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+        for (int i = 0; i < result.total_part_count(); ++i) {
+            const testing::TestPartResult& part = result.GetTestPartResult(i);
+            std::cerr << part.file_name() << ':' << part.line_number() << ": " << part.message();
+        }
     }
     // A moment after it was stopped a thread is gone.
     static void expect_threads(std::size_t wanted) {

@@ -22,6 +22,7 @@ class KernelDevice {
     };
 
     KernelDevice(Board& board, Description description);
+    ~KernelDevice() = default;
     KernelDevice(const KernelDevice&) = delete;
     KernelDevice& operator=(const KernelDevice&) = delete;
 

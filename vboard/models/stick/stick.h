@@ -12,19 +12,20 @@ namespace vb::stick {
 
 // The numbers that the kernel has given it.
 struct Place {
-    std::string controller; // of USB, below /sys: "/devices/platform/..."
-    unsigned port;          // from 1
-    unsigned address;       // on the bus, 1 to 127
-    unsigned host;          // of SCSI
-    unsigned index;         // of the disk: 1 is sdb
-    std::uint64_t sequence; // of disks since the board's start
-    std::string name;       // of the disk's node
+    std::string controller;     // of USB, below /sys: "/devices/platform/..."
+    unsigned port = 0;          // from 1
+    unsigned address = 0;       // on the bus, 1 to 127
+    unsigned host = 0;          // of SCSI
+    unsigned index = 0;         // of the disk: 1 is sdb
+    std::uint64_t sequence = 0; // of disks since the board's start
+    std::string name;           // of the disk's node
 };
 
 class Stick {
   public:
     // The board has to last.
     Stick(Board& board, std::shared_ptr<BlockDisk> disk, std::string image, Place place);
+    ~Stick() = default;
     Stick(const Stick&) = delete;
     Stick& operator=(const Stick&) = delete;
 
