@@ -305,7 +305,7 @@ TEST(MediaBrowser, ListsBothPartitionsOfAStickAndItsEndAlsoForAnOrdinaryUser) {
         getuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups" : "";
     const CommandResult result = with_media(
         "make_stick gpt stick.img a b; media_browser --digest --batches 2 >out & listening\n"
-        "plug; says e.2J; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"
+        "plug; says 2J; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"
         "sums=$(md5sum a/* b/deep/* | cut -c 1-32 | sort)\n"
         "[ \"$sums\" = \"$(grep -oE '[0-9a-f]{32}' out | sort)\" ]; echo $?\n"
         "findmnt -rn -o TARGET | grep /mnt/dev; halctl usb list",

@@ -167,16 +167,14 @@ void take_message(Automount& own) {
     }
 }
 
-// Takes all that has come, and the empty text behind it, with which a list may be due. It rests
-// after messages: a stream of them would wake it for each one.
+// Takes all that has come, or the empty text where nothing has: with either a list may be due. It
+// rests after messages: a stream of them would wake it for each one.
 hal::Pass take_messages(Automount& own) {
-    auto pass = hal::Pass::kAtOnce;
-    while (receive(own)) {
+    const bool has_come = receive(own);
+    do {
         take_message(own);
-        pass = hal::Pass::kRest;
-    }
-    take_message(own);
-    return pass;
+    } while (has_come && receive(own));
+    return has_come ? hal::Pass::kRest : hal::Pass::kAtOnce;
 }
 
 // Ends by cancellation only.
