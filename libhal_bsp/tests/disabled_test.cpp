@@ -182,7 +182,7 @@ void hear_samples(hal_irsample_event* event) {
 hal::Fd beyond_select(hal::Fd fd) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2 * FD_SETSIZE);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, rlim_t{2} * FD_SETSIZE);
     setrlimit(RLIMIT_NOFILE, &limit);
     hal::Fd high(fcntl(fd.get(), F_DUPFD_CLOEXEC, FD_SETSIZE + 7));
     return high ? std::move(high) : std::move(fd);

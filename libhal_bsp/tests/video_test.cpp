@@ -18,7 +18,6 @@
 namespace hal_test::video {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Texts = std::vector<std::string>;
