@@ -233,12 +233,12 @@ HAL_API int32_t gsv20xx_platformInit(void);
  *   hal_it6264   op17, op18, op20, op6, op8
  *   hal_gsv2011  op17, op18, op6, op8
  *
- * and then the chip's thread is started, which calls `service` and sleeps, for the life of the
- * process: 100 ms, and 50 ms in hal_it6264. A chip whose `InitFunc` fails gets nothing of that, nor
- * does one get it whose thread cannot be started (which is not told). hal_gsv2002 prints on
- * standard output how it gets on. Threads are called by the family,
+ * and then the chip's thread is started, which calls `service` and sleeps, 100 ms or, in
+ * hal_it6264, 50, for the life of the process. A chip whose `InitFunc` fails gets nothing of that.
+ * That a thread cannot be started is not told: its chip is not served. Threads are named
  * "video_gsv2001_system_loop_thread_task" and "video_gsv20xx_system_loop_thread_task", 15
- * characters of it, or log such a name as they start.
+ * characters of it; those of the other two log such a name at INFO. hal_gsv2002 prints on standard
+ * output how it gets on.
  *
  * Another call registers anew, and starts more threads. One thread at a time for each family; not
  * cancellation points. Return
