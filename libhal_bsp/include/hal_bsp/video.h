@@ -53,7 +53,8 @@ typedef struct video_chip_ops {
     /* 1: called again and again, each `period_ms` milliseconds after it has returned. */
     int32_t (*service)(uint32_t dev, uint32_t period_ms);
     int32_t (*op2)(uint32_t dev, uint32_t);
-    /* 3: take over the EDID, 256 bytes that last for ever; `value` is 500. hal_gsv2001 only. */
+    /* 3: take over the EDID, 256 bytes that last for ever, with zeros behind it up to 500; `value`
+     * is 500. hal_gsv2001 only. */
     int32_t (*set_edid)(uint32_t dev, uint32_t zero, const uint8_t* edid, uint32_t value);
     int32_t (*op4)(uint32_t dev, uint32_t, void*);
     int32_t (*op5)(uint32_t dev, uint32_t, uint32_t);
