@@ -9,9 +9,10 @@
  *   libit6264     it6615_6264_IcRegister   1
  *
  * An application links those of its board (-lgsv20xx) beside libhal_bsp. It calls nothing in them,
- * for libhal_bsp does; so where its linker leaves out what nobody calls (--as-needed), it has to be
- * told not to. They need libhal_bsp for nothing: all they do goes through the services that they
- * are registered with, and before that no operation does anything.
+ * for libhal_bsp does; so a linker that leaves out what nobody calls has to be told not to, by
+ * -Wl,--no-as-needed before the libraries (the targets of CMake see to that). The libraries link
+ * nothing of ours: all they do goes through the services that they are registered with, and before
+ * that no operation does anything.
  *
  * What they offer, by the slot in video_chip_ops; `port` has to be 0. Every value is handed to the
  * chip, which keeps it in a register of a byte: a value above 255, or above 1 where that is all
