@@ -67,7 +67,7 @@ TEST_F(VideoChips, HoldWhatTheLibraryHandsOver) {
         EXPECT_EQ(user_gsv2001_dev.op21(0, 0, edid.data(), 256), 0);
         EXPECT_EQ(hex(edid), receiver.at("edid"));
         edid[200] ^= 1;
-        EXPECT_EQ(user_gsv2001_dev.set_edid(0, 0, edid.data(), 500), HAL_CHIPS_NOT_KEPT);
+        EXPECT_EQ(user_gsv2001_dev.set_edid(0, 0, edid.data(), 500), HAL_CHIPS_BAD_EDID);
 
         // These two hang on one reset line: the second that is brought up takes the first along.
         EXPECT_EQ(it6264_dev_init(), 1);
