@@ -8,6 +8,7 @@ namespace halctl {
 
 void add_version(Command& root, Tool& tool);
 void add_log(Command& root, Tool& tool);
+void add_doctor(Command& root, Tool& tool);
 void add_gpio(Command& root, Tool& tool);
 void add_sysgpio(Command& root, Tool& tool);
 void add_i2c(Command& root, Tool& tool);
