@@ -8,6 +8,12 @@
 #define HAL_API __attribute__((__visibility__("default")))
 
 /*
+ * A function that the library calls and somebody else writes, who includes the header that declares
+ * it: visible, too, whatever that program or library is compiled with.
+ */
+#define HAL_FROM_PROCESS __attribute__((__visibility__("default")))
+
+/*
  * A function taking a printf format as its `format`-th argument and the values from the
  * `values`-th on, so that the compiler checks one against the other.
  */

@@ -37,6 +37,7 @@
 #include <hal_bsp/backlight.h>
 #include <hal_bsp/boardtemp.h>
 #include <hal_bsp/clock.h>
+#include <hal_bsp/disabled.h>
 #include <hal_bsp/ethlink.h>
 #include <hal_bsp/export.h>
 #include <hal_bsp/fans.h>
@@ -63,5 +64,6 @@
 #include <hal_bsp/usb.h>
 #include <hal_bsp/vendor.h>
 #include <hal_bsp/version.h>
+#include <hal_bsp/video.h>
 
 #endif
