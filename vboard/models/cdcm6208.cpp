@@ -9,10 +9,10 @@
 // - Outputs 4 to 7 have a frequency while their fractional divider is on (control word bit 9) and
 //   whether or not the PLL is locked. What divides for outputs 0 to 3 is not known: null.
 
-#include "core/lines.h"
 #include "models/i2c_adapter.h"
 #include "models/kinds.h"
 #include "models/support/frequency_verb.h"
+#include "models/support/line_world.h"
 #include "models/support/register_table.h"
 
 namespace vb {
@@ -58,7 +58,6 @@ class Cdcm6208 : public Model, private I2cDevice {
     Bytes read(std::size_t count) override { return registers_.read(count); }
     Bytes read_on(std::size_t count) override { return registers_.read_on(count); }
 
-    void follow_line(Settings& settings, const std::string& name, bool Cdcm6208::*high);
     void add_verbs(Settings& settings);
     void start_over();
     void on_written(unsigned number, unsigned before);
@@ -82,28 +81,17 @@ Cdcm6208::Cdcm6208(Board& board, Settings& settings)
       lock_ns_(settings.number("lock_ms", 1'000'000) * 1'000'000LL),
       registers_(board, fmt::format("cdcm6208[{}]", device_), {2, 2}, kCdcm6208Registers) {
     attach_to_i2c(board, settings, *this);
-    follow_line(settings, "power_down", &Cdcm6208::powered_);
-    follow_line(settings, "reset", &Cdcm6208::out_of_reset_);
+    const auto follow = [&](const char* name, bool Cdcm6208::*pin) {
+        follow_line(board, settings, name, [this, pin](bool high) {
+            this->*pin = high;
+            start_over();
+        });
+    };
+    follow("power_down", &Cdcm6208::powered_);
+    follow("reset", &Cdcm6208::out_of_reset_);
     registers_.on_written(
         [this](std::uint16_t number, std::uint16_t before) { on_written(number, before); });
     add_verbs(settings);
-}
-
-void Cdcm6208::follow_line(Settings& settings, const std::string& name, bool Cdcm6208::*high) {
-    const auto place = settings.get<std::string>(name);
-    if (place.empty()) {
-        return;
-    }
-    try {
-        const auto [bank, line] = line_at(board_, place);
-        this->*high = bank->level(line);
-        bank->watch(line, [this, high](unsigned, bool level) {
-            this->*high = level;
-            start_over();
-        });
-    } catch (const VerbError& error) {
-        settings.refuse(name, error.what());
-    }
 }
 
 // --- reset and lock ---

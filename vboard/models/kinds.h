@@ -23,6 +23,10 @@ extern const ModelKind kSysfsGpio;
 extern const ModelKind kI2cAdapter;
 extern const ModelKind kCdcm6208;
 extern const ModelKind kIdt6965;
+extern const ModelKind kGsv2001;
+extern const ModelKind kGsv2002;
+extern const ModelKind kGsv20xx;
+extern const ModelKind kIt6264;
 extern const ModelKind kAttributes;
 extern const ModelKind kNetwork;
 extern const ModelKind kCooling;
@@ -45,11 +49,11 @@ extern const ModelKind kUsbSticks;
 extern const ModelKind kSensorUsb;
 
 inline constexpr const ModelKind* kModelKinds[] = {
-    &kGpio,          &kSysfsGpio, &kI2cAdapter,   &kCdcm6208,    &kIdt6965,
-    &kAttributes,    &kNetwork,   &kCooling,      &kFpga,        &kKeypad,
-    &kLed,           &kTbar,      &kOled,         &kVideoTiming, &kUsbGadget,
-    &kUsbHost,       &kPartition, &kBootloader,   &kBootEnv,     &kSettingsStore,
-    &kVendorStorage, &kMcuBridge, &kSocRegisters, &kUsbSticks,   &kSensorUsb,
+    &kGpio,      &kSysfsGpio,     &kI2cAdapter,    &kCdcm6208,  &kIdt6965,      &kAttributes,
+    &kNetwork,   &kCooling,       &kFpga,          &kKeypad,    &kLed,          &kTbar,
+    &kOled,      &kVideoTiming,   &kUsbGadget,     &kUsbHost,   &kPartition,    &kBootloader,
+    &kBootEnv,   &kSettingsStore, &kVendorStorage, &kMcuBridge, &kSocRegisters, &kUsbSticks,
+    &kSensorUsb, &kGsv2001,       &kGsv2002,       &kGsv20xx,   &kIt6264,
 };
 
 } // namespace vb

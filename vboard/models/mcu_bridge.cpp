@@ -14,6 +14,7 @@
 #include "models/kinds.h"
 #include "models/mcu/bridge_topology.h"
 #include "models/mcu/chip.h"
+#include "models/support/line_world.h"
 
 #include "core/lines.h"
 
@@ -137,13 +138,7 @@ McuBridge::McuBridge(Board& board, Settings& settings)
 }
 
 void McuBridge::follow(Settings& settings, const char* name, Chip::Input input) {
-    const Pin pin = pin_at(board_, settings, name);
-    if (pin.bank == nullptr) {
-        chip_.set(input, true);
-        return;
-    }
-    chip_.set(input, pin.bank->level(pin.line));
-    pin.bank->watch(pin.line, [this, input](unsigned, bool level) { chip_.set(input, level); });
+    follow_line(board_, settings, name, [this, input](bool high) { chip_.set(input, high); });
 }
 
 void McuBridge::appear_after(std::int64_t nanoseconds) {

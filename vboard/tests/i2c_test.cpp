@@ -144,5 +144,81 @@ TEST_F(I2cModel, CallsABadRegisterAccessMisuse) {
     EXPECT_EQ(get(fd, 0x54, {0, 21}, 4), before);
 }
 
+// --- video chips ---
+
+TEST_F(I2cModel, ResetsTheVideoChipsOfALineTogetherAndNoOthers) {
+    const UniqueFd shared = plain::open("/dev/i2c-4");
+    const UniqueFd other = plain::open("/dev/i2c-54");
+    const auto line_323 = [&](int level) {
+        board().ask("sysgpio.drive", {{"line", 323}, {"level", level}});
+    };
+    EXPECT_EQ(get(shared, 0x58, {0, 0}, 3), (Bytes{0xC1, 0x02, 0x10}));
+    EXPECT_EQ(get(shared, 0x4C, {0}, 3), (Bytes{0xC2, 0x64, 0x10}));
+    EXPECT_EQ(put(shared, 0x58, {0, 0x17, 1}), 1);
+    EXPECT_EQ(put(shared, 0x4C, {0x15, 4, 8}), 1);
+    EXPECT_EQ(put(other, 0x58, {0, 0x10, 2}), 1);
+    EXPECT_EQ(put(shared, 0x4C, {3, 0x80}), 1);
+    EXPECT_EQ(get(shared, 0x4C, {3}, 1), Bytes{0});
+    EXPECT_EQ(board().ask("it6264.show", {{"device", 0}}).at("registers").at("setup_d"), 4);
+
+    line_323(0);
+    EXPECT_EQ(put(shared, 0x58, {0, 0x17, 2}), -ENXIO);
+    EXPECT_EQ(put(shared, 0x4C, {0x15, 5}), -ENXIO);
+    line_323(1);
+    EXPECT_EQ(get(shared, 0x58, {0, 0x17}, 1), Bytes{0});
+    EXPECT_EQ(get(shared, 0x4C, {0x15}, 2), Bytes(2));
+    EXPECT_EQ(get(shared, 0x4C, {3}, 1), Bytes{0x80}) << "it says that it has started over";
+    EXPECT_EQ(get(other, 0x58, {0, 0x10}, 1), Bytes{2}) << "which hangs on a line of its own";
+}
+
+TEST_F(I2cModel, ShowsWhatIsPluggedIntoAVideoChip) {
+    const UniqueFd fd = plain::open("/dev/i2c-52");
+    const auto plug = [&](int device, int plugged) {
+        board().ask("gsv20xx.plug", {{"device", device}, {"plugged", plugged}});
+    };
+    const auto plugged = [&] { return get(fd, 0x58, {0, 3}, 1).at(0) & 1; };
+    EXPECT_EQ(plugged(), 0);
+    plug(0, 1);
+    EXPECT_EQ(plugged(), 0) << "into another";
+    plug(1, 1);
+    EXPECT_EQ(plugged(), 1);
+    board().ask("sysgpio.drive", {{"line", 419}, {"level", 0}});
+    board().ask("sysgpio.drive", {{"line", 419}, {"level", 1}});
+    EXPECT_EQ(plugged(), 1) << "a reset pulls no cable";
+    plug(1, 0);
+    EXPECT_EQ(plugged(), 0);
+}
+
+TEST_F(I2cModel, ChecksTheEdidOfAReceiver) {
+    const UniqueFd fd = plain::open("/dev/i2c-53");
+    Bytes edid(256);
+    std::fill_n(edid.begin() + 1, 6, std::uint8_t{0xFF});
+    edid[127] = 5; // 6 times 0xFF and 1 for the extension: 0xFB
+    edid[126] = 1;
+    edid[200] = 0x80;
+    edid[255] = 0x80;
+    const auto state_after_check = [&] {
+        EXPECT_EQ(put(fd, 0x58, {0, 5, 1}), 1);
+        int state = 1;
+        while (state == 1) { // for a few milliseconds
+            state = get(fd, 0x58, {0, 3}, 1).at(0) >> 1 & 3;
+        }
+        return state;
+    };
+    EXPECT_EQ(state_after_check(), 3) << "none";
+    Bytes order{1, 0};
+    order.insert(order.end(), edid.begin(), edid.end());
+    EXPECT_EQ(put(fd, 0x58, order), 1);
+    EXPECT_EQ(get(fd, 0x58, {0, 3}, 1).at(0) >> 1 & 3, 0) << "not checked yet";
+    EXPECT_EQ(get(fd, 0x58, {1, 0}, 256), edid);
+    EXPECT_EQ(state_after_check(), 2);
+    EXPECT_EQ(put(fd, 0x58, {1, 201, 1}), 1);
+    EXPECT_EQ(state_after_check(), 3) << "the extension's sum is wrong";
+    expect_misuse();
+    EXPECT_EQ(put(fd, 0x58, {0, 0, 7}), 1) << "the identity";
+    EXPECT_EQ(put(UniqueFd(plain::open("/dev/i2c-4")), 0x58, {1, 0, 7}), 1) << "has no EDID";
+    EXPECT_EQ(events({{"kind", "misuse"}}).size(), 2U);
+}
+
 } // namespace
 } // namespace vb::i2c_test

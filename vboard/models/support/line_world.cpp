@@ -79,4 +79,20 @@ void set_levels(LineBank& bank, Settings& settings) {
     }
 }
 
+void follow_line(Board& board, Settings& settings, const std::string& name,
+                 const std::function<void(bool level)>& told) {
+    const auto place = settings.get<std::string>(name);
+    if (place.empty()) {
+        told(true);
+        return;
+    }
+    try {
+        const auto [bank, line] = line_at(board, place);
+        bank->watch(line, [told](unsigned, bool level) { told(level); });
+        told(bank->level(line));
+    } catch (const VerbError& error) {
+        settings.refuse(name, error.what());
+    }
+}
+
 } // namespace vb

@@ -30,4 +30,9 @@ void add_line_verbs(Board& board, LineBank& bank, const LineDriver& driver);
 // Setting "levels": an object, line number to the level the outside gives it at the start.
 void set_levels(LineBank& bank, Settings& settings);
 
+// A pin of a chip. Setting `name`: the line it hangs on, "bank:number", of a model that stands
+// before this one; with none it is high. Tells the pin's level now and after every change.
+void follow_line(Board& board, Settings& settings, const std::string& name,
+                 const std::function<void(bool level)>& told);
+
 } // namespace vb
