@@ -4,6 +4,7 @@
 #include <hal_bsp/ethlink.h>
 
 #include <fmt/format.h>
+#include <video_chips.h>
 
 #include <iterator>
 
@@ -143,22 +144,44 @@ void add(std::vector<Check>& checks, const Fact (&facts)[Count]) {
 
 // --- what the board's own tables say ---
 
-void add_chip(std::vector<Check>& checks, const std::string& chip, const char (&bus)[2]) {
-    checks.push_back({"clock", Need::node, fmt::format("/dev/i2c-{0} or /dev/i2c/{0}", bus[0]),
+void add_bus(std::vector<Check>& checks, const char* module, unsigned bus,
+             const std::string& chip) {
+    checks.push_back({module, Need::node, fmt::format("/dev/i2c-{0} or /dev/i2c/{0}", bus),
                       fmt::format("{} cannot be reached", chip)});
+}
+
+void add_line(std::vector<Check>& checks, const char* module, unsigned line, std::string cost) {
+    checks.push_back({module, Need::line, std::to_string(line), std::move(cost)});
+}
+
+unsigned number_in(const char (&text)[2]) {
+    return static_cast<unsigned>(text[0] - '0');
 }
 
 void add_clocks(std::vector<Check>& checks) {
     for (std::size_t i = 0; i < std::size(cdcm6208_bus_id); ++i) {
         const std::string chip = fmt::format("clock chip cdcm6208 {}", i);
-        add_chip(checks, chip, cdcm6208_bus_id[i]);
-        checks.push_back({"clock", Need::line, std::to_string(cdcm6208_gpio_PDN[i]),
-                          fmt::format("{} cannot be powered up", chip)});
-        checks.push_back({"clock", Need::line, std::to_string(cdcm6208_gpio_reset[i]),
-                          fmt::format("{} cannot be reset", chip)});
+        add_bus(checks, "clock", number_in(cdcm6208_bus_id[i]), chip);
+        add_line(checks, "clock", cdcm6208_gpio_PDN[i], chip + " cannot be powered up");
+        add_line(checks, "clock", cdcm6208_gpio_reset[i], chip + " cannot be reset");
     }
     for (std::size_t i = 0; i < std::size(idt6965_bus_id); ++i) {
-        add_chip(checks, fmt::format("clock chip idt6965 {}", i), idt6965_bus_id[i]);
+        add_bus(checks, "clock", number_in(idt6965_bus_id[i]),
+                fmt::format("clock chip idt6965 {}", i));
+    }
+}
+
+void add_video_chips(std::vector<Check>& checks) {
+    for (const video::Family& family : video::families) {
+        checks.push_back({"video", Need::function, family.registration,
+                          fmt::format("no chip of the family {} is brought up; {} has it",
+                                      family.name, family.library)});
+        for (std::size_t dev = 0; dev < family.modes.size(); ++dev) {
+            const video_chip_mode& mode = family.modes[dev];
+            const std::string chip = fmt::format("video chip {} {}", family.name, dev);
+            add_bus(checks, "video", mode.i2c_bus, chip);
+            add_line(checks, "video", mode.rst_gpio, chip + " cannot be reset");
+        }
     }
 }
 
@@ -205,6 +228,7 @@ std::vector<Check> board_checks() {
     add(checks, kBeforeClocks);
     add_clocks(checks);
     add(checks, kBeforeLinks);
+    add_video_chips(checks);
     add_links(checks);
     add(checks, kAfterLinks);
     return checks;

@@ -20,6 +20,7 @@ void add_temp(Command& root, Tool& tool);
 void add_backlight(Command& root, Tool& tool);
 void add_fan(Command& root, Tool& tool);
 void add_hdmi(Command& root, Tool& tool);
+void add_video(Command& root, Tool& tool);
 void add_keys(Command& root, Tool& tool);
 void add_led(Command& root, Tool& tool);
 void add_tbar(Command& root, Tool& tool);

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
+#include <video_chips.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -221,6 +222,7 @@ Json json_of(const Check& check, const Finding& finding) {
 }
 
 int run(const Tool& tool) {
+    ::video::open_chip_libraries(); // an application of the board would be linked with them
     const std::vector<Check> checks = board_checks();
     std::size_t good = 0;
     std::string module;
