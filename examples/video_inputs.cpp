@@ -24,7 +24,7 @@ std::string state_of(const video::Chip& chip) {
     constexpr std::array kStates = {"unknown", "not up: left alone", "up, but silent", "up"};
     std::string text = kStates[static_cast<std::size_t>(chip.state)];
     if (chip.state == State::up) {
-        text += fmt::format(", has taken {} values, served {}{}", chip.set_ups,
+        text += fmt::format(", has taken {} values, {}served{}", chip.set_ups,
                             chip.served > 0 ? "" : "not ", chip.plugged ? ", plugged in" : "");
     }
     return text;

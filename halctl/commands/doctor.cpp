@@ -17,6 +17,7 @@
 #include <video_chips.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -30,24 +31,30 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What came of a check: all well, nothing there, or something that will not do, for a reason.
-struct Finding {
-    const char* state = "ok";
-    std::string why;
+enum class State { ok, missing, unusable };
 
-    bool is_ok() const { return why.empty() && state == std::string_view("ok"); }
+constexpr std::array kStates = {"ok", "missing", "unusable"};
+
+// What came of a check, and why something that is there will not do.
+struct Finding {
+    State state = State::ok;
+    std::string why;
 };
 
 Finding missing() {
-    return {"missing", ""};
+    return {State::missing, ""};
 }
 
 Finding unusable(std::string why) {
-    return {"unusable", std::move(why)};
+    return {State::unusable, std::move(why)};
 }
 
 Finding ok_if(bool there) {
     return there ? Finding{} : missing();
+}
+
+const char* name_of(State state) {
+    return kStates[static_cast<std::size_t>(state)];
 }
 
 // --- paths ---
@@ -63,6 +70,9 @@ std::vector<std::string> split(std::string_view text, std::string_view between) 
 }
 
 std::vector<std::string> matches(const std::string& pattern) {
+    if (pattern.find('*') == std::string::npos) {
+        return {pattern};
+    }
     glob_t found{};
     std::vector<std::string> paths;
     if (glob(pattern.c_str(), 0, nullptr, &found) == 0) {
@@ -95,7 +105,7 @@ Finding look_for(const std::string& paths, int mode) {
     for (const std::string& pattern : split(paths, " or ")) {
         for (const std::string& path : matches(pattern)) {
             Finding finding = look_at(path, mode);
-            if (finding.is_ok()) {
+            if (finding.state == State::ok) {
                 return finding;
             }
             best = std::move(finding);
@@ -113,7 +123,7 @@ long number_in(const std::string& path) {
 }
 
 Finding look_for_line(const std::string& line) {
-    if (fs::exists("/sys/class/gpio/gpio" + line)) {
+    if (access(("/sys/class/gpio/gpio" + line).c_str(), F_OK) == 0) {
         return {};
     }
     const std::vector<std::string> chips = matches("/sys/class/gpio/gpiochip*");
@@ -148,7 +158,8 @@ Finding look_for_program(const std::string& name) {
     const std::vector<std::string> folders = split(path == nullptr ? "/usr/bin:/bin" : path, ":");
     return ok_if(std::any_of(folders.begin(), folders.end(), [&](const std::string& folder) {
         const std::string program = (folder.empty() ? "." : folder) + "/" + name;
-        return fs::is_regular_file(program) && access(program.c_str(), X_OK) == 0;
+        std::error_code error; // of a folder that may not be searched
+        return fs::is_regular_file(program, error) && access(program.c_str(), X_OK) == 0;
     }));
 }
 
@@ -196,27 +207,32 @@ Finding examine(const Check& check) {
 
 // Red or green where somebody sees it who has not asked for plain text.
 std::string coloured(const std::string& text, bool good) {
-    const char* terminal = std::getenv("TERM");
-    const bool colour = is_terminal(terminal_out()) && std::getenv("NO_COLOR") == nullptr &&
-                        terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+    const auto value = [](const char* name) {
+        const char* text = std::getenv(name);
+        return std::string_view(text == nullptr ? "" : text);
+    };
+    const std::string_view terminal = value("TERM");
+    const bool colour = is_terminal(terminal_out()) && value("NO_COLOR").empty() &&
+                        !terminal.empty() && terminal != "dumb";
     return colour ? fmt::format("\033[{}m{}\033[0m", good ? 32 : 31, text) : text;
 }
 
 std::string line_of(const Check& check, const Finding& finding) {
+    const bool ok = finding.state == State::ok;
     std::string line =
-        fmt::format("  {} {:<8} {}", coloured(fmt::format("{:<8}", finding.state), finding.is_ok()),
+        fmt::format("  {} {:<8} {}", coloured(fmt::format("{:<8}", name_of(finding.state)), ok),
                     name_of(check.need), check.what);
     if (!finding.why.empty()) {
         line += fmt::format(" ({})", finding.why);
     }
-    return finding.is_ok() ? line : line + ": " + check.cost;
+    return ok ? line : line + ": " + check.cost;
 }
 
 Json json_of(const Check& check, const Finding& finding) {
     return {{"module", check.module},
             {"kind", name_of(check.need)},
             {"name", check.what},
-            {"state", finding.state},
+            {"state", name_of(finding.state)},
             {"why", finding.why.empty() ? Json() : Json(finding.why)},
             {"cost", check.cost}};
 }
@@ -228,7 +244,7 @@ int run(const Tool& tool) {
     std::string module;
     for (const Check& check : checks) {
         const Finding finding = examine(check);
-        good += finding.is_ok() ? 1 : 0;
+        good += finding.state == State::ok ? 1 : 0;
         std::string text = line_of(check, finding);
         if (check.module != module) {
             module = check.module;
