@@ -277,6 +277,8 @@ void read_extended(Bytes data, Display& display) {
 
 void read_data_block(unsigned kind, Bytes data, Display& display) {
     switch (kind) {
+    case 0:
+        return; // reserved, and what is left of bytes that are cut short
     case 1:
         return read_audio(data, display);
     case 2:

@@ -208,8 +208,8 @@ Finding examine(const Check& check) {
 // Red or green where somebody sees it who has not asked for plain text.
 std::string coloured(const std::string& text, bool good) {
     const auto value = [](const char* name) {
-        const char* text = std::getenv(name);
-        return std::string_view(text == nullptr ? "" : text);
+        const char* said = std::getenv(name);
+        return std::string_view(said == nullptr ? "" : said);
     };
     const std::string_view terminal = value("TERM");
     const bool colour = is_terminal(terminal_out()) && value("NO_COLOR").empty() &&
