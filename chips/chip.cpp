@@ -96,18 +96,18 @@ void Chip::choose_settings() {
                    });
 }
 
-// All that the chip was ever told. That it has not started over comes last, so that nothing is lost
-// where something before it fails.
+// All that the chip was ever told. Its flag is cleared first: if it starts over once more
+// meanwhile, it says so again.
 int32_t Chip::set_up() {
-    int32_t result = write_settings();
+    int32_t result = write_byte(services_, kStatus, kStartedOver);
+    if (result == 0) {
+        result = write_settings();
+    }
     if (result == 0 && edid_size_ > 0) {
         result = write_edid();
     }
     if (result == 0) {
         result = write_byte(services_, kControl, kRun);
-    }
-    if (result == 0) {
-        result = write_byte(services_, kStatus, kStartedOver);
     }
     return result;
 }
@@ -142,9 +142,9 @@ int32_t Chip::set_edid(std::span<const uint8_t> edid, uint32_t most_ms) {
     edid_size_ = static_cast<uint32_t>(edid.size());
     edid_ms_ = most_ms;
     const int32_t result = write_edid();
-    if (result == HAL_CHIPS_NOT_KEPT) {
+    if (result == HAL_CHIPS_BAD_EDID) {
         edid_size_ = 0; // the chip would not like it better another time
-        services_.say("does not take the EDID");
+        services_.say("calls the EDID bad");
     } else if (result != 0) {
         owes_ = true;
     }
@@ -173,8 +173,15 @@ int32_t Chip::check_edid() {
         if (!read_status(status)) {
             return HAL_CHIPS_NO_ANSWER;
         }
-        if ((status & kEdidState) != kEdidBeingChecked) {
-            return (status & kEdidState) == kEdidGood ? 0 : HAL_CHIPS_NOT_KEPT;
+        switch (status & kEdidState) {
+        case kEdidGood:
+            return 0;
+        case kEdidBad:
+            return HAL_CHIPS_BAD_EDID;
+        case kEdidNotChecked: // it has started over
+            return HAL_CHIPS_NOT_KEPT;
+        default:
+            break;
         }
         if (waited >= edid_ms_) {
             return HAL_CHIPS_NO_ANSWER;
@@ -219,6 +226,7 @@ int32_t Chip::catch_up(bool started_over) {
         starts_over_.count();
         services_.say("has started over");
     }
+    owes_ = true; // also where this thread is cancelled now
     const int32_t result = set_up();
     owes_ = result != 0; // the next call tries again, and says nothing until it is done
     if (!owes_) {

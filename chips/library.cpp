@@ -125,7 +125,7 @@ void fill(video_chip_ops& ops) {
 bool is_told_to_fail(std::string_view list, uint32_t dev) {
     const std::string_view name = kFamily.name;
     while (!list.empty()) {
-        std::string_view item = list.substr(0, list.find(','));
+        const std::string_view item = list.substr(0, list.find(','));
         list.remove_prefix(std::min(list.size(), item.size() + 1));
         if (item.size() == name.size() + 2 && item.starts_with(name) && item[name.size()] == ':' &&
             item.back() == static_cast<char>('0' + dev)) {

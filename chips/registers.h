@@ -26,8 +26,9 @@ enum Register : uint16_t {
 // Bits of kStatus.
 constexpr uint8_t kPlugged = 0x01;
 constexpr uint8_t kEdidState = 0x06;
-constexpr uint8_t kEdidBeingChecked = 0x02;
+constexpr uint8_t kEdidNotChecked = 0x00; // in kEdidState, as the next two; 0x02: being checked
 constexpr uint8_t kEdidGood = 0x04;
+constexpr uint8_t kEdidBad = 0x06;
 constexpr uint8_t kStartedOver = 0x80; // since 1 was last written to it
 
 constexpr uint8_t kRun = 0x01;   // in kControl

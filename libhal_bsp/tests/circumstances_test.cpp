@@ -293,11 +293,24 @@ TEST_F(Circumstances, SixteenKilobytesOfStackAreEnough) {
 }
 
 TEST_F(Circumstances, AnApplicationsOwnNamesAndItsUnloadingTakeNothingAway) {
-    std::array<char, 4096> text{};
-    FILE* const output = popen(HAL_APPLICATION_PROBE " " HAL_LIBRARY " 2>/dev/null", "r");
-    const std::size_t length = std::fread(text.data(), 1, text.size(), output);
-    EXPECT_EQ(pclose(output), 0);
-    EXPECT_EQ(std::string(text.data(), length), "1 1 /dev/block/by-name/system_b\n0\nstill here\n");
+    for (const std::string binding : {"lazy", "now"}) {
+        forget_trace();
+        const std::string probe = HAL_APPLICATION_PROBE " " HAL_LIBRARY " " HAL_CHIP_LIBRARY " " +
+                                  binding + " 2>/dev/null";
+        std::array<char, 4096> text{};
+        FILE* const output = popen(probe.c_str(), "r");
+        const std::size_t length = std::fread(text.data(), 1, text.size(), output);
+        EXPECT_EQ(pclose(output), 0);
+        EXPECT_EQ(std::string(text.data(), length),
+                  "1 1 /dev/block/by-name/system_b\n-1 0\n42\n"
+                  "gsv2002_IcRegister start\nthe application's chip library\n"
+                  "gsv2002_IcRegister over\n24\n0\nstill here\n")
+            << binding;
+        EXPECT_THAT(logged("ERROR"),
+                    testing::UnorderedElementsAre(
+                        "no chip library: this process has no gsv2001_IcRegister\n",
+                        "no chip library: this process has no gsv20xx_IcRegister\n"));
+    }
 }
 
 } // namespace

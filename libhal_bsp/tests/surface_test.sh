@@ -15,11 +15,18 @@ compare() {
     fi
 }
 
-sort "$symbols" > "$work/symbols"
-cut -d' ' -f1 "$work/symbols" > "$work/names"
+sort "$symbols" > "$work/expected"
+cut -d' ' -f1,2 "$work/expected" > "$work/symbols"
+cut -d' ' -f1 "$work/expected" > "$work/names"
 
 nm -D --defined-only "$library" | awk '{print $3, $2}' | sort > "$work/library"
 compare "symbols of the library" "$work/symbols" "$work/library"
+
+if [ -z "$sanitizers" ]; then # theirs are longer
+    sed -n '/ T$/d; s/^\([^ ]*\) [^ ]* /\1 /p' "$work/expected" > "$work/objects"
+    "$(dirname "$0")"/objects_of.py "$library" | sort > "$work/library"
+    compare "objects of the library, their sizes and first bytes" "$work/objects" "$work/library"
+fi
 
 sed -n 's/^ *\([A-Za-z_][A-Za-z_0-9]*\);$/\1/p' "$map" | sort > "$work/map"
 compare "names in the version script" "$work/names" "$work/map"

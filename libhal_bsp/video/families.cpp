@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <mutex>
 
 // ---- Records ----
 
@@ -29,12 +30,10 @@ static_assert(offsetof(video_chip_mode, i2c_addr) == 1 && offsetof(video_chip_mo
 // ---- Chip libraries ----
 
 // A process need not have them: an application without such a chip starts, too.
-extern "C" {
-decltype(gsv2002_IcRegister) gsv2002_IcRegister __attribute__((weak));
-decltype(gsv2001_IcRegister) gsv2001_IcRegister __attribute__((weak));
-decltype(gsv20xx_IcRegister) gsv20xx_IcRegister __attribute__((weak));
-decltype(it6615_6264_IcRegister) it6615_6264_IcRegister __attribute__((weak));
-}
+#pragma weak gsv2002_IcRegister
+#pragma weak gsv2001_IcRegister
+#pragma weak gsv20xx_IcRegister
+#pragma weak it6615_6264_IcRegister
 
 namespace {
 
@@ -83,8 +82,8 @@ constexpr std::array<SetUp, 4> kGsv20xxSetUp{set_up_17, set_up_18, set_up_6, set
 
 // ---- Families ----
 
-constinit pthread_mutex_t gsv2002_service_mutex = PTHREAD_MUTEX_INITIALIZER;
-constinit pthread_mutex_t it6264_service_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit std::mutex gsv2002_service_mutex;
+constinit std::mutex it6264_service_mutex;
 
 constexpr Family kGsv2002{
     .module = "hal_gsv2002",

@@ -84,7 +84,7 @@ void call_service(const Family& family, uint32_t dev) {
         call(family.ops.service, dev, family.period_ms);
         return;
     }
-    const Locked lock(*family.service_mutex);
+    const std::lock_guard lock(*family.service_mutex);
     call(family.ops.service, dev, family.period_ms);
 }
 

@@ -4,11 +4,11 @@
 
 #include <hal_bsp/video.h>
 
-#include "support/lock.h"
 #include "support/thread.h"
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <span>
 
 namespace hal::video {
@@ -32,7 +32,7 @@ struct Family {
     bool names_threads = false;       // else they log the name
     bool prints_progress = false;     // on standard output
     const char* registered = nullptr; // printed after the registration, whose result it replaces
-    pthread_mutex_t* service_mutex = nullptr;
+    std::mutex* service_mutex = nullptr;
 };
 
 // Operations, from a table that may be filled anew meanwhile.

@@ -9,9 +9,10 @@
  *   libit6264     it6615_6264_IcRegister   1
  *
  * An application links those of its board (-lgsv20xx) beside libhal_bsp. It calls nothing in them,
- * for libhal_bsp does; so where its linker leaves out what nobody calls (--as-needed), it has to be
- * told not to. They need libhal_bsp for nothing: all they do goes through the services that they
- * are registered with, and before that no operation does anything.
+ * for libhal_bsp does; so a linker that leaves out what nobody calls has to be told not to, by
+ * -Wl,--no-as-needed before the libraries (the targets of CMake see to that). The libraries link
+ * nothing of ours: all they do goes through the services that they are registered with, and before
+ * that no operation does anything.
  *
  * What they offer, by the slot in video_chip_ops; `port` has to be 0. Every value is handed to the
  * chip, which keeps it in a register of a byte: a value above 255, or above 1 where that is all
@@ -47,8 +48,12 @@
  *   HAL_CHIPS_WRONG_ARGUMENT  no such chip or port, no such value, or a null pointer
  *   HAL_CHIPS_NOT_UP          not registered, or slot 0 was not called or has failed
  *   HAL_VIDEO_NOT_OFFERED     the slot is none of those above (libhal_bsp's default operation)
- *   HAL_CHIPS_NOT_KEPT        the chip does not hold what was written, or calls the EDID bad
+ *   HAL_CHIPS_NOT_KEPT        the chip does not hold what was written
  *   HAL_CHIPS_TOLD_TO_FAIL    slot 0 of a chip that HAL_CHIPS_FAIL names
+ *   HAL_CHIPS_BAD_EDID        the chip calls the EDID bad, and is not handed it again
+ *
+ * What a chip that is up did not get because it did not answer or keep it, slot 1 hands to it
+ * later.
  *
  * Any thread, any number at once: calls for one chip wait for one another, also while one of them
  * sleeps. They are cancellation points where the services are.
@@ -74,6 +79,7 @@ extern "C" {
 #define HAL_CHIPS_NOT_UP 4
 #define HAL_CHIPS_NOT_KEPT 6
 #define HAL_CHIPS_TOLD_TO_FAIL 7
+#define HAL_CHIPS_BAD_EDID 8
 
 /* What was done for one chip since the library was loaded. Numbers wrap at 2^32. */
 typedef struct hal_chips_counters {
