@@ -76,9 +76,8 @@ TEST(Edid, SaysWhatIsWrongWithBytesAndReadsTheRest) {
     bytes.resize(140);
     edid::Display display = edid::decode(bytes);
     EXPECT_EQ(display.name, "ZEDA HDMI2.0");
-    EXPECT_THAT(display.faults,
-                ElementsAre("140 bytes, where there should be 256",
-                            "block 1: its checksum is wrong", testing::StartsWith("block 1: ")));
+    EXPECT_THAT(display.faults, ElementsAre("140 bytes, where there should be 256",
+                                            "block 1: its checksum is wrong"));
     bytes = board_edid();
     bytes[0] = 1;
     bytes[132] = 0x5F; // a video block of 31 bytes, into those behind it
