@@ -40,7 +40,10 @@ const std::array<Family, 4> families = {{
      user_gsv20xx_dev, st_gsv2011_mode},
 }};
 
-const Family& kInput = families[1];
+const Family& input_family() {
+    constexpr std::size_t kGsv2001 = 1;
+    return families[kGsv2001];
+}
 
 void open_chip_libraries() {
     for (const Family& family : families) {
@@ -82,10 +85,11 @@ bool wait_until_served(const Family& family) {
 }
 
 int32_t read_edid(Edid& edid) {
-    if (counters_of(kInput) == nullptr || kInput.ops.op21 == nullptr) {
+    const Family& family = input_family();
+    if (counters_of(family) == nullptr || family.ops.op21 == nullptr) {
         return HAL_VIDEO_NOT_OFFERED;
     }
-    return kInput.ops.op21(0, kPort, edid.data(), static_cast<uint32_t>(edid.size()));
+    return family.ops.op21(0, kPort, edid.data(), static_cast<uint32_t>(edid.size()));
 }
 
 std::string text_of(int32_t result) {

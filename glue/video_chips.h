@@ -26,7 +26,8 @@ struct Family {
 };
 
 extern const std::array<Family, 4> families;
-extern const Family& kInput; // the one whose chip has the board's HDMI input, and its EDID
+// The one whose chip has the board's HDMI input, and its EDID.
+const Family& input_family();
 
 // Opens the chip libraries that are found, for programs that are to run without them, too.
 void open_chip_libraries();

@@ -204,7 +204,7 @@ std::string text_of(const edid::Display& display) {
 }
 
 // An EDID has at most 256 blocks of 128 bytes.
-constexpr std::size_t kLongestEdid = 256 * 128;
+constexpr std::size_t kLongestEdid = std::size_t{256} * 128;
 
 std::variant<Bytes, int> read_file(const Tool& tool, const std::string& path) {
     Bytes bytes(kLongestEdid);
@@ -225,7 +225,7 @@ std::variant<Bytes, int> read_file(const Tool& tool, const std::string& path) {
 // Of the chip that has the input. It is brought up for that, and starts over.
 std::variant<Bytes, int> read_chip(const Tool& tool) {
     constexpr char kWhat[] = "video edid";
-    const Family& family = ::video::kInput;
+    const Family& family = ::video::input_family();
     ::video::open_chip_libraries();
     if (!::video::has_library(family)) {
         return tool.output().complain(kExitUnavailable, kWhat, why_missing(family));
@@ -243,7 +243,7 @@ int run_edid(const Tool& tool, const Arguments& arguments) {
     if (const int* status = std::get_if<int>(&read); status != nullptr) {
         return *status;
     }
-    const Bytes& bytes = std::get<Bytes>(read);
+    const auto& bytes = std::get<Bytes>(read);
     if (arguments.raw && !tool.output().json()) { // which has them, too
         if (std::FILE* out = terminal_out(); out != nullptr) {
             std::fwrite(bytes.data(), 1, bytes.size(), out);
