@@ -14,10 +14,11 @@ namespace halctl {
 namespace {
 
 constexpr std::array kGroups = {
-    add_version, add_log,  add_gpio, add_sysgpio, add_i2c, add_fpga,      add_clock,     add_keys,
-    add_led,     add_tbar, add_link, add_temp,    add_fan, add_backlight, add_hdmi,      add_oled,
-    add_genlock, add_ptp,  add_slot, add_image,   add_md5, add_env,       add_sysconfig, add_vendor,
-    add_otg,     add_mcu,  add_hid,  add_disk,    add_usb, add_sensor,
+    add_version,   add_doctor, add_log,   add_gpio,      add_sysgpio, add_i2c,  add_fpga,
+    add_clock,     add_keys,   add_led,   add_tbar,      add_link,    add_temp, add_fan,
+    add_backlight, add_hdmi,   add_video, add_oled,      add_genlock, add_ptp,  add_slot,
+    add_image,     add_md5,    add_env,   add_sysconfig, add_vendor,  add_otg,  add_mcu,
+    add_hid,       add_disk,   add_usb,   add_sensor,
 };
 
 int run(std::vector<std::string> words) {

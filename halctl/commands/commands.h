@@ -8,6 +8,7 @@ namespace halctl {
 
 void add_version(Command& root, Tool& tool);
 void add_log(Command& root, Tool& tool);
+void add_doctor(Command& root, Tool& tool);
 void add_gpio(Command& root, Tool& tool);
 void add_sysgpio(Command& root, Tool& tool);
 void add_i2c(Command& root, Tool& tool);
@@ -19,6 +20,7 @@ void add_temp(Command& root, Tool& tool);
 void add_backlight(Command& root, Tool& tool);
 void add_fan(Command& root, Tool& tool);
 void add_hdmi(Command& root, Tool& tool);
+void add_video(Command& root, Tool& tool);
 void add_keys(Command& root, Tool& tool);
 void add_led(Command& root, Tool& tool);
 void add_tbar(Command& root, Tool& tool);

@@ -240,10 +240,10 @@ TEST(CommandTree, AWatchEndsWhenItsReaderGoes) {
 // On a board without a device, which is safer to try than a desk: it has processes of its own.
 TEST(CommandTree, WithoutDevicesEveryCommandSaysWhatIsMissing) {
     const std::map<std::string, int> others = {
-        {"version", 0},    {"log", 0},          {"clock list", 0}, {"genlock simulate", 0},
-        {"ptp on", 0},     {"ptp off", 0},      {"ptp status", 0}, {"clock set", 1},
-        {"clock trim", 1}, {"clock enable", 1}, {"led list", 1},   {"oled shot", 1},
-        {"usb list", 0},   {"usb watch", 0}};
+        {"version", 0},    {"doctor", 1},           {"log", 0},        {"clock list", 0},
+        {"video list", 0}, {"genlock simulate", 0}, {"ptp on", 0},     {"ptp off", 0},
+        {"ptp status", 0}, {"clock set", 1},        {"clock trim", 1}, {"clock enable", 1},
+        {"led list", 1},   {"oled shot", 1},        {"usb list", 0},   {"usb watch", 0}};
     const auto file = std::filesystem::path(testing::TempDir()) / "no_devices.json";
     std::ofstream(file) << R"({"name": "bare", "models": []})";
     std::string script;
