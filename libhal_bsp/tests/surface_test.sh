@@ -21,6 +21,8 @@ cut -d' ' -f1 "$work/expected" > "$work/names"
 
 nm -D --defined-only "$library" | awk '{print $3, $2}' | sort > "$work/library"
 compare "symbols of the library" "$work/symbols" "$work/library"
+echo "$(wc -l < "$work/symbols") symbols: $(comm -23 "$work/symbols" "$work/library" | wc -l) missing," \
+    "$(comm -13 "$work/symbols" "$work/library" | wc -l) extra"
 
 if [ -z "$sanitizers" ]; then # theirs are longer
     sed -n '/ T$/d; s/^\([^ ]*\) [^ ]* /\1 /p' "$work/expected" > "$work/objects"
