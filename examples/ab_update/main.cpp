@@ -5,22 +5,23 @@
 
 #include "chapters.h"
 #include "device.h"
+#include "options.h"
 
 #include <hal_bsp/hal_bsp.h>
-
-#include <CLI/CLI.hpp>
 
 #include <cstdlib>
 
 // NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
-    CLI::App app("The life of an A/B system update: vboard run -- ab_update");
+    examples::Options options("The life of an A/B system update: vboard run -- ab_update");
     std::uint64_t seed = 1;
     std::uint32_t rounds = 0;
-    app.add_option("--seed", seed, "Chooses the moments of the power cuts, and what they destroy");
-    app.add_option("--rounds", rounds, "Not the story, but so many updates with a power cut each")
-        ->check(CLI::Range(1U, 1'000'000U));
-    CLI11_PARSE(app, argc, argv);
+    options.number("--seed", seed, "Chooses the moments of the power cuts, and what they destroy");
+    options.number("--rounds", rounds, "Not the story, but so many updates with a power cut each",
+                   1, 1'000'000);
+    if (!options.take(argc, argv)) {
+        return options.status();
+    }
     if (std::getenv("VBOARD_CONTROL") == nullptr) { // it overwrites partitions
         ab::give_up("this works on a virtual board only: vboard run -- ab_update");
     }

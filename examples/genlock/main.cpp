@@ -8,10 +8,10 @@
 // board for each run, and itself on it.
 #include "cases.h"
 #include "on_board.h"
+#include "options.h"
 #include "picture.h"
 #include "verdict.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <hal_bsp/hal_bsp.h>
 
@@ -38,7 +38,7 @@ Target target_of(const Arguments& arguments) {
     // NOLINTNEXTLINE(cert-err34-c): what does not fit comes out as another raster, which is shown
     if (std::sscanf(arguments.raster.c_str(), "%hux%hu", &target.h_total, &target.v_total) != 2 ||
         target.h_total == 0 || target.v_total == 0) {
-        throw CLI::ValidationError("--raster", "PIXELSxLINES is wanted");
+        throw examples::WrongUsage("--raster: PIXELSxLINES is wanted");
     }
     return target;
 }
@@ -97,7 +97,7 @@ int run_with(const Arguments& arguments) {
     }
     const auto cases = cases_for(arguments.rates);
     if (cases.empty()) {
-        throw CLI::ValidationError("--rates", "none of the usual rates");
+        throw examples::WrongUsage("--rates: none of the usual rates");
     }
     return show_all(arguments, cases);
 }
@@ -106,25 +106,27 @@ int run_with(const Arguments& arguments) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
-    CLI::App app("Locks the video output to a reference frame rate, and draws what happened.");
+    examples::Options options(
+        "Locks the video output to a reference frame rate, and draws what happened.");
     Arguments arguments;
-    app.add_option("--rates", arguments.rates, "all, or a list of the usual ones: 59.94,60");
-    app.add_option("--rate", arguments.rate, "One reference frame rate, Hz")
-        ->check(CLI::Range(0.01, 655.35));
-    app.add_option("--raster", arguments.raster, "The output's raster, PIXELSxLINES");
-    app.add_option("--steps", arguments.steps, "How many steps")->check(CLI::Range(1, 1'000'000));
-    auto* out = app.add_option("--out", arguments.out, "Folder for pictures and samples");
-    app.add_option("--samples", arguments.samples, "Only write the samples of one run to a file")
-        ->excludes(out);
-    app.add_option("--node", arguments.node, "The video-timing generator");
+    options.text("--rates", arguments.rates, "all, or a list of the usual ones: 59.94,60");
+    options.number("--rate", arguments.rate, "One reference frame rate, Hz", 0.01, 655.35);
+    options.text("--raster", arguments.raster, "The output's raster, PIXELSxLINES");
+    options.number("--steps", arguments.steps, "How many steps", 1, 1'000'000);
+    options.text("--out", arguments.out, "Folder for pictures and samples");
+    options.text("--samples", arguments.samples, "Only write the samples of one run to a file");
+    options.not_both("--samples", "--out");
+    options.text("--node", arguments.node, "The video-timing generator");
     try {
-        app.parse(argc, argv);
+        if (!options.take(argc, argv)) {
+            return options.status();
+        }
         if (arguments.out.empty() && arguments.samples.empty()) {
-            throw CLI::RequiredError("--out");
+            throw examples::WrongUsage("--out is required");
         }
         return run_with(arguments);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 64;
+    } catch (const examples::WrongUsage& error) {
+        return options.complain(error);
     } catch (const std::exception& error) {
         fmt::print(stderr, "genlock: {}\n", error.what());
         return 1;

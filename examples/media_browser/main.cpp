@@ -7,13 +7,13 @@
 //   vboard run -- sh -c 'make_stick gpt stick.img music texts; vboard ctl stick plug $PWD/stick.img
 //                        media_browser --digest --batches 1'
 
+#include "options.h"
 #include "stick.h"
 #include "update.h"
 
 #include <hal_bsp/hal_bsp.h>
 #include <stick_mounts.h>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <atomic>
@@ -173,16 +173,19 @@ int run(const Wishes& wishes) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
-    CLI::App app("The files of USB sticks as they come and go, until Ctrl-C. Needs the rights to "
-                 "mount; what is mounted at the end stays so");
+    examples::Options options(
+        "The files of USB sticks as they come and go, until Ctrl-C. Needs the "
+        "rights to mount; what is mounted at the end stays so");
     media::Wishes wishes;
-    app.add_option("--batches", wishes.batches, "End after so many lists of what came or went")
-        ->check(CLI::Range(1U, 1'000'000'000U));
-    app.add_flag("--digest", wishes.digests, "Read each file and show the MD5 digest of it");
-    app.add_option("--update", wishes.partition,
-                   "Write the first good update image to this partition of the slot that does not "
-                   "run: uboot, boot, system, oem, custom or vbmeta. Otherwise images are checked");
-    CLI11_PARSE(app, argc, argv);
+    options.number("--batches", wishes.batches, "End after so many lists of what came or went", 1,
+                   1'000'000'000);
+    options.flag("--digest", wishes.digests, "Read each file and show the MD5 digest of it");
+    options.text("--update", wishes.partition,
+                 "Write the first good update image to this partition of the slot that does not "
+                 "run: uboot, boot, system, oem, custom or vbmeta. Otherwise images are checked");
+    if (!options.take(argc, argv)) {
+        return options.status();
+    }
     log_set_quiet(true); // the system log has everything
     return media::run(wishes);
 }

@@ -6,12 +6,12 @@
 // and from another terminal vboard ctl host typed. The tour beside this file shows it at work.
 
 #include "input.h"
+#include "options.h"
 
 #include <hal_bsp/hal_bsp.h>
 #include <scsi_disk.h>
 #include <usb_carrier.h>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <atomic>
@@ -169,17 +169,18 @@ int run(const Wishes& wishes) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): options declared wrongly are to end it
 int main(int argc, char** argv) {
-    CLI::App app("Keyboard, mice, touch screen and disk of a host computer, until Ctrl-C");
+    examples::Options options(
+        "Keyboard, mice, touch screen and disk of a host computer, until Ctrl-C");
     usb::Wishes wishes;
-    app.add_option("--via", wishes.via, "The way to the host: soc or mcu")
-        ->check(
-            CLI::IsMember(std::vector<std::string>(std::begin(usb::kWays), std::end(usb::kWays))))
-        ->capture_default_str();
-    app.add_option("--image", wishes.image, "The disk's contents, a multiple of 512 bytes");
-    app.add_flag("--read-only", wishes.read_only, "The host may not write to the disk");
-    app.add_option("--text", wishes.text, "What the keyboard types")->capture_default_str();
-    app.add_flag("--no-demo", wishes.no_demo, "Do not type, move and drag");
-    CLI11_PARSE(app, argc, argv);
+    options.text("--via", wishes.via, "The way to the host: soc or mcu",
+                 {std::begin(usb::kWays), std::end(usb::kWays)});
+    options.text("--image", wishes.image, "The disk's contents, a multiple of 512 bytes");
+    options.flag("--read-only", wishes.read_only, "The host may not write to the disk");
+    options.text("--text", wishes.text, "What the keyboard types");
+    options.flag("--no-demo", wishes.no_demo, "Do not type, move and drag");
+    if (!options.take(argc, argv)) {
+        return options.status();
+    }
     log_set_quiet(true); // the system log has everything
     return usb::run(wishes);
 }

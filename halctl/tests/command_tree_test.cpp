@@ -196,7 +196,11 @@ TEST_P(EachPart, OfTheArgumentsTakesOddWordsInGoodOrder) {
             if (kind == "a flag" || number++ % kParts != GetParam()) {
                 continue;
             }
+            int word = 0;
             for (const std::string odd : {"''", "-1", "nan", "$'\\xff\\xfe'", "$long"}) {
+                if (HAL_SANITIZED != 0 && word++ != number / kParts % 5) {
+                    continue; // a sample: programs start slowly there
+                }
                 const bool may_be = odd == "-1" && kind.starts_with("a number from -");
                 script += "odd=" + odd + "; try " +
                           (is_strict(kind) && !may_be ? "strict " : "any ") +

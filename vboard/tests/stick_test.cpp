@@ -194,14 +194,17 @@ TEST_F(StickTest, MountAndUmountFailAsTheKernelHasIt) {
     EXPECT_TRUE(failed.out.ends_with("= 32\n")) << "and nothing is left in memory: " << failed.out;
 }
 
-TEST_F(StickTest, AHundredPlugsAndUnplugsBalance) {
+TEST_F(StickTest, PlugsAndUnplugsBalance) {
+    const std::size_t times = HAL_SANITIZED != 0 ? 10 : 100; // a sanitizer's programs start slowly
     const CommandResult done =
         run("make_stick mbr s.img two two && state() { nodes | cksum; vboard ctl "
-            "stick list; ls /mnt; }\nbefore=$(state); i=0; exec 3<two/b\n"
-            "while [ $i -lt 100 ]; do i=$((i + 1)); plug s.img && [ -e /dev/sdb2 ] && "
-            "exec 3</dev/sdb2 && vboard ctl stick unplug sdb || exit 1; done; exec 3<&-\n"
-            "after=$(state); [ \"$before\" = \"$after\" ] && echo balanced || echo "
-            "\"$before$after\" >&2",
+            "stick list; ls /mnt; }\nbefore=$(state); i=0; exec 3<two/b 4>/dev/null\n"
+            "while [ $i -lt " +
+                std::to_string(times) +
+                " ]; do i=$((i + 1)); plug s.img && ls /dev/sdb2 >&4 && "
+                "exec 3</dev/sdb2 && vboard ctl stick unplug sdb || exit 1; done; exec 3<&-\n"
+                "after=$(state); [ \"$before\" = \"$after\" ] && echo balanced || echo "
+                "\"$before$after\" >&2",
             {"--trace", folder_ / "trace"});
     EXPECT_EQ(done.out, "balanced\n") << done.err;
     const std::string trace = contents_of(folder_ / "trace");
@@ -213,8 +216,8 @@ TEST_F(StickTest, AHundredPlugsAndUnplugsBalance) {
         }
         return found;
     };
-    EXPECT_EQ(count("\"text\":\"add@"), 1200U);
-    EXPECT_EQ(count("\"text\":\"remove@"), 1200U);
+    EXPECT_EQ(count("\"text\":\"add@"), times * 12);
+    EXPECT_EQ(count("\"text\":\"remove@"), times * 12);
     EXPECT_EQ(count("\"kind\":\"bug\""), 0U);
 }
 
