@@ -300,8 +300,12 @@ CommandResult with_media(const std::string& script, const std::string& as = "") 
 }
 
 TEST(MediaBrowser, ListsBothPartitionsOfAStickAndItsEndAlsoForAnOrdinaryUser) {
+#ifdef __SANITIZE_THREAD__
+    const std::string as; // the sanitizer's own thread keeps a process out of a new user namespace
+#else
     const std::string as =
         getuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups" : "";
+#endif
     const CommandResult result = with_media(
         "make_stick gpt stick.img a b; media_browser --digest --batches 2 >out & listening\n"
         "plug; says song; vboard ctl stick unplug sdb; wait $!; echo $?; cat out\n"

@@ -29,8 +29,9 @@ inline std::ostream& operator<<(std::ostream& out, const Message& message) {
 // Sinks cannot be removed, so there is one for the life of the process.
 class LogTap {
   public:
+    // There to the end: a detached thread logs its last line when it likes.
     static LogTap& instance() {
-        static LogTap tap;
+        static LogTap& tap = *new LogTap;
         return tap;
     }
 
