@@ -105,8 +105,8 @@ TEST_F(StickTest, TellsOfItselfInTheKernelsOrderAndUdevadmHearsIt) {
         // Between these may be the machine's own, where a sanitizer keeps a board in its user
         // namespace.
         const std::size_t path = text.find('@') + 1;
-        place = heard.out.find("\nDEVPATH=" + text.substr(path, text.find('\n') + 1 - path),
-                               place + 1);
+        place =
+            heard.out.find("\nDEVPATH=" + text.substr(path, text.find('\n') + 1 - path), place + 1);
         ASSERT_NE(place, std::string::npos) << "not heard: " << text;
         const std::size_t from = heard.out.rfind("KERNEL[", place);
         const std::string block = heard.out.substr(from, heard.out.find("\n\n", from) - from);
