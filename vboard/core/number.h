@@ -15,21 +15,19 @@ template <class Number>
 std::optional<Number> number_in(std::string_view text) {
     Number number{};
     std::from_chars_result read{};
+    bool is_one = true;
     const char* const end = text.data() + text.size();
     if constexpr (std::is_integral_v<Number>) {
         const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-        if (hexadecimal && text.substr(2).starts_with('-')) {
-            return std::nullopt;
-        }
+        is_one = !hexadecimal || !text.substr(2).starts_with('-');
         read = std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, number,
                                hexadecimal ? 16 : 10);
     } else {
         read = std::from_chars(text.data(), end, number);
-        if (!std::isfinite(number)) {
-            return std::nullopt;
-        }
+        is_one = std::isfinite(number);
     }
-    return read.ec == std::errc{} && read.ptr == end ? std::optional(number) : std::nullopt;
+    is_one = is_one && read.ec == std::errc{} && read.ptr == end;
+    return is_one ? std::optional(number) : std::nullopt;
 }
 
 } // namespace vb
