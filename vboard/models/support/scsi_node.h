@@ -81,8 +81,8 @@ class ScsiFile : public BlockFile {
   private:
     // A command that the target has not answered yet.
     struct Waiting {
-        std::int64_t since;
-        std::uint64_t timer;
+        std::int64_t since = 0;
+        std::uint64_t timer = 0;
         bool over = false;
     };
 
