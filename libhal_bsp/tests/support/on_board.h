@@ -41,6 +41,11 @@ template <typename Condition>
 template <typename Event>
 class Heard {
   public:
+    Heard() = default;
+    ~Heard() { clear(); } // after the last that a detached thread has added
+    Heard(const Heard&) = delete;
+    Heard& operator=(const Heard&) = delete;
+
     void add(Event event) {
         const std::lock_guard guard(mutex_);
         events_.push_back(std::move(event));
@@ -56,7 +61,7 @@ class Heard {
     }
     void clear() {
         const std::lock_guard guard(mutex_);
-        events_.clear();
+        std::vector<Event>().swap(events_);
     }
 
   private:
