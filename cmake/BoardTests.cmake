@@ -13,12 +13,15 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# How long a test may take. Under a sanitizer the longest stories take half a minute.
+# How long a test may take. Under a sanitizer the longest stories take half a minute, and on an
+# emulated machine everything takes many times as long.
 set(HAL_TEST_SECONDS 60)
 set(HAL_SANITIZED 0)
 if(HAL_SANITIZE)
   set(HAL_TEST_SECONDS 180)
   set(HAL_SANITIZED 1)
+elseif(CMAKE_CROSSCOMPILING)
+  set(HAL_TEST_SECONDS 900)
 endif()
 
 function(_hal_test_program name main)
