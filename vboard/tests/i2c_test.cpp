@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <system_error>
 
 namespace vb::i2c_test {
 namespace {
@@ -37,6 +38,9 @@ class I2cModel : public BoardTest {
     static std::string output_of(const std::string& command) {
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(
             popen((command + " 2>&1").c_str(), "r"), pclose);
+        if (!pipe) {
+            return "no shell: " + std::generic_category().message(errno);
+        }
         char buffer[4096];
         return {buffer, std::fread(buffer, 1, sizeof buffer, pipe.get())};
     }
