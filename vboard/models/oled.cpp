@@ -24,8 +24,8 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 
 namespace vb {
@@ -95,11 +95,16 @@ void Oled::add_font(Settings& settings) {
     if (source.empty()) {
         return;
     }
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(source, error);
     std::ifstream in(source, std::ios::binary);
-    if (!in) {
+    if (error || !in) {
         settings.refuse("font", fmt::format("cannot read {}", source));
     }
-    font_.assign(std::istreambuf_iterator<char>(in), {});
+    // As a whole: character by character it is a tenth of a board's start under a sanitizer.
+    font_.resize(size);
+    in.read(reinterpret_cast<char*>(font_.data()), static_cast<std::streamsize>(size));
+    font_.resize(static_cast<std::size_t>(in.gcount()));
     board_.tree().put(place, std::make_shared<ContentNode>(font_));
 }
 

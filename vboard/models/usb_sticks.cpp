@@ -36,7 +36,7 @@ namespace {
 
 constexpr unsigned kMostPorts = 15;
 constexpr unsigned kMostAddresses = 127;
-constexpr std::size_t kLetters = 26;
+constexpr std::size_t kAlphabet = 26;
 
 // They are there though no stick is in.
 constexpr std::array kFoldersOfTheKernel = {
@@ -65,8 +65,8 @@ constexpr SettingRow kOneStickSettings[] = {
 // "sda", "sdz", "sdaa"
 std::string disk_name(std::size_t index) {
     std::string letters;
-    for (std::size_t rest = index + 1; rest > 0; rest = (rest - 1) / kLetters) {
-        letters.insert(letters.begin(), static_cast<char>('a' + (rest - 1) % kLetters));
+    for (std::size_t rest = index + 1; rest > 0; rest = (rest - 1) / kAlphabet) {
+        letters.insert(letters.begin(), static_cast<char>('a' + (rest - 1) % kAlphabet));
     }
     return "sd" + letters;
 }

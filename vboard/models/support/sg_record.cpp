@@ -14,7 +14,7 @@ namespace vb {
 
 namespace {
 
-constexpr std::uint32_t kMostData = 65535 * BlockStore::kSector; // of a disk with LBA48
+constexpr std::uint32_t kMostSgData = 65535 * BlockStore::kSector; // of a disk with LBA48
 constexpr std::size_t kShortestCommand = 6;
 constexpr std::size_t kMostVectors = 1024;
 constexpr std::uint8_t kCheckCondition = 2;
@@ -107,7 +107,7 @@ int SgCommand::prepare(const SgRecord& record, const Caller& caller, bool writab
     if (record.interface != 'S') {
         return EINVAL;
     }
-    if (record.data_length > kMostData) {
+    if (record.data_length > kMostSgData) {
         return EIO;
     }
     const bool input = is_input(record.direction);
