@@ -5,6 +5,8 @@
 //                                  /run/bridge_chip has their numbers, for a shell: bus=N lines=N
 //   bridge_chip wire LINE LEVEL    what the world gives a line, 0 to 7, while it is an input
 //   bridge_chip show               the lines: number, direction, level
+//   bridge_chip looks              how often the driver has asked for their levels, as it does all
+//                                  the time while one of them has an edge
 //   bridge_chip chip ADDRESS       what the chip at 0x50 or 0x3c holds
 //   bridge_chip mute ADDRESS 0|1   lets a chip no longer answer, or answer again
 //   bridge_chip said               what went over the bus since this was asked last
@@ -156,6 +158,9 @@ std::string Server::answer(const std::string& word, unsigned long first, unsigne
     }
     if (word == "show") {
         return "ok\n" + lines.show();
+    }
+    if (word == "looks") {
+        return "ok\n" + std::to_string(chip_.looks()) + "\n";
     }
     if (word == "said") {
         return "ok\n" + chip_.bus().take_said();
@@ -317,9 +322,10 @@ int main(int argc, char** argv) {
         return serve();
     }
     if (argc < 2) {
-        std::fputs("usage: bridge_chip serve|wire LINE LEVEL|show|chip ADDRESS|mute ADDRESS 0|1|"
-                   "said\n",
-                   stderr);
+        std::fputs(
+            "usage: bridge_chip serve|wire LINE LEVEL|show|looks|chip ADDRESS|mute ADDRESS 0|1|"
+            "said\n",
+            stderr);
         return 64;
     }
     std::string text = argv[1];

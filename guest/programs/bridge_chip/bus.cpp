@@ -12,12 +12,13 @@ struct ChipRow {
     unsigned address;
     unsigned number_bytes;
     std::size_t registers;
-    const char* first; // what its first registers hold at the start; the others are 0
+    std::size_t at; // the register from which on it holds this at the start; the others are 0
+    const char* text;
 };
 
 constexpr ChipRow kChips[] = {
-    {0x50, 1, 256, "a small EEPROM"},
-    {0x3C, 2, 4096, ""},
+    {0x50, 1, 256, 0x80, "a small EEPROM"},
+    {0x3C, 2, 4096, 0, ""},
 };
 
 constexpr std::size_t kMostSaid = std::size_t{64} * 1024; // nobody may ever ask
@@ -41,9 +42,11 @@ std::string hex(ByteView bytes) {
 
 // --- a chip ---
 
-RegisterChip::RegisterChip(unsigned number_bytes, std::size_t registers, ByteView first)
-    : number_bytes_(number_bytes), registers_(registers) {
-    std::copy(first.begin(), first.end(), registers_.begin());
+RegisterChip::RegisterChip(unsigned number_bytes, std::size_t registers)
+    : number_bytes_(number_bytes), registers_(registers) {}
+
+void RegisterChip::hold(std::size_t at, std::string_view text) {
+    std::copy(text.begin(), text.end(), registers_.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
 void RegisterChip::write(ByteView bytes) {
@@ -86,9 +89,9 @@ std::string RegisterChip::show() const {
 
 Bus::Bus() {
     for (const ChipRow& row : kChips) {
-        const std::string first = row.first;
-        chips_.emplace(row.address, RegisterChip(row.number_bytes, row.registers,
-                                                 Bytes(first.begin(), first.end())));
+        RegisterChip chip(row.number_bytes, row.registers);
+        chip.hold(row.at, row.text);
+        chips_.emplace(row.address, std::move(chip));
     }
 }
 

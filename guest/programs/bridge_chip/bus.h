@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace bridge {
@@ -19,8 +20,9 @@ std::string hex(ByteView bytes);
 // a read goes on at the register that was named last. Behind the last register comes the first.
 class RegisterChip {
   public:
-    RegisterChip(unsigned number_bytes, std::size_t registers, ByteView first);
+    RegisterChip(unsigned number_bytes, std::size_t registers);
 
+    void hold(std::size_t at, std::string_view text); // which has to fit
     void write(ByteView bytes);
     Bytes read(std::size_t count);
     // Rows of sixteen registers, those that hold something.

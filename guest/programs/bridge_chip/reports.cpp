@@ -94,11 +94,12 @@ Bytes Chip::default_smbus_settings() {
 
 // --- feature reports ---
 
-Bytes Chip::feature(std::uint8_t number) const {
+Bytes Chip::feature(std::uint8_t number) {
     switch (number) {
     case kLineSettings:
         return {number, lines_.outputs, line_settings_[0], line_settings_[1], line_settings_[2]};
     case kLineLevels:
+        ++looks_;
         return {number, lines_.levels()};
     case kVersion:
         return {number, 0x0C, 0x02}; // the first version has no repeated start

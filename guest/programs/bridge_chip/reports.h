@@ -12,7 +12,7 @@ Bytes report_descriptor();
 class Chip {
   public:
     // Feature reports, the number in front. Empty: the chip has no such report.
-    Bytes feature(std::uint8_t number) const;
+    Bytes feature(std::uint8_t number);
     bool set_feature(ByteView report); // false: the chip has no such report to set
 
     // An output report; returns the input report that answers it, if one does.
@@ -20,6 +20,8 @@ class Chip {
 
     Bus& bus() { return bus_; }
     Lines& lines() { return lines_; }
+    // How often the host has asked for the lines' levels: it learns of edges by that.
+    unsigned long looks() const { return looks_; }
 
   private:
     void begin_read(unsigned address, std::size_t count);
@@ -29,6 +31,7 @@ class Chip {
 
     Bus bus_;
     Lines lines_;
+    unsigned long looks_ = 0;
     Bytes smbus_settings_ = default_smbus_settings();
     Bytes line_settings_ = {0, 0, 0}; // push-pull, special functions, clock divider: kept only
     Bytes unread_;                    // what a read has brought, less what the host has fetched
