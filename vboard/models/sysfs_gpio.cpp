@@ -3,7 +3,8 @@
 // As the kernel has it, and easily overlooked:
 // - "out" written to direction drives the line low first, also where it is an output already;
 //   "high" drives it high. Back to "in" the line has the level that the outside gives it.
-// - edge on an output, and output of a line with an edge, fail with EIO.
+// - edge on an output fails with EIO, and the edge it had is lost; so does active_low where it
+//   turns one round. But a line with an edge can become an output, and keeps it.
 // - unexport forgets edge and active_low, and leaves direction and level alone.
 // What differs: gpioN is a directory and no link, and has the four attributes only.
 
@@ -48,6 +49,7 @@ class SysfsGpio : public Model, private LineDriver {
     int set_output(unsigned number, bool level);
     int set_value(unsigned number, std::string_view text);
     int set_edge(unsigned number, std::string_view text);
+    static int ask_for_edge(SysfsLine& line, std::size_t edge);
     int set_active_low(unsigned number, std::string_view text);
     void on_level(unsigned number, bool level);
 
@@ -152,9 +154,6 @@ int SysfsGpio::unexport_line(std::string_view text) {
 // --- attributes of a line ---
 
 int SysfsGpio::set_output(unsigned number, bool level) {
-    if (lines_[number].edge != kNone) {
-        return EIO;
-    }
     SysfsLine& line = lines_[number];
     if (!line.output) {
         line.output = true;
@@ -198,23 +197,29 @@ int SysfsGpio::set_value(unsigned number, std::string_view text) {
 int SysfsGpio::set_edge(unsigned number, std::string_view text) {
     for (std::size_t edge = 0; edge < kEdges.size(); ++edge) {
         if (is_word(text, kEdges[edge])) {
-            if (edge != kNone && lines_[number].output) {
-                return EIO;
-            }
-            lines_[number].edge = edge;
-            return 0;
+            return edge == lines_[number].edge ? 0 : ask_for_edge(lines_[number], edge);
         }
     }
     return EINVAL;
 }
 
+// Once more, as an interrupt that only an input can have.
+int SysfsGpio::ask_for_edge(SysfsLine& line, std::size_t edge) {
+    const bool refused = edge != kNone && line.output;
+    line.edge = refused ? static_cast<std::size_t>(kNone) : edge;
+    return refused ? EIO : 0;
+}
+
 int SysfsGpio::set_active_low(unsigned number, std::string_view text) {
     long value = 0;
     const int error = parse_integer(text, value);
-    if (error == 0) {
-        lines_[number].active_low = value != 0;
+    SysfsLine& line = lines_[number];
+    if (error != 0 || line.active_low == (value != 0)) {
+        return error;
     }
-    return error;
+    line.active_low = value != 0;
+    const bool one_edge = line.edge == kRising || line.edge == kFalling;
+    return one_edge ? ask_for_edge(line, line.edge) : 0;
 }
 
 // --- the electrical side ---

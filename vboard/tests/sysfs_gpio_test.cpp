@@ -123,9 +123,17 @@ TEST_F(SysfsGpioModel, TellsOfTheChosenEdgesOnly) {
         EXPECT_EQ(fires(0), each.falling) << each.edge;
     }
     EXPECT_EQ(write_text("gpio5/edge", "sharp"), -EINVAL);
-    EXPECT_EQ(write_text("gpio5/direction", "out"), -EIO) << "it has an edge";
+    EXPECT_EQ(write_text("gpio5/direction", "out"), 3) << "an edge is no reason against it";
+    EXPECT_EQ(write_text("gpio5/edge", "both"), 4) << "which it has";
+    EXPECT_EQ(write_text("gpio5/edge", "rising"), -EIO);
+    EXPECT_EQ(read_text("gpio5/edge"), "none\n") << "it lost the old one over the new one";
+    write_text("gpio5/direction", "in");
     write_text("gpio5/edge", "rising");
-    write_text("gpio5/active_low", "1");
+    write_text("gpio5/direction", "out");
+    EXPECT_EQ(write_text("gpio5/active_low", "1"), -EIO) << "the edge would have to be another";
+    EXPECT_EQ(read_text("gpio5/edge") + read_text("gpio5/active_low"), "none\n1\n");
+    write_text("gpio5/direction", "in");
+    write_text("gpio5/edge", "rising");
     EXPECT_FALSE(fires(1));
     EXPECT_TRUE(fires(0));
     EXPECT_EQ(read_on(value, 1), "\n");
