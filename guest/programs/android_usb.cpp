@@ -71,8 +71,8 @@ class AndroidUsb {
         std::array<char, 4096> bytes{};
         const ssize_t got = recv(uevents_, bytes.data(), bytes.size(), MSG_DONTWAIT);
         const std::string_view text(bytes.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-        const std::string name = "USB_UDC_NAME=" + controller_;
-        if (!text.starts_with("change@") || text.find(name) == std::string_view::npos) {
+        const std::string_view header = text.substr(0, text.find('\0'));
+        if (!header.starts_with("change@") || !header.ends_with("/udc/" + controller_)) {
             return;
         }
         bound_ = text.find("USB_UDC_DRIVER=") != std::string_view::npos;
