@@ -179,8 +179,8 @@ Json Session::show() const {
 Json Session::fields() const {
     Json all = Json::array();
     for (const auto& each : hid_) {
-        for (Json& field : each->fields().get_ref<Json::array_t&>()) {
-            all.push_back(std::move(field));
+        for (const Json fields = each->fields(); const Json& field : fields) {
+            all.push_back(field);
         }
     }
     return all;

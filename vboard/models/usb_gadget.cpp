@@ -6,7 +6,7 @@
 // is ours to choose. In short:
 // - "none" in UDC unbinds. An unknown controller is ENODEV, a gadget without a configuration, or
 //   with one that has no function, EINVAL.
-// - A report descriptor of more than 4095 bytes is ENOSPC.
+// - A write takes 4095 bytes at most: the rest of a longer report descriptor takes its place.
 // - usbsta, hidsee and masssee of android0 take any number of 32 bits. Its uevents are CONNECTED at
 //   the host's first reset, CONFIGURED each time it configures the device, CONNECTED again when it
 //   takes the configuration back, DISCONNECTED when the gadget is unbound or the cable is pulled,

@@ -224,8 +224,10 @@ TEST(Gadget, IsComposedByTheRulesOfConfigfs) {
         EXPECT_EQ(make("g2/functions/hid.b"), 0);
         EXPECT_EQ(link_to("g2/functions/hid.b", "g1/configs/c.1/link"), EINVAL) << "another's";
 
-        EXPECT_EQ(put("g2/functions/hid.b/report_desc", std::string(4095, '\0')), 0);
-        EXPECT_EQ(put("g2/functions/hid.b/report_desc", std::string(4096, '\0')), ENOSPC);
+        const std::string longer(4097, '\x05');
+        const UniqueFd descriptor = plain::open("g2/functions/hid.b/report_desc", O_WRONLY);
+        EXPECT_EQ(write(descriptor.get(), longer.data(), longer.size()), 4095);
+        EXPECT_EQ(contents_of("g2/functions/hid.b/report_desc"), longer.substr(0, 4095));
         for (const char* name : {"g2/functions/hid.c", "g2/functions/hid.d"}) {
             EXPECT_EQ(make(name), 0);
         }

@@ -329,6 +329,9 @@ TEST(HidDescriptor, OfAnyBytesIsReadToTheEndOrToAnError) {
 TEST_F(UsbHost, TypesWhatAKeyboardReports) {
     attach(device_);
     wait({{"state", "hid"}, {"interface", 2}});
+    const Json fields = ask("fields");
+    EXPECT_EQ(fields.front()["usages"], Json({{0x700E0, 0x700E7}}));
+    EXPECT_EQ(fields.back()["interface"], 2);
     for (const char* keys : {"02 00 0b", "00 00 0c", "20 00 1e", "00 00 04 05", "00 00 01 01",
                              "00 00 39", "00 00 07", "01 00 06", "00 00 2d", "00 00 2a"}) {
         report(device_, 0,

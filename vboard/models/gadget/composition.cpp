@@ -93,7 +93,6 @@ int Gadget::set_speed(std::string_view text) {
 }
 
 int Gadget::set_controller(ByteView bytes) {
-    bytes = bytes.first(std::min(bytes.size(), configfs::kLongestText));
     if (std::find(bytes.begin(), bytes.end(), 0) != bytes.end()) {
         return EOVERFLOW;
     }

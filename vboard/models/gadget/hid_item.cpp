@@ -63,13 +63,9 @@ HidItem::HidItem(Board& board, HidMinors& minors, const std::string& name, unsig
         "dev", [this] { return fmt::format("{}:{}", kHidMajor, minor_); }, nullptr);
 }
 
-// What does not fit into one write is refused whole: half a descriptor would be worse than none.
 int HidItem::set_report_descriptor(ByteView bytes) {
     if (in_use_ > 0) {
         return EBUSY;
-    }
-    if (bytes.size() > configfs::kLongestText) {
-        return ENOSPC;
     }
     options_.report_descriptor.assign(bytes.begin(), bytes.end());
     return 0;

@@ -18,7 +18,6 @@ void Item::add(const std::string& name, ShowLine show, StoreLine store) {
     Attribute::Store store_text;
     if (store) {
         store_text = [store = std::move(store)](WriteCall& call) {
-            call.data = call.data.first(std::min(call.data.size(), kLongestText));
             return store(text_in(call.data));
         };
     }
@@ -27,7 +26,14 @@ void Item::add(const std::string& name, ShowLine show, StoreLine store) {
 }
 
 void Item::add_bytes(const std::string& name, Attribute::Show show, Attribute::Store store) {
-    put(name, std::make_shared<Attribute>(std::move(show), std::move(store)));
+    Attribute::Store store_most;
+    if (store) {
+        store_most = [store = std::move(store)](WriteCall& call) {
+            call.data = call.data.first(std::min(call.data.size(), kLongestStore));
+            return store(call);
+        };
+    }
+    put(name, std::make_shared<Attribute>(std::move(show), std::move(store_most)));
 }
 
 void Item::add_standard(const std::shared_ptr<Item>& item) {

@@ -9,7 +9,8 @@
 //   in it, is ENOTEMPTY.
 // - A link's target is looked for when the link is made, and has to be a directory of this kind. It
 //   reads back as the path from the link to the target.
-// - A write is one store of everything. A text has at most 4095 bytes; what is more is not taken.
+// - A write is one store of everything, of 4095 bytes at most; of what is more the caller is told
+//   that it was not taken, and writing that is another store.
 
 #include "serve/attribute.h"
 
@@ -19,7 +20,7 @@
 
 namespace vb::configfs {
 
-inline constexpr std::size_t kLongestText = Attribute::kPage - 1;
+inline constexpr std::size_t kLongestStore = Attribute::kPage - 1;
 
 class Item : public Directory {
   public:
@@ -35,7 +36,6 @@ class Item : public Directory {
 
   protected:
     void add(const std::string& name, ShowLine show, StoreLine store);
-    // Of any bytes: the store sees one more than a text may have where there were more.
     void add_bytes(const std::string& name, Attribute::Show show, Attribute::Store store);
     // A directory that comes and goes with this one.
     void add_standard(const std::shared_ptr<Item>& item);
