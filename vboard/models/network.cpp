@@ -3,7 +3,8 @@
 //
 // /sys/class/net/NAME is a link to the device's folder, as in sysfs: "devices/platform/DEVICE/net/
 // NAME", or "devices/virtual/net/NAME" where there is no device. In it: address, carrier (1 or 0),
-// flags, ifindex, mtu, operstate ("up" or "down"), speed.
+// flags, ifindex, mtu, operstate ("up" or "down"), speed. Of a link that is taken down, carrier and
+// speed are EINVAL.
 //
 // The board's own network has links of the same names, as `ip link` shows them: with the address,
 // up, and without a carrier while the cable is out. Where programs take one down or change its MTU,
@@ -25,6 +26,7 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <system_error>
 
@@ -73,6 +75,11 @@ struct Interface {
     int mtu() const;
     bool is_up() const { return (flags() & IFF_UP) != 0; }
     bool has_carrier() const { return link && is_up(); }
+    void want_up() const {
+        if (!is_up()) {
+            throw Attribute::CannotShow{EINVAL};
+        }
+    }
     const char* state() const;
 
     unsigned read(unsigned number) const;
@@ -201,10 +208,14 @@ void Network::add_attributes(Tree& tree, Interface& interface, const std::string
     const auto of_link = [&](const char* name, auto show) {
         tree.put(fmt::format("{}/{}", folder, name), line_attribute(show, nullptr));
     };
-    put(folder + "/carrier", [&interface] { return interface.has_carrier() ? "1" : "0"; });
+    put(folder + "/carrier", [&interface] {
+        interface.want_up();
+        return interface.has_carrier() ? "1" : "0";
+    });
     put(folder + "/operstate", [&interface] { return interface.state(); });
     if (!interface.is_loopback()) {
         put(folder + "/speed", [&interface] {
+            interface.want_up();
             return interface.has_carrier() ? std::to_string(interface.speed) : "-1";
         });
     }

@@ -36,7 +36,12 @@ class AttributeFile : public File {
 
 Outcome AttributeFile::read(std::size_t size, std::uint64_t offset) {
     if (offset == 0 || !text_ || attribute_->reading_ == Attribute::Reading::fresh) {
-        text_ = attribute_->show_();
+        try {
+            text_ = attribute_->show_();
+        } catch (const Attribute::CannotShow& why) {
+            text_.reset();
+            return Outcome::failed(why.error);
+        }
         seen_ = attribute_->events_;
     }
     const std::string_view text = *text_;

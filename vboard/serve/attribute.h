@@ -20,7 +20,10 @@ class AttributeFile;
 class Attribute : public Node, public std::enable_shared_from_this<Attribute> {
   public:
     static constexpr std::size_t kPage = 4096;
-    // The contents as they are read: any bytes.
+    // The contents as they are read: any bytes. It throws where there is nothing to be shown.
+    struct CannotShow {
+        int error;
+    };
     using Show = std::function<std::string()>;
     // Takes the bytes of a write, of which there are at most a page; returns 0 or an errno.
     using Store = std::function<int(WriteCall& call)>;

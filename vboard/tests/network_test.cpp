@@ -21,7 +21,9 @@ namespace {
 constexpr char kLook[] = R"(
 look() {
     for link in lo eth0 eth1 bond0; do
-        (cd /sys/class/net/$link && echo $(cat ifindex mtu flags address operstate carrier))
+        (cd /sys/class/net/$link && echo $(
+            cat ifindex mtu flags address operstate
+            cat carrier 2>/dev/null || echo none))
         ip -j link show $link
     done
 })";
@@ -32,7 +34,8 @@ std::string lower(std::string text) {
     return text;
 }
 
-// As the line of the files: "3 1500 up|broadcast 02:00:00:00:00:03 up 1".
+// As the line of the files: "3 1500 up|broadcast 02:00:00:00:00:03 up 1"; a
+// link that is taken down tells of no carrier.
 std::string in_words(const Json& link) {
     const auto flags = link["flags"].get<std::vector<std::string>>();
     const auto has = [&](const char* flag) {
@@ -42,7 +45,10 @@ std::string in_words(const Json& link) {
                           (has("LOOPBACK") ? 8U : 0) + (has("MULTICAST") ? 0x1000U : 0);
     return fmt::format("{} {} {:#x} {} {} {}", link["ifindex"].get<int>(), link["mtu"].get<int>(),
                        bits, link["address"].get<std::string>(),
-                       lower(link["operstate"].get<std::string>()), has("LOWER_UP") ? 1 : 0);
+                       lower(link["operstate"].get<std::string>()),
+                       !has("UP")        ? "none"
+                       : has("LOWER_UP") ? "1"
+                                         : "0");
 }
 
 TEST(Network, LinksOfTheKernelAndFilesOfTheBoardSayTheSame) {
@@ -65,7 +71,7 @@ TEST(Network, LinksOfTheKernelAndFilesOfTheBoardSayTheSame) {
     EXPECT_THAT(states, testing::ElementsAre(loopback, "0x1003 02:00:00:00:00:02 up 1",
                                              "0x1003 02:00:00:00:00:03 up 1", bond, loopback,
                                              "0x1003 02:00:00:00:00:02 down 0",
-                                             "0x1002 02:00:00:00:00:03 down 0", bond, loopback,
+                                             "0x1002 02:00:00:00:00:03 down none", bond, loopback,
                                              "0x1003 02:00:00:00:00:02 up 1",
                                              "0x1003 02:00:00:00:00:03 up 1", bond))
         << result.out << result.err;
@@ -76,9 +82,9 @@ TEST(Network, LinksOfTheKernelAndFilesOfTheBoardSayTheSame) {
 TEST(Network, TheModelStandsWithoutALink) {
     const CommandResult result =
         sh_on_board("ip link del eth0 2>/dev/null; vboard ctl net link eth0 0 && "
-                    "cat /proc/ethernet-mdio0/link_status /sys/class/net/eth0/carrier;"
+                    "cat /proc/ethernet-mdio0/link_status /sys/class/net/eth0/operstate;"
                     "vboard ctl net link lo 0");
-    EXPECT_EQ(result.out, "0\n0\n") << result.err;
+    EXPECT_EQ(result.out, "0\ndown\n") << result.err;
     EXPECT_THAT(result.err, testing::HasSubstr("the loopback interface has no cable"));
 }
 
