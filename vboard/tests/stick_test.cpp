@@ -224,8 +224,8 @@ TEST_F(StickTest, PlugsAndUnplugsBalance) {
         }
         return found;
     };
-    EXPECT_EQ(count("\"text\":\"add@"), times * 12);
-    EXPECT_EQ(count("\"text\":\"remove@"), times * 12);
+    EXPECT_EQ(count("\"text\":\"add@"), times * 13);
+    EXPECT_EQ(count("\"text\":\"remove@"), times * 13);
     EXPECT_EQ(count("\"kind\":\"bug\""), 0U);
 }
 
