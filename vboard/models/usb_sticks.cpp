@@ -51,9 +51,11 @@ constexpr std::array kFoldersOfTheKernel = {
     "/sys/bus/usb/drivers/usb-storage",
     "/sys/bus/scsi/devices",
     "/sys/bus/scsi/drivers/sd",
+    "/sys/bus/workqueue/devices",
     "/sys/dev/block",
     "/sys/dev/char",
     "/sys/devices/virtual/bdi",
+    "/sys/devices/virtual/workqueue",
 };
 
 constexpr SettingRow kOneStickSettings[] = {

@@ -16,6 +16,7 @@ class DeviceNode : public Node {
         file = make_();
         return Outcome::done();
     }
+    bool can_be_cut() const override { return false; }
 
   private:
     MakeFile make_;

@@ -7,6 +7,7 @@
 
 #include <poll.h>
 
+#include <cerrno>
 #include <functional>
 #include <string>
 
@@ -23,6 +24,7 @@ struct WriteCall {
     std::uint64_t offset;
     const Caller& caller;
     Found& target; // where the file takes paths: what the written one leads to; to be had once
+    bool direct = false; // O_DIRECT
 };
 
 struct RequestCall {
@@ -49,6 +51,8 @@ class File {
     // Nothing that is asked of it gets an answer while this is false: its device has no power.
     virtual bool answers() const { return true; }
     virtual std::span<const RequestRow> requests() const { return {}; }
+    // What a request that is none of them fails with.
+    virtual int unknown_request() const { return ENOTTY; }
     virtual Outcome read(std::size_t size, std::uint64_t offset);
     virtual Outcome write(WriteCall& call);
     // What is written to it is a path, which WriteCall::target follows.

@@ -84,9 +84,22 @@ void getattr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
     reply_attributes(request, inode);
 }
 
-// A shell's ">" truncates before it writes; a device takes no notice of that.
-void setattr(fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
-    reply_attributes(request, inode);
+// A shell's ">" comes with the open, as O_TRUNC, of which nothing takes notice. To be cut off by
+// itself a device refuses.
+void setattr(fuse_req_t request, fuse_ino_t inode, struct stat*, int what, fuse_file_info*) {
+    FuseServer& server = server_of(request);
+    bool refused = false;
+    if ((what & FUSE_SET_ATTR_SIZE) != 0) {
+        server.board().look([&] {
+            const auto entry = server.entry(inode);
+            refused = entry && !entry->can_be_cut();
+        });
+    }
+    if (refused) {
+        fuse_reply_err(request, EINVAL);
+    } else {
+        reply_attributes(request, inode);
+    }
 }
 
 void readlink(fuse_req_t request, fuse_ino_t inode) {
@@ -319,8 +332,8 @@ void write(fuse_req_t request, fuse_ino_t, const char* data, std::size_t size, o
         const auto open = server.find_open(info->fh);
         const auto* first = reinterpret_cast<const std::uint8_t*>(data);
         auto transfer = std::make_shared<WriteTransfer>(
-            caller_of(request), open, ByteView(first, size), offset_in(*open, offset),
-            (info->flags & O_NONBLOCK) != 0, std::move(target));
+            caller_of(request), open, ByteView(first, size), offset_in(*open, offset), info->flags,
+            std::move(target));
         transfer->on_answer([request](const Outcome& outcome) {
             if (outcome.kind == Outcome::Kind::failed) {
                 fuse_reply_err(request, outcome.error);

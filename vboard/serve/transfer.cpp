@@ -121,7 +121,9 @@ Outcome WriteTransfer::attempt(Board&) {
         spoiled_data.assign(data_.begin(), data_.end());
         spoil_bytes(spoiled_data);
     }
-    WriteCall call{id(), spoiled() ? ByteView(spoiled_data) : data_, offset_, caller(), target_};
+    WriteCall call{id(),    spoiled() ? ByteView(spoiled_data) : data_,
+                   offset_, caller(),
+                   target_, (flags_ & O_DIRECT) != 0};
     return open()->file->write(call);
 }
 
@@ -150,7 +152,7 @@ RequestTransfer::RequestTransfer(Caller caller, const std::shared_ptr<OpenFile>&
 Outcome RequestTransfer::attempt(Board& board) {
     if (row_ == nullptr) {
         board.misuse(path(), fmt::format("unknown request {:#x}", code_));
-        return Outcome::failed(ENOTTY);
+        return Outcome::failed(open()->file->unknown_request());
     }
     Bytes record(row_->size);
     RequestCall call{*row_, argument_, record, caller(), id()};

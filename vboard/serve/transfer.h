@@ -151,15 +151,15 @@ class ReadTransfer : public Transfer {
 class WriteTransfer : public Transfer {
   public:
     WriteTransfer(Caller caller, const std::shared_ptr<OpenFile>& open, ByteView data,
-                  std::uint64_t offset, bool nonblocking, Found target)
+                  std::uint64_t offset, int flags, Found target)
         : Transfer(caller, open->path, open),
           data_(data),
           offset_(offset),
-          nonblocking_(nonblocking),
+          flags_(flags),
           target_(std::move(target)) {}
     Operation operation() const override { return Operation::write; }
     Outcome attempt(Board& board) override;
-    bool nonblocking() const override { return nonblocking_; }
+    bool nonblocking() const override { return (flags_ & O_NONBLOCK) != 0; }
     void keep() override;
     Shown show(const Outcome& outcome) override;
 
@@ -167,7 +167,7 @@ class WriteTransfer : public Transfer {
     ByteView data_;
     Bytes kept_; // the same, once the caller's is gone
     std::uint64_t offset_;
-    bool nonblocking_;
+    int flags_; // of the open, as they are now
     Found target_;
 };
 

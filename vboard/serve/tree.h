@@ -25,6 +25,8 @@ class Entry {
     std::uint64_t inode() const { return inode_; }
     mode_t mode() const { return mode_; }
     virtual std::uint64_t size() const { return 0; }
+    // Whether truncate(2) does it no harm; a device refuses.
+    virtual bool can_be_cut() const { return true; }
 
     // No longer in the tree, though somebody may stand in it or have it open.
     bool gone() const { return gone_; }

@@ -41,10 +41,10 @@ class BlockNodeTest : public testing::Test {
         }
         return Outcome::failed(ENOTTY);
     }
-    static Outcome put(File& file, const Bytes& data, std::uint64_t offset) {
+    static Outcome put(File& file, const Bytes& data, std::uint64_t offset, bool direct = false) {
         Found none;
         const Caller caller(gettid(), -1);
-        WriteCall call{0, data, offset, caller, none};
+        WriteCall call{0, data, offset, caller, none, direct};
         return file.write(call);
     }
     static std::uint64_t number_of(File& file, std::uint32_t code) {
@@ -100,6 +100,27 @@ TEST_F(BlockNodeTest, WhatIsReadOnlyRefusesAsTheKernelDoes) {
     EXPECT_EQ(number_of(opened(whole_, O_RDONLY), BLKROGET), 1U);
 }
 
+TEST_F(BlockNodeTest, BlocksAreAsLargeAsItsSizeAllowsUntilAnOpenSetsThem) {
+    EXPECT_EQ(number_of(opened(part_), BLKBSZGET), 4 * kSector);
+    EXPECT_EQ(number_of(opened(whole_), BLKBSZGET), 4096U);
+    const CommandResult asked = sh_on_board(
+        "n=/dev/block/by-name/misc; PATH=$PATH:/sbin:/usr/sbin\n"
+        "for size in 513 256 8192; do blockdev --setbsz $size $n 2>&1; done | grep -c Invalid\n"
+        "blockdev --setbsz 1024 --getbsz $n; blockdev --getbsz $n");
+    EXPECT_EQ(asked.out, "3\n1024\n4096\n") << asked.err;
+}
+
+TEST_F(BlockNodeTest, WhatGoesPastTheCacheComesInWholeSectors) {
+    File& direct = opened(part_, O_RDWR | O_DIRECT);
+    EXPECT_EQ(direct.read(kSector, 1).error, EINVAL);
+    EXPECT_EQ(direct.read(100, 0).error, EINVAL);
+    EXPECT_EQ(direct.read(9 * kSector, 3 * kSector).data.size(), kSector);
+    EXPECT_EQ(direct.read(100, 4 * kSector).error, 0) << "at the end there is nothing to refuse";
+    EXPECT_EQ(put(direct, Bytes(100), 0).result, 100) << "it may be switched off after the open";
+    EXPECT_EQ(put(opened(part_), Bytes(100), 0, true).error, EINVAL);
+    EXPECT_EQ(put(direct, Bytes(kSector), 0, true).result, kSector);
+}
+
 TEST_F(BlockNodeTest, AnOwnersRequestsComeBeforeThoseOfEveryBlockDevice) {
     static constexpr RequestRow kMore[] = {
         {0x2285,
@@ -138,6 +159,16 @@ TEST_F(BlockNodeTest, ProgramsFindAPartitionsSizeAndItsTable) {
     EXPECT_THAT(asked.out, HasSubstr("16 MiB, 16777216 bytes, 32768 sectors"));
     EXPECT_THAT(asked.out, testing::ContainsRegex("boot_a1 +2048 +10239 +8192 +4M 83 Linux"));
     EXPECT_THAT(asked.err, testing::Not(HasSubstr("blockdev")));
+}
+
+TEST_F(BlockNodeTest, ADeviceIsNotCutOffThoughAShellOpensItAnew) {
+    const CommandResult asked =
+        sh_on_board("n=/dev/block/by-name/misc\n"
+                    "printf new >$n && head -c 3 $n\n"
+                    "for node in $n /dev/led; do truncate -s 1 $node; done");
+    EXPECT_EQ(asked.out, "new");
+    EXPECT_EQ(asked.status, 1);
+    EXPECT_THAT(asked.err, testing::ContainsRegex("misc' .*Invalid argument\n.*led' .*Invalid"));
 }
 
 } // namespace

@@ -30,6 +30,17 @@ TEST(BridgeDisk, IsADiskForSg3Utils) {
     EXPECT_THAT(asked.out, HasSubstr("Number of logical blocks=2048"));
 }
 
+TEST(BridgeDisk, HasThePagesThatLibataMakes) {
+    const CommandResult asked = sh("sg_vpd -H -p 0x00 /dev/sda; sg_vpd -H -p 0x83 /dev/sda\n"
+                                   "sg_modes -a -H /dev/sda; sg_modes -6 -a -H /dev/sda\n"
+                                   "sg_modes -c 1 -p 8 -H /dev/sda\n");
+    EXPECT_THAT(asked.out, HasSubstr("00 00 00 08 00 80 83 89  b0 b1 b2 b9"));
+    EXPECT_THAT(asked.out, HasSubstr("00 83 00 60 02 00 00 14  30 30 30 30"));
+    EXPECT_THAT(asked.out, HasSubstr("00     00 3a 00 00 00 00 00 08  00 00 00 00 00 00 02 00\n"
+                                     " 10     01 0a 80 00 00 00 00 00  00 00 00 00 08 12 04 00\n"));
+    EXPECT_THAT(asked.out, HasSubstr("00     37 00 00 08 "));
+}
+
 TEST(BridgeDisk, HandsPacketsOverToSgRaw) {
     const CommandResult asked =
         sh(std::string(kRead) + "; echo \"off: $?\"\n" + kBoot +

@@ -3,8 +3,9 @@
 // there hands the MCU a packet, a read fetches what it has ready. All else it answers by itself, as
 // the kernel's libata answers for an ATA disk; other blocks read as zeros, and forget.
 //
-// A command whose data do not fit its block count is host status 7 (DID_ERROR) where too little is
-// sent, and cut off where there is too little room. While the MCU does not run, block 0 is a check
+// As of libata, a command with less data or room than it has blocks is an invalid field (5/24/00),
+// one whose data go the other way host status 7 (DID_ERROR). Not there are the page of the disk's
+// identity (0x89), commands of ATA, and MODE SELECT. While the MCU does not run, block 0 is a check
 // condition: not ready (2/04/00).
 
 #include "models/support/scsi_node.h"

@@ -56,6 +56,7 @@ void BridgeTopology::appear(Told told) {
     for (const auto& [name, text] : disk) {
         tree.put(fmt::format("{}/{}", folder_, name), fixed_attribute(text));
     }
+    tree.put(folder_ + "/device", std::make_shared<Symlink>(fmt::format("../../../{}", kUnit)));
     const std::string device = folder_.substr(sizeof "/sys" - 1);
     tree.put("/sys/block/" + name_, std::make_shared<Symlink>(".." + device));
     tree.put("/sys/class/block/" + name_, std::make_shared<Symlink>("../.." + device));

@@ -128,7 +128,11 @@ void KernelDevice::tell(const std::string& action, const Keys& why) {
         fmt::format("{0}@{1}\nACTION={0}\nDEVPATH={1}\nSUBSYSTEM={2}", action, path(),
                     description_.subsystem.substr(description_.subsystem.find('/') + 1));
     add_lines(lines, why);
-    add_lines(lines, keys());
+    Keys of_device = keys();
+    if (action == "unbind") { // the kernel takes it away, lest a module be loaded for it
+        std::erase_if(of_device, [](const auto& key) { return key.first == "MODALIAS"; });
+    }
+    add_lines(lines, of_device);
     try {
         board_.uevents().send_lines(std::move(lines));
     } catch (const VerbError& error) {

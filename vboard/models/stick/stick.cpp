@@ -136,6 +136,11 @@ void Stick::add_usb() {
 void Stick::add_scsi() {
     const std::string host = fmt::format("host{}", place_.host);
     const std::string unit = fmt::format("{}:0:0:0", place_.host);
+    work_queue_ = &add({fmt::format("/devices/virtual/workqueue/scsi_tmf_{}", place_.host),
+                        "bus/workqueue",
+                        {},
+                        {},
+                        {{"max_active", "1"}, {"per_cpu", "0"}}});
     host_ = &add(
         {fmt::format("{}/{}", interface_->path(), host), "bus/scsi", {{"DEVTYPE", "scsi_host"}}});
     host_class_ = &add({fmt::format("{}/scsi_host/{}", host_->path(), host),
@@ -212,6 +217,7 @@ void Stick::appear(Told told) {
     plugged_ = true;
     usb_->appear(told);
     interface_->appear(told);
+    work_queue_->appear(told);
     host_->appear(told);
     host_class_->appear(told);
     interface_->bind("usb-storage", told);
@@ -290,6 +296,7 @@ void Stick::vanish(std::mt19937_64& chance) {
     target_->vanish();
     host_class_->vanish();
     host_->vanish();
+    work_queue_->vanish();
     interface_->unbind();
     interface_->vanish();
     usb_->unbind();

@@ -68,6 +68,7 @@ class Stick {
     std::vector<std::unique_ptr<KernelDevice>> devices_;
     KernelDevice* usb_ = nullptr;
     KernelDevice* interface_ = nullptr;
+    KernelDevice* work_queue_ = nullptr;
     KernelDevice* host_ = nullptr;
     KernelDevice* host_class_ = nullptr;
     KernelDevice* target_ = nullptr;

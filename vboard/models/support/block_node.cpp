@@ -1,6 +1,7 @@
 #include "models/support/block_node.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::int64_t kUnflushedFor = 30'000 * kMillisecond; // the kernel's dirty_expire_centisecs
 constexpr std::uint64_t kReadAhead = 256;                     // sectors: the kernel's default
+constexpr std::int32_t kPage = 4096;
 
 using Direction = RequestRow::Direction;
 using FieldType = RecordField::Type;
@@ -52,7 +54,8 @@ constexpr RequestRow kBlockRequests[] = {
     request<&BlockFile::size>(BLKGETSIZE64, "BLKGETSIZE64", Direction::out, kBlockNumber64),
     row_of_32<BlockStore::kSector>(BLKSSZGET, "BLKSSZGET"),
     row_of_32<BlockStore::kSector>(BLKPBSZGET, "BLKPBSZGET"),
-    row_of_32<4096>(BLKBSZGET, "BLKBSZGET"),
+    request<&BlockFile::block_size>(BLKBSZGET, "BLKBSZGET", Direction::out, kBlockNumber32),
+    request<&BlockFile::set_block_size>(BLKBSZSET, "BLKBSZSET", Direction::in, kBlockNumber32),
     row_of_32<BlockStore::kSector>(BLKIOMIN, "BLKIOMIN"),
     row_of_32<0>(BLKIOOPT, "BLKIOOPT"),
     row_of_32<0>(BLKALIGNOFF, "BLKALIGNOFF"),
@@ -147,14 +150,31 @@ Outcome BlockNode::open(const OpenCall& call, std::unique_ptr<File>& file) {
     return Outcome::done();
 }
 
+void BlockNode::opened() {
+    if (opens_++ == 0) {
+        block_size_ = BlockStore::kSector;
+        while (block_size_ < kPage && view_.size % (2 * static_cast<unsigned>(block_size_)) == 0) {
+            block_size_ *= 2;
+        }
+    }
+}
+
 // --- one open ---
+
+bool BlockFile::is_whole(std::uint64_t size, std::uint64_t offset) {
+    return size % BlockStore::kSector == 0 && offset % BlockStore::kSector == 0;
+}
 
 std::uint64_t BlockFile::room(std::uint64_t offset) const {
     return view().size - std::min(offset, view().size);
 }
 
 Outcome BlockFile::read(std::size_t size, std::uint64_t offset) {
-    return disk().read(std::min<std::uint64_t>(size, room(offset)), view().offset + offset);
+    const std::uint64_t taken = std::min<std::uint64_t>(size, room(offset));
+    if ((flags_ & O_DIRECT) != 0 && room(offset) > 0 && !is_whole(taken, offset)) {
+        return Outcome::failed(EINVAL);
+    }
+    return disk().read(taken, view().offset + offset);
 }
 
 Outcome BlockFile::write(WriteCall& call) {
@@ -164,6 +184,9 @@ Outcome BlockFile::write(WriteCall& call) {
     const std::uint64_t size = std::min<std::uint64_t>(call.data.size(), room(call.offset));
     if (size == 0 && !call.data.empty()) {
         return Outcome::failed(ENOSPC);
+    }
+    if (call.direct && !is_whole(size, call.offset)) {
+        return Outcome::failed(EINVAL);
     }
     return disk().write(call.data.first(size), view().offset + call.offset,
                         (flags_ & O_DSYNC) != 0);
@@ -182,6 +205,23 @@ Outcome BlockFile::size(std::uint64_t& bytes) const {
 
 Outcome BlockFile::sectors(std::uint64_t& count) const {
     count = view().size / BlockStore::kSector;
+    return Outcome::done();
+}
+
+Outcome BlockFile::block_size(std::int32_t& bytes) const {
+    bytes = node_->block_size();
+    return Outcome::done();
+}
+
+Outcome BlockFile::set_block_size(const std::int32_t& bytes, RequestCall& call) {
+    if (!call.caller.may(CAP_SYS_ADMIN)) {
+        return Outcome::failed(EACCES);
+    }
+    if (bytes < static_cast<std::int32_t>(BlockStore::kSector) || bytes > kPage ||
+        (bytes & (bytes - 1)) != 0) {
+        return Outcome::failed(EINVAL);
+    }
+    node_->block_size() = bytes;
     return Outcome::done();
 }
 

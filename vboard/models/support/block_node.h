@@ -14,6 +14,8 @@
 
 #include <linux/hdreg.h>
 
+#include <cerrno>
+
 namespace vb {
 
 // A disk, as the board's power and time treat it: what is written is stored when it is flushed,
@@ -76,23 +78,37 @@ class BlockNode : public Node, public std::enable_shared_from_this<BlockNode> {
 
     Outcome open(const OpenCall& call, std::unique_ptr<File>& file) override;
     std::uint64_t size() const override { return view_.size; }
+    bool can_be_cut() const override { return false; }
     BlockView& view() { return view_; }
+    // What the kernel counts in: as large as a page where the size is a multiple of that, unless an
+    // open has set it, which holds as long as there are opens.
+    std::int32_t& block_size() { return block_size_; }
+    void opened();
+    void closed() { --opens_; }
 
     std::span<const RequestRow> requests() const { return rows_; }
 
   private:
     BlockView view_;
     std::vector<RequestRow> rows_;
+    std::int32_t block_size_ = 0;
+    unsigned opens_ = 0;
 };
 
 // One open of a block device.
 class BlockFile : public File {
   public:
-    BlockFile(std::shared_ptr<BlockNode> node, int flags) : node_(std::move(node)), flags_(flags) {}
+    BlockFile(std::shared_ptr<BlockNode> node, int flags) : node_(std::move(node)), flags_(flags) {
+        node_->opened();
+    }
+    ~BlockFile() override { node_->closed(); }
+    BlockFile(const BlockFile&) = delete;
+    BlockFile& operator=(const BlockFile&) = delete;
 
     BlockView& view() const { return node_->view(); }
     BlockDisk& disk() const { return *view().disk; }
     std::span<const RequestRow> requests() const override { return node_->requests(); }
+    int unknown_request() const override { return EINVAL; }
     // Without power there are no answers, and no caller who could take one.
     bool answers() const override { return disk().on(); }
     Outcome read(std::size_t size, std::uint64_t offset) override;
@@ -113,6 +129,8 @@ class BlockFile : public File {
     }
     Outcome size(std::uint64_t& bytes) const;
     Outcome sectors(std::uint64_t& count) const;
+    Outcome block_size(std::int32_t& bytes) const;
+    Outcome set_block_size(const std::int32_t& bytes, RequestCall& call);
     Outcome is_read_only(std::int32_t& value) const;
     Outcome set_read_only(std::int32_t value) const;
     Outcome flush();
@@ -122,6 +140,8 @@ class BlockFile : public File {
 
   private:
     std::uint64_t room(std::uint64_t offset) const;
+    // What goes past the cache comes in whole sectors.
+    static bool is_whole(std::uint64_t size, std::uint64_t offset);
 
     std::shared_ptr<BlockNode> node_;
     int flags_;

@@ -15,7 +15,8 @@ constexpr std::uint32_t kGetBusNumber = 0x5386;
 constexpr std::int32_t kSgVersion = 30527;
 constexpr std::int64_t kUsualTime = 60'000 * kMillisecond;
 constexpr std::int64_t kShortestTime = 7'000 * kMillisecond;
-constexpr std::int64_t kTick = 10 * kMillisecond; // of SG_SET_TIMEOUT
+constexpr std::int32_t kMostReserve = 1280 * 1024; // the kernel's max_sectors_kb
+constexpr std::int64_t kTick = 10 * kMillisecond;  // of SG_SET_TIMEOUT
 
 using FieldType = RecordField::Type;
 using Direction = RequestRow::Direction;
@@ -94,11 +95,6 @@ std::optional<ScsiAnswer> ScsiFile::ask(const SgRecord& record, const ScsiComman
     if (waiting != waiting_.end() && waiting->second.over) {
         ScsiAnswer answer;
         answer.host_status = ScsiAnswer::kTimeOut;
-        return answer;
-    }
-    if (record.command_length > command.block.size()) {
-        ScsiAnswer answer;
-        answer.host_status = ScsiAnswer::kHostError;
         return answer;
     }
     std::optional<ScsiAnswer> answer = scsi_->target().execute(command);
@@ -224,14 +220,18 @@ Outcome ScsiFile::timeout() {
     return Outcome::done(scsi_->timeout());
 }
 
-// There is no reserve of a block device's to speak of.
+// A block device has no such reserve, but remembers what it was told.
 Outcome ScsiFile::reserved_size(std::int32_t& size) {
-    size = 0;
+    size = scsi_->reserve();
     return Outcome::done();
 }
 
 Outcome ScsiFile::set_reserved_size(std::int32_t size) {
-    return size < 0 ? Outcome::failed(EINVAL) : Outcome::done();
+    if (size < 0) {
+        return Outcome::failed(EINVAL);
+    }
+    scsi_->reserve() = std::min(size, kMostReserve);
+    return Outcome::done();
 }
 
 Outcome ScsiFile::is_emulated(std::int32_t& value) {

@@ -8,15 +8,15 @@
 //   more than 32 bytes (EINVAL) or less than 6 (EMSGSIZE), one that is not the caller's memory
 //   (EFAULT), one that the kernel allows with CAP_SYS_RAWIO only, or that writes where the node was
 //   opened for reading (EPERM), data that are not the caller's memory (EFAULT).
-// - Of an iovec the shorter of its sum and `dxfer_len` counts.
+// - Of an iovec the shorter of its sum and `dxfer_len` counts; one without any bytes is EINVAL.
+// - The residue is always 0: libata counts none. Of commands of up to 32 bytes it looks at 16.
 // - A time-out of 0 is that of SG_SET_TIMEOUT, or 60 s; none is shorter than 7 s. When it is over
 //   the command is done with host status 3 (DID_TIME_OUT), and the data are as they were.
 // - Signals do not end a command.
 // - A check condition has driver status 8 and its sense, as far as `mx_sb_len` goes; `sbp` may be
 //   null. `info` has its lowest bit where any of the statuses is not 0.
-// What is ours: CAP_SYS_ADMIN stands for CAP_SYS_RAWIO, which a board gives nobody; a command of 17
-// to 32 bytes is host status 7 (DID_ERROR), as of an ATA disk, and a plain read(2) or write(2) is a
-// READ(10) or WRITE(10) of what it covers, without a page cache.
+// What is ours: CAP_SYS_ADMIN stands for CAP_SYS_RAWIO, which a board gives nobody; a plain
+// read(2) or write(2) is a READ(10) or WRITE(10) of what it covers, without a page cache.
 
 #include "models/support/block_node.h"
 #include "models/support/sg_record.h"
@@ -49,11 +49,13 @@ class ScsiNode : public BlockNode {
     Board& board() const { return board_; }
     ScsiTarget& target() const { return target_; }
     std::int32_t& timeout() { return timeout_; }
+    std::int32_t& reserve() { return reserve_; }
 
   private:
     Board& board_;
     ScsiTarget& target_;
     std::int32_t timeout_ = 0; // hundredths of a second, 0: the kernel's own
+    std::int32_t reserve_ = 0;
     Opens<ScsiFile> opens_;
 };
 
@@ -67,6 +69,7 @@ class ScsiFile : public BlockFile {
     Outcome read(std::size_t size, std::uint64_t offset) override;
     Outcome write(WriteCall& call) override;
     bool interruptible() const override { return false; }
+    int unknown_request() const override { return ENOTTY; } // libata's
 
     Outcome send(SgRecord& record, RequestCall& call);
     Outcome version(std::int32_t& number);

@@ -61,7 +61,7 @@ int SgCommand::find_pieces(const SgRecord& record, const Caller& caller) {
         piece.size = std::min(piece.size, left);
         left -= piece.size;
     }
-    return 0;
+    return left < record.data_length ? 0 : EINVAL;
 }
 
 bool SgCommand::gather(const Caller& caller) {
@@ -144,8 +144,7 @@ bool SgCommand::finish(const ScsiAnswer& answer, SgRecord& record, const Caller&
     record.host_status = answer.host_status;
     record.driver_status = answer.status == kCheckCondition ? kDriverSense : 0;
     record.info = answer.status != 0 || answer.host_status != 0 ? SG_INFO_CHECK : SG_INFO_OK;
-    record.residue =
-        static_cast<std::int32_t>(record.data_length - std::max(answer.taken, data.size()));
+    record.residue = 0;
     record.sense_written = 0;
     if (record.sense != 0 && !sense.empty()) {
         if (!caller.write(record.sense, sense)) {

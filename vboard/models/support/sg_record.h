@@ -23,7 +23,6 @@ struct ScsiAnswer {
     std::uint16_t host_status = 0;
     Bytes sense{};
     Bytes data{};
-    std::size_t taken = 0; // of what was sent
 
     static constexpr std::uint16_t kTimeOut = 3;
     static constexpr std::uint16_t kHostError = 7;
