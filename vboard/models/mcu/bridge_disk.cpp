@@ -135,6 +135,7 @@ ScsiAnswer inquiry(ByteView block) {
 // Error recovery, cache (which is on) and control; what can be changed are two bits.
 Bytes mode_pages(std::uint8_t page, bool changeable) {
     constexpr std::uint8_t kAll = 0x3F;
+    constexpr std::uint8_t kNoReadAhead = 0x20;
     Bytes pages;
     const auto add = [&](Bytes each, std::uint8_t bits_of_third) {
         if (page == each[0] || page == kAll) {
@@ -146,7 +147,7 @@ Bytes mode_pages(std::uint8_t page, bool changeable) {
         }
     };
     add({0x01, 10, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 0);
-    add({0x08, 18, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 4);
+    add({0x08, 18, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, kNoReadAhead, 0, 0, 0, 0, 0, 0, 0}, 4);
     add({0x0A, 10, 2, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0, 30}, changeable ? 4 : 0);
     return pages;
 }
