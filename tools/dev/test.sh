@@ -74,6 +74,10 @@ test_suite() { # PRESET [CTEST OPTION...]
 compare_guest() { # ARCH [LIST...]
     local log="$logs/guest-$1.log" status=0 failed
     step "guest $1" "$root/guest/compare" "$@" || status=$?
+    if ((status == 69)) && [[ ${2:-} == --short ]]; then # the suite itself needs no network
+        printf '    skipped: guest %s: what it boots from cannot be had\n' "$1"
+        return
+    fi
     sed -nE 's/^(.*: (alike|DIFFERENT))$/    \1/p' "$log"
     failed=$(grep -c ': DIFFERENT$' "$log" || true)
     if ((failed > 0 || status != 0)); then end_of_log "$log"; fi
