@@ -25,7 +25,11 @@ echo "$(wc -l < "$work/symbols") symbols: $(comm -23 "$work/symbols" "$work/libr
     "$(comm -13 "$work/symbols" "$work/library" | wc -l) extra"
 
 if [ -z "$sanitizers" ]; then # theirs are longer
-    sed -n '/ T$/d; s/^\([^ ]*\) [^ ]* /\1 /p' "$work/expected" > "$work/objects"
+    # On ARM64 a lock takes eight bytes more: two are in each of these objects.
+    more=0
+    if readelf -h "$library" | grep -q 'Machine: *AArch64'; then more=16; fi
+    sed -n '/ T$/d; s/^\([^ ]*\) [^ ]* /\1 /p' "$work/expected" |
+        awk -v more=$more '$1 == "safe_info" || $1 == "sata_usb_prv" { $2 += more } 1' > "$work/objects"
     "$(dirname "$0")"/objects_of.py "$library" | sort > "$work/library"
     compare "objects of the library, their sizes and first bytes" "$work/objects" "$work/library"
 fi
