@@ -34,7 +34,7 @@ on_machine_for() { # PRESET COMMAND...
     local preset=$1
     shift
     if [[ $preset == arm64 ]]; then
-        "$root/guest/guest" --memory 4096 arm64 -- "$@"
+        "$root/guest/guest" --memory 4096 --limit 10800 arm64 -- "$@"
     elif [[ $preset == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
         setarch "$(uname -m)" -R "$@"
     else
