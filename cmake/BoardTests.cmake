@@ -24,6 +24,20 @@ elseif(CMAKE_CROSSCOMPILING)
   set(HAL_TEST_SECONDS 900)
 endif()
 
+# Headers of nearly every test. A program of a few tests reads them for longer than its own sources:
+# they are read once for all. Where sources are not joined, each has to include what it needs.
+if(CMAKE_UNITY_BUILD)
+  file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/test_headers.cpp CONTENT "")
+  add_library(test_headers OBJECT ${CMAKE_CURRENT_BINARY_DIR}/test_headers.cpp)
+  target_link_libraries(test_headers PRIVATE hal_options GTest::gtest GTest::gmock)
+  target_compile_options(test_headers PRIVATE -O0)
+  target_compile_options(test_headers PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+  set_target_properties(test_headers PROPERTIES HAL_NO_SANITIZE undefined)
+  target_precompile_headers(test_headers PRIVATE <algorithm> <array> <atomic> <chrono> <filesystem>
+    <fstream> <functional> <map> <mutex> <random> <set> <sstream> <string> <thread> <vector>
+    <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp>)
+endif()
+
 function(_hal_test_program name main)
   cmake_parse_arguments(ARG "" "SINGLE_THREADED" "LIBS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_SANITIZER_OPTIONS})
@@ -35,6 +49,11 @@ function(_hal_test_program name main)
   # The code under test is looked at for undefined behaviour: doing so with a test's own takes a
   # compiler as long again.
   set_target_properties(${name} PROPERTIES HAL_NO_SANITIZE undefined)
+  if(CMAKE_UNITY_BUILD)
+    target_precompile_headers(${name} REUSE_FROM test_headers)
+    target_compile_options(${name} PRIVATE
+      $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>) # for the compiler cache
+  endif()
   set(filter)
   if(ARG_SINGLE_THREADED AND HAL_SANITIZE STREQUAL "thread")
     set(filter TEST_FILTER "-${ARG_SINGLE_THREADED}")
