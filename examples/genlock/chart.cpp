@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <utility>
 
 namespace plot {
 
@@ -105,7 +107,7 @@ class Frame {
         canvas_.line(all, {kInk, 1});
     }
 
-    // Points beyond the scale break the curve off; it goes on where they come back.
+    // Beyond the scale a curve goes on unseen: what is drawn ends where it leaves the frame.
     void curve(const Curve& curve) {
         std::vector<Point> piece;
         const auto flush = [&] {
@@ -114,17 +116,39 @@ class Frame {
             }
             piece.clear();
         };
-        for (const Point& point : curve.points) {
-            if (point.y < chart_.y.low || point.y > chart_.y.high) {
+        for (std::size_t i = 1; i < curve.points.size(); ++i) {
+            const auto seen = inside(curve.points[i - 1], curve.points[i]);
+            if (!seen) {
                 flush();
                 continue;
             }
-            piece.push_back(place(point));
+            if (piece.empty()) {
+                piece.push_back(place(seen->first));
+            }
+            piece.push_back(place(seen->second));
+            if (seen->second.y != curve.points[i].y) {
+                flush();
+            }
         }
         flush();
     }
 
   private:
+    // The part of a line between the lowest and the highest value, if there is one.
+    std::optional<std::pair<Point, Point>> inside(Point from, Point to) const {
+        const auto [low, high] = chart_.y;
+        if (std::max(from.y, to.y) < low || std::min(from.y, to.y) > high) {
+            return std::nullopt;
+        }
+        const auto held = [&, low = low, high = high](Point point) {
+            const double y = std::clamp(point.y, low, high);
+            return y == point.y
+                       ? point
+                       : Point{from.x + (to.x - from.x) * (y - from.y) / (to.y - from.y), y};
+        };
+        return std::pair(held(from), held(to));
+    }
+
     Canvas& canvas_;
     const Chart& chart_;
 };

@@ -10,6 +10,7 @@
 namespace halctl_tests::examples {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -347,7 +348,7 @@ TEST(MediaBrowser, WritesTheGoodImageAndTellsWhatIsNotMounted) {
                           "media_browser: the slot that does not run has no partition x\n");
 }
 
-TEST(Demo, ShowsButtonClocksPanelGenlockUsbAndUpdate) {
+TEST(Demo, TellsOfAllFromAButtonToAnUpdateAndAddsItUp) {
     if (HAL_SANITIZED != 0) {
         GTEST_SKIP() << "each example has a test of its own, which a sanitizer watches";
     }
@@ -365,7 +366,9 @@ TEST(Demo, ShowsButtonClocksPanelGenlockUsbAndUpdate) {
     EXPECT_THAT(result.out, HasSubstr("thermal pin 62\n"));
     EXPECT_THAT(result.out, HasSubstr("\n50.00   2640x1125  +0.0 "));
     EXPECT_THAT(result.out, HasSubstr("$ mtype -i disk.img ::news.txt\nWritten by the host.\n"));
+    EXPECT_THAT(result.out, HasSubstr("  greeting\nremoved: 2\n"));
     EXPECT_THAT(result.out, HasSubstr("slot b runs system 2, confirmed\n"));
+    EXPECT_THAT(result.out, ContainsRegex("\n  in all  +13 "));
     EXPECT_THAT(result.out, HasSubstr("10 of 10 power cuts left a whole, verified system"));
     for (const char* picture : {"01-menu.png", "11-english.png", "50_2640x1125.svg", "usb.pcap"}) {
         EXPECT_TRUE(std::filesystem::exists(std::string(BUILD "/demo/") + picture)) << picture;
