@@ -248,7 +248,8 @@ data: {"board":{"alive":true,"starts":1},)"));
 }
 
 TEST(Panel, OutlivesARestartAndNotItsLauncher) {
-    PanelBoard board("0", R"(trap "" INT; exec sleep 600)");
+    PanelBoard board("0",
+                     R"(trap "" INT; while vboard ctl trace note trapped; do sleep 0.1; done)");
     Browser page = board.page();
     ASSERT_TRUE(page.sees(R"("alive":true,"starts":1)"));
     EXPECT_THAT(board.ask(R"({"verb": "power.cycle"})"), HasSubstr("HTTP/1.1 "));
@@ -256,6 +257,7 @@ TEST(Panel, OutlivesARestartAndNotItsLauncher) {
     EXPECT_TRUE(page.sees(R"("alive":true,"starts":2)"));
     EXPECT_TRUE(page.sees(R"([{"n":1,)")) << "the trace begins with the start";
 
+    ASSERT_TRUE(page.sees("trapped"));
     kill(-board.launcher(), SIGINT); // as a terminal does, to all
     EXPECT_THAT(board.ask(R"({"verb": "clock.show"})"), HasSubstr(" 200 "));
 
