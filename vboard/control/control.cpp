@@ -70,7 +70,9 @@ class TraceReader {
         }
         board_.act([&] {
             place_ = since.value_or(board_.trace().last());
-            listener_ = board_.trace().listen(match_, [this](const Json&) { stir(); });
+            listener_ = match_.empty()
+                            ? board_.trace().watch([this] { stir(); })
+                            : board_.trace().listen(match_, [this](const Json&) { stir(); });
         });
     }
     ~TraceReader() {
@@ -237,7 +239,8 @@ Json ControlServer::wait(const LineStream& stream, const Json& question) {
 }
 
 void ControlServer::follow(LineStream& stream, const Json& match) {
-    constexpr std::size_t kAtOnce = 100;
+    constexpr std::size_t kAtOnce = 20; // they are told of while the board waits
+    constexpr std::chrono::milliseconds kForMore(5);
     TraceReader reader(board_, match, std::nullopt);
     // The first line says that from here on nothing is missed.
     bool connected = stream.send(text_of({{"ok", true}, {"result", "following"}}));
@@ -246,6 +249,11 @@ void ControlServer::follow(LineStream& stream, const Json& match) {
         connected =
             !events.empty() && std::all_of(events.begin(), events.end(),
                                            [&](const Json& e) { return stream.send(text_of(e)); });
+        // They seldom come alone, and to wake somebody for each takes the board longer than to
+        // tell.
+        if (connected && events.size() < kAtOnce) {
+            std::this_thread::sleep_for(kForMore);
+        }
     }
 }
 

@@ -132,6 +132,9 @@ void Trace::remember(Remembered event) {
         bytes_ -= events_.front().bytes;
         events_.pop_front();
     }
+    for (const auto& [id, watcher] : watchers_) {
+        watcher();
+    }
 }
 
 std::vector<Json> Trace::take(std::uint64_t& place, const Json& pattern, std::size_t most) const {
@@ -171,6 +174,16 @@ bool Trace::may_be_heard(const char* kind) const {
     return std::any_of(listeners_.begin(), listeners_.end(), [kind](const auto& listening) {
         return may_match(kind, listening.second.pattern);
     });
+}
+
+int Trace::watch(std::function<void()> watcher) {
+    watchers_.emplace(next_listener_, std::move(watcher));
+    return next_listener_++;
+}
+
+void Trace::unlisten(int id) {
+    listeners_.erase(id);
+    watchers_.erase(id);
 }
 
 int Trace::listen(Json pattern, Listener listener) {

@@ -57,7 +57,11 @@ class Trace {
 
     // Calls it with each event that matches.
     int listen(Json pattern, Listener listener);
-    void unlisten(int id) { listeners_.erase(id); }
+    // Calls it with nothing at each event, once that can be read. Nobody has to tell of the event
+    // for that: who watches reads when he has time.
+    int watch(std::function<void()> watcher);
+    // Ends either.
+    void unlisten(int id);
 
   private:
     static constexpr std::size_t kLargestEvent = 64 << 10;
@@ -95,6 +99,7 @@ class Trace {
     std::size_t bytes_ = 0;         // of all of them
     std::uint64_t last_ = 0;
     std::map<int, Listening> listeners_;
+    std::map<int, std::function<void()>> watchers_;
     int next_listener_ = 1;
 };
 

@@ -76,6 +76,12 @@ TEST(Trace, TellsOfCallsOnceSomebodyReadsOfThem) {
     EXPECT_EQ(heard, trace.after(3, {}));
     told = 0;
     add("read", "nobody listens to");
+    int seen = 0;
+    const int watcher = trace.watch([&] { seen += trace.last() > 0 ? 1 : 0; });
+    add("read", "told of to nobody");
+    trace.unlisten(watcher);
+    add("read", "not seen");
+    EXPECT_EQ(seen, 1);
     EXPECT_EQ(told, 0);
     EXPECT_EQ(heard.size(), 1U);
 
