@@ -72,6 +72,17 @@ Json Client::ask(const std::string& verb, Json arguments) {
     return answer.at("result");
 }
 
+std::vector<std::string> Client::ask_all(const std::vector<std::string>& questions) {
+    stream_.send(fmt::format("{}", fmt::join(questions, "\n")));
+    std::vector<std::string> answers(questions.size());
+    for (std::string& answer : answers) {
+        if (!stream_.receive(answer)) {
+            throw ClientError(Kind::unreachable, "the board has ended");
+        }
+    }
+    return answers;
+}
+
 void Client::follow(const std::string& verb, Json arguments,
                     const std::function<bool(const Json&)>& on_event,
                     const std::function<void()>& started) {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vb {
 
@@ -41,6 +42,13 @@ class Client {
 
     // Asks and waits for the answer's result.
     Json ask(const std::string& verb, Json arguments = Json::object());
+
+    // Asks several questions at once, each as the protocol has it, which takes far less time than
+    // one after the other. The answers stand as the board wrote them, refusals too.
+    std::vector<std::string> ask_all(const std::vector<std::string>& questions);
+
+    // Once a verb that follows was asked: what has come of it, a line at a time, without waiting.
+    LineStream::Came take(std::string& line) { return stream_.take(line); }
 
     // Asks a verb that follows, calls `started` once nothing is missed any more, then `on_event`
     // with each event until it returns false or the board is gone. Nothing else can be asked on

@@ -70,22 +70,29 @@ bool LineStream::send(std::string line) {
 }
 
 bool LineStream::receive(std::string& line) {
+    return take(line, true) == Came::line;
+}
+
+LineStream::Came LineStream::take(std::string& line, bool wait) {
     std::size_t searched = 0;
     while (true) {
         const std::size_t end = received_.find('\n', searched);
         if (end != std::string::npos) {
             line = received_.substr(0, end);
             received_.erase(0, end + 1);
-            return true;
+            return Came::line;
         }
         searched = received_.size();
         char buffer[16384];
-        const ssize_t count = recv(socket_.get(), buffer, sizeof buffer, 0);
+        const ssize_t count = recv(socket_.get(), buffer, sizeof buffer, wait ? 0 : MSG_DONTWAIT);
         if (count < 0 && errno == EINTR) {
             continue;
         }
+        if (count < 0 && !wait && errno == EAGAIN) {
+            return Came::nothing;
+        }
         if (count <= 0) {
-            return false;
+            return Came::end;
         }
         received_.append(buffer, static_cast<std::size_t>(count));
     }

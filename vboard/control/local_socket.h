@@ -25,9 +25,14 @@ class LineStream {
     // False where the other end is gone.
     bool send(std::string line);
     bool receive(std::string& line);
+    // The same without waiting.
+    enum class Came { line, nothing, end };
+    Came take(std::string& line) { return take(line, false); }
     int descriptor() const { return socket_.get(); }
 
   private:
+    Came take(std::string& line, bool wait);
+
     UniqueFd socket_;
     std::string received_;
 };

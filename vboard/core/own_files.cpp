@@ -35,7 +35,7 @@ fs::path file_near_program(const std::string& name) {
 const std::map<std::string, fs::path>& own_files() {
     static const auto files = [] {
         std::map<std::string, fs::path> found;
-        for (const char* name : {kOwnCommands, kOwnClock, kOwnFont}) {
+        for (const char* name : {kOwnCommands, kOwnClock, kOwnFont, kOwnPanel}) {
             found.emplace(name, file_near_program(name));
         }
         return found;

@@ -17,6 +17,7 @@ std::filesystem::path own_file(const std::string& name);
 inline constexpr char kOwnCommands[] = "commands"; // the folder of the board's own programs
 inline constexpr char kOwnClock[] = "libvboard_clock.so";
 inline constexpr char kOwnFont[] = "HZK16";
+inline constexpr char kOwnPanel[] = "vboard_panel"; // the web panel's program
 
 // To be called before anything of the surroundings is changed: finds all of them.
 // std::runtime_error says in plain words which is missing.

@@ -6,6 +6,7 @@
 #include "run/exit_codes.h"
 #include "run/fence.h"
 #include "run/namespaces.h"
+#include "run/panel_process.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -165,6 +166,7 @@ int run_on_board(const RunOptions& options) {
     // Made before a board has a network of its own, so that it can be reached from here.
     const UniqueFd control = listen_at(fmt::format("{}{}", kOuterControlPrefix, getpid()));
     KeptState state(options.state_folder);
+    const PanelProcess panel(options);
     SharedFlag again;
     int status = 0;
     unsigned number = 0;

@@ -1,6 +1,8 @@
 #pragma once
 // Starts a board in namespaces of its own and runs a program on it.
 
+#include "panel/doorway.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,7 +15,9 @@ struct RunOptions {
     std::string trace_path;       // empty: the trace is kept in memory only
     std::string usb_capture_path; // empty: there is none
     std::vector<std::string> faults;
-    std::string state_folder; // what outlives the board; empty: nothing does
+    std::string state_folder;            // what outlives the board; empty: nothing does
+    std::optional<panel::Doorway> panel; // where the web panel listens; unset: there is none
+    std::string sticks_folder;           // images that the panel offers; empty: none
     std::vector<std::string> program;
     bool interactive = false; // the program takes the terminal over, as a shell does
 };

@@ -46,6 +46,20 @@ std::string check_state(const std::string& path) {
     return other ? fmt::format("{} is a file, not a folder", path) : "";
 }
 
+std::string check_folder(const std::string& path) {
+    std::error_code ignored;
+    return fs::is_directory(path, ignored) ? "" : fmt::format("{} is no folder", path);
+}
+
+std::string check_doorway(const std::string& text) {
+    try {
+        panel::Doorway::from(text);
+        return "";
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+}
+
 std::string check_speed(const std::string& text) {
     const double speed = number_in<double>(text).value_or(0);
     return speed >= 0.001 && speed <= 100'000
@@ -88,6 +102,20 @@ void add_run_options(CLI::App& command, RunArguments& arguments) {
                       "not given: they vanish with the board")
         ->option_text("FOLDER")
         ->check(check_state);
+    CLI::Option* http =
+        command.add_option_function<std::string>("--http", [&arguments](const std::string& text) {
+            arguments.options.panel = panel::Doorway::from(text);
+        });
+    http->description("Show the board in a browser while it lives, and let it be worked there:\n"
+                      "port 0 is any that is free; an address other than 127.0.0.1 lets other\n"
+                      "machines in, who have the token; if not given: there is no panel")
+        ->option_text("[ADDRESS:]PORT")
+        ->check(check_doorway);
+    command.add_option("--sticks", arguments.options.sticks_folder)
+        ->description("Offer this folder's files in the panel as USB sticks;\nif not given: none")
+        ->option_text("FOLDER")
+        ->check(check_folder)
+        ->needs(http);
 }
 
 int run(RunArguments& arguments) {
