@@ -22,6 +22,12 @@ export async function act(said, verb, args = {}, words = "") {
     }
 }
 
+// Questions of one hand go one after another: what was asked later must not be done earlier.
+export function inOrder() {
+    let last = Promise.resolve();
+    return (said, verb, args) => (last = last.then(() => act(said, verb, args)));
+}
+
 export const button = (label, press, props = {}) =>
     h("button", { type: "button", ...props, onclick: press }, label);
 
@@ -31,7 +37,7 @@ export function toggle(label, turn) {
         type: "button", role: "switch", "aria-checked": "false", "aria-label": label,
         onclick: () => turn(element.getAttribute("aria-checked") !== "true"),
     });
-    return { element, update: (on) => attribute(element, "aria-checked", Boolean(on)) };
+    return { element, update: (on) => attribute(element, "aria-checked", String(Boolean(on))) };
 }
 
 let fields = 0;

@@ -2,7 +2,7 @@
 
 import { argument, has, numbers, view } from "./board.js";
 import { attribute, h, svg, text } from "./dom.js";
-import { act, speaker, verbForm } from "./forms.js";
+import { act, inOrder, speaker, verbForm } from "./forms.js";
 
 const kKeys = [ // by their number; where each stands is in style.css
     { name: "Up", path: "M5 15 12 8l7 7" },
@@ -26,13 +26,13 @@ function display(panel) {
 }
 
 // A key is down as long as it is held, by mouse, finger or keyboard.
-function key(number, said) {
+function key(number, said, ask) {
     const { name, path } = kKeys[number];
     let down = false;
     const move = (wanted) => {
         if (wanted === down) return;
         down = wanted;
-        act(said, down ? "keypad.down" : "keypad.up", { key: number });
+        ask(said, down ? "keypad.down" : "keypad.up", { key: number });
     };
     const typed = (wanted) => (event) => {
         if (event.key !== "Enter" && event.key !== " ") return;
@@ -48,15 +48,16 @@ function key(number, said) {
         onpointerup: () => move(false), onpointercancel: () => move(false),
         onlostpointercapture: () => move(false), onblur: () => move(false),
         onkeydown: typed(true), onkeyup: typed(false),
-        onclick: (event) => event.detail === 0 && !down && act(said, "keypad.press", { key: number }),
+        onclick: (event) => event.detail === 0 && !down && ask(said, "keypad.press", { key: number }),
         oncontextmenu: (event) => event.preventDefault(),
     }, svg("svg", { viewBox: "0 0 24 24", "aria-hidden": "true" }, svg("path", { d: path })),
     h("span", { "aria-hidden": "true" }, name));
 }
 
 function keypad(said) {
+    const ask = inOrder();
     const count = Math.min(kKeys.length, argument("keypad.down", "key").most + 1);
-    const keys = kKeys.slice(0, count).map((_, number) => key(number, said));
+    const keys = kKeys.slice(0, count).map((_, number) => key(number, said, ask));
     view("keypad.show", (shown) => keys.forEach((one, number) =>
         one.classList.toggle("down", Boolean(shown?.down.includes(number)))));
     const arrows = { ArrowUp: 0, ArrowDown: 1 };
@@ -65,7 +66,7 @@ function keypad(said) {
         onkeydown: (event) => {
             if (!(event.key in arrows)) return;
             event.preventDefault();
-            if (!event.repeat) act(said, "keypad.press", { key: arrows[event.key] });
+            if (!event.repeat) ask(said, "keypad.press", { key: arrows[event.key] });
         },
     }, keys);
 }
