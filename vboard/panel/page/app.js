@@ -50,9 +50,9 @@ async function start() {
         sections.map((section) => mount(byId(id), section)));
     document.querySelector("nav").append(...links.filter(Boolean));
     view("board.info", (info) => {
-        const program = info?.program?.join(" ") ?? "";
-        text(byId("program"), program);
-        attribute(byId("program"), "title", program);
+        const words = info?.program ?? [];
+        text(byId("program"), words.map((word) => word.replace(/^\/\S*\//, "")).join(" "));
+        attribute(byId("program"), "title", words.join(" "));
     });
     if (has("clock.show")) {
         view("clock.show", (clock) => clock && text(byId("clock"),

@@ -37,8 +37,9 @@ export async function ask(verb, args = {}) {
         headers: { "Content-Type": "application/json" },
         body: JSON.stringify({ ...args, verb }),
     }).catch((error) => ({ error: error.message, kind: "gone" }));
-    if (answer.ok || (cut && answer.kind === "gone")) return answer.result; // it answers no more
-    cut = false;
+    if (answer.ok) return answer.result;
+    if (verb === "power.cut" && answer.kind === "gone") return null; // it is too dead to answer
+    cut &&= verb !== "power.cut";
     throw new Error(answer.error ?? "The board said no.");
 }
 

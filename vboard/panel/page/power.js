@@ -21,10 +21,9 @@ function buttons(said) {
 }
 
 function slots() {
-    const rows = table("Boot slots, as this start found them", ["Slot", figures("Priority"), figures("Tries left"), "Successful"],
+    const rows = table("Boot slots, as this start found them", ["Slot", figures("Priority"), figures("Tries left"), figures("Successful")],
         (slot) => slot.slot, (first) => {
             const cells = ["priority", "tries", "successful"].map(() => h("td", { class: "number right" }));
-            cells[2].className = "";
             const running = h("span", { class: "tag", hidden: true }, "runs");
             return {
                 element: h("tr", {}, h("th", { scope: "row" }, first.slot.toUpperCase(), " ", running), cells),

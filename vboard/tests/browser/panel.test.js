@@ -127,6 +127,8 @@ describe("panel", { concurrency: 2 }, () => {
         assert.equal(await board.ended, 137);
         await page.locator("#status", { hasText: "The power was cut: the board is off" }).waitFor();
         assert.equal(await page.locator(".said.wrong").count(), 0);
+        await page.getByRole("button", { name: "Restart" }).click();
+        await page.locator("#power .said.wrong", { hasText: "does not answer" }).waitFor();
     });
 
     story("A fault strikes, and the trace shows what is looked for", {

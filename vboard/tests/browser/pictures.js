@@ -6,9 +6,9 @@ import { join } from "node:path";
 import { openBrowser, openPanel, startBoard, until } from "./board.js";
 
 const kLooks = [
-    ["wide-light", { width: 1280, height: 1000 }, "light", ""],
-    ["wide-dark", { width: 1280, height: 1000 }, "dark", "#left"],
-    ["narrow-light", { width: 390, height: 844 }, "light", ""],
+    ["wide-light", { width: 1280, height: 1000 }, "light", "body"],
+    ["wide-dark", { width: 1280, height: 1000 }, "dark", "#genlock"],
+    ["narrow-light", { width: 390, height: 844 }, "light", "body"],
     ["narrow-dark", { width: 390, height: 844 }, "dark", "#genlock"],
 ];
 
@@ -29,7 +29,8 @@ try {
     const pages = [];
     for (const [name, viewport, colorScheme, at] of kLooks) {
         const page = await openPanel(browser, board, { viewport, colorScheme, deviceScaleFactor: 1 });
-        await page.locator("#filter").fill("-hidsee -vgen");
+        await page.locator("#filter").fill("-hidsee -vgen -ethlink -eth1 -ethernet -thermal -pwm");
+        await page.locator("#filter").blur();
         pages.push({ name, page, at });
     }
     await board.ctl("vgen", "delay", "40000"); // which makes the plot worth a look
@@ -42,7 +43,7 @@ try {
         return [widths.every(Boolean), widths];
     }, 60000);
     for (const { name, page, at } of pages) {
-        if (at) await page.locator(at).evaluate((element) => element.scrollIntoView());
+        await page.locator(at).evaluate((element) => element.scrollIntoView({ behavior: "instant" }));
         await page.screenshot({ path: join(folder, `panel-${name}.png`) });
         if (page.faults.length > 0) throw new Error(`${name}: ${page.faults}`);
     }
