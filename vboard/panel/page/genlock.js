@@ -5,6 +5,7 @@ import { facts, h, hertz, svg, text } from "./dom.js";
 import { verbForm } from "./forms.js";
 
 const kSpan = 60; // seconds shown
+const kApart = 0.2; // seconds, at least, from point to point
 const kFrame = { left: 54, top: 10, right: 386, bottom: 180 };
 const kUnits = [[1e9, "s"], [1e6, "ms"], [1e3, "µs"], [1, "ns"]];
 
@@ -82,6 +83,7 @@ export const genlock = {
         let newest = null;
         view("clock.show", (clock) => {
             if (!clock) return;
+            if (Math.abs(clock.seconds - seconds) < kApart) return;
             seconds = clock.seconds;
             curve.add(seconds, newest);
         });

@@ -6,6 +6,7 @@ import { button } from "./forms.js";
 
 const kKept = 2000; // events, for another filter
 const kShown = 400; // of them as elements
+const kBetween = 200; // ms from one look of the list to the next
 const kCalls = new Set(["open", "ioctl", "read", "write", "fsync", "close", "mkdir", "rmdir", "symlink", "unlink"]);
 const kLeftOut = new Set(["n", "t", "kind", "node", "tid", "open", "request", "code", "size", "offset", "bytes", "reply", "record",
     "reply_record", "argument", "result", "error", "mode", "nonblocking"]);
@@ -57,7 +58,7 @@ function line(event, asJson) {
     if (event.mark) return h("li", { class: "mark" }, event.mark);
     const { search, words: said, ...plain } = event;
     return h("li", { class: classes.join(" ").trim() || null },
-        h("time", {}, event.t.toFixed(3)), h("p", {}, h("b", {}, event.kind), " ", asJson ? JSON.stringify(plain) : said));
+        h("time", {}, event.t.toFixed(3)), h("b", {}, event.kind), ` ${asJson ? JSON.stringify(plain) : said}`);
 }
 
 export const trace = {
@@ -92,7 +93,7 @@ export const trace = {
             tell();
         };
         const soon = () => {
-            if (!drawn) requestAnimationFrame(draw);
+            if (!drawn) setTimeout(() => requestAnimationFrame(draw), kBetween);
             drawn = true;
         };
         const again = () => {

@@ -7,7 +7,7 @@ import { createInterface } from "node:readline";
 import { setTimeout as later } from "node:timers/promises";
 import { promisify } from "node:util";
 
-const kPatience = 15000; // ms, of whatever has to come
+const kPatience = 60000; // ms, of whatever has to come
 
 // Packages are outside the tree, where `./dev test panel` puts them.
 const { chromium } = createRequire(`${process.env.PANEL_MODULES}/`)("playwright-core");
