@@ -9,7 +9,7 @@ function plugForm(said) {
     const path = h("input", { id: "image-path", autocomplete: "off", spellcheck: "false", placeholder: "/whole/path/of/an.img" });
     const medium = h("select", { id: "medium" }, h("option", { value: "rw" }, "writable"),
         h("option", { value: "ro" }, "write-protected"));
-    const other = h("label", { for: "image-path" }, h("span", {}, "Path of the image"), path);
+    const other = h("label", { for: "image-path", class: "whole" }, h("span", {}, "Path of the image"), path);
     const offer = () => { other.hidden = chosen.value !== ""; };
     const look = async () => {
         const { folder, images: found } = await images().catch(() => ({ folder: null, images: [] }));
@@ -33,7 +33,7 @@ function plugForm(said) {
             else act(said, "stick.plug", { image, medium: medium.value }, "Plugged in.");
         },
     }, h("div", { class: "fields" },
-        h("label", { for: "image" }, h("span", {}, "Stick"), chosen), other,
+        h("label", { for: "image", class: "whole" }, h("span", {}, "Stick"), chosen), other,
         h("label", { for: "medium" }, h("span", {}, "Medium"), medium), h("button", {}, "Plug in")));
 }
 

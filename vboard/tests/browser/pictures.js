@@ -29,7 +29,8 @@ try {
     const pages = [];
     for (const [name, viewport, colorScheme, at] of kLooks) {
         const page = await openPanel(browser, board, { viewport, colorScheme, deviceScaleFactor: 1 });
-        await page.locator("#filter").fill("-hidsee -vgen -ethlink -eth1 -ethernet -thermal -pwm");
+        await page.locator("#group").selectOption("calls");
+        await page.locator("#filter").fill("-/sys -/proc -vgen");
         await page.locator("#filter").blur();
         pages.push({ name, page, at });
     }
@@ -42,7 +43,11 @@ try {
         const widths = await Promise.all(pages.map(plotted));
         return [widths.every(Boolean), widths];
     }, 60000);
+    await board.ctl("keypad", "press", "2");
+    await board.ctl("tbar", "move", "0", "700");
+    await board.shows("700");
     for (const { name, page, at } of pages) {
+        await page.locator(".trace li", { hasText: "tbar" }).last().waitFor();
         await page.locator(at).evaluate((element) => element.scrollIntoView({ behavior: "instant" }));
         await page.screenshot({ path: join(folder, `panel-${name}.png`) });
         if (page.faults.length > 0) throw new Error(`${name}: ${page.faults}`);
