@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace vb::panel {
 
@@ -34,12 +35,14 @@ void Asker::run() {
     auto next = std::chrono::steady_clock::now();
     while (true) {
         if (!pages_.any()) {
-            follower_.stop(); // which spares the board to tell what nobody hears
+            lose_board(); // which spares it to tell what nobody hears
+            starts_ = 0;
             pages_.wait_for_one();
             next = std::chrono::steady_clock::now();
         }
         look();
-        next = std::max(next + kBetweenLooks, std::chrono::steady_clock::now());
+        // One that takes long is no reason to do nothing else.
+        next = std::max(next + kBetweenLooks, std::chrono::steady_clock::now() + kBetweenLooks / 2);
         std::this_thread::sleep_until(next);
     }
 }
@@ -63,7 +66,9 @@ void Asker::look() {
 void Asker::meet_board() {
     Client board = Client::of_launcher(launcher_);
     board.give_up_after(std::chrono::seconds(1));
-    starts_ = board.ask("power.show").at("start").get<unsigned>();
+    const auto starts = board.ask("power.show").at("start").get<unsigned>();
+    is_new_start_ = starts_ != 0 && starts != starts_;
+    starts_ = starts;
     known_.clear();
     for (View& view : views_of(board.ask("verbs"))) {
         known_.push_back({std::move(view), "", ""});
@@ -82,7 +87,7 @@ void Asker::lose_board() {
 
 Follower::Batch Asker::take_events() {
     if (!follower_.runs()) {
-        follower_.start(launcher_);
+        follower_.start(launcher_, std::exchange(is_new_start_, false));
         // What was missed since the last look may have changed anything.
         for (Known& known : known_) {
             known.answer.clear();

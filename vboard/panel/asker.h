@@ -41,6 +41,7 @@ class Asker {
     std::optional<Client> board_; // while it lives
     Follower follower_;
     unsigned starts_ = 0;
+    bool is_new_start_ = false; // the board has started before the pages' eyes
     bool board_changed_ = true;
     std::vector<Known> known_;
     std::set<std::string> changed_; // names of views

@@ -1,7 +1,9 @@
 #include "panel/follower.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
+#include <utility>
 
 namespace vb::panel {
 
@@ -28,22 +30,32 @@ bool is_forgotten(std::string_view event) {
 
 } // namespace
 
-void Follower::start(int launcher) {
+void Follower::start(int launcher, bool from_its_start) {
     client_ = Client::of_launcher(launcher);
     client_->give_up_after(std::chrono::seconds(5));
     client_->ask("trace.follow");
-    last_ = 0;
+    expected_.reset();
+    early_.clear();
+    if (from_its_start) {
+        expected_ = 1;
+        const Json events = Client::of_launcher(launcher).ask("trace.read");
+        const std::size_t left_out = events.size() - std::min(events.size(), kMostEvents);
+        for (auto event = events.begin() + static_cast<std::ptrdiff_t>(left_out);
+             event != events.end(); ++event) {
+            early_.push_back(event->dump());
+        }
+    }
 }
 
 void Follower::sort_in(std::string line, Batch& batch) {
     const std::uint64_t number = number_of(line);
-    if (number == 0) {
-        return;
+    const std::uint64_t expected = expected_.value_or(number);
+    if (number < expected || number == 0) {
+        return; // it came early already
     }
     const bool forgotten = is_forgotten(line);
-    const std::uint64_t expected = last_ == 0 ? number : last_ + 1;
     batch.lost += number - expected + (forgotten ? 1 : 0);
-    last_ = number;
+    expected_ = number + 1;
     if (!forgotten) {
         batch.events.push_back(std::move(line));
     }
@@ -51,6 +63,9 @@ void Follower::sort_in(std::string line, Batch& batch) {
 
 Follower::Batch Follower::take(int launcher, std::uint64_t newest) {
     Batch batch;
+    for (std::string& event : std::exchange(early_, {})) {
+        sort_in(std::move(event), batch);
+    }
     std::size_t bytes = 0;
     std::string line;
     auto came = LineStream::Came::line;
@@ -65,10 +80,10 @@ Follower::Batch Follower::take(int launcher, std::uint64_t newest) {
     if (came == LineStream::Came::end) {
         throw ClientError(ClientError::Kind::unreachable, "the board has ended");
     }
-    if (last_ != 0 && newest > last_ + kFarBehind) {
-        const std::uint64_t behind = last_;
-        start(launcher);
-        last_ = behind; // the next event tells how many there were between
+    if (expected_ && newest > *expected_ + kFarBehind) {
+        const std::uint64_t behind = *expected_;
+        start(launcher, false);
+        expected_ = behind; // the next event tells how many there were between
     }
     return batch;
 }

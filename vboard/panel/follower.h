@@ -19,8 +19,8 @@ class Follower {
         std::uint64_t lost = 0;          // that nobody gets
     };
 
-    // From now on.
-    void start(int launcher);
+    // From now on, or with what the board remembers of the time since it started.
+    void start(int launcher, bool from_its_start);
     void stop() { client_.reset(); }
     bool runs() const { return client_.has_value(); }
 
@@ -32,7 +32,8 @@ class Follower {
     void sort_in(std::string line, Batch& batch);
 
     std::optional<Client> client_;
-    std::uint64_t last_ = 0; // the number of the last event that came; 0: none did
+    std::vector<std::string> early_;        // what came before it followed
+    std::optional<std::uint64_t> expected_; // the number of the next event, where it is known
 };
 
 } // namespace vb::panel

@@ -58,7 +58,7 @@ int be_the_panel(const std::vector<std::string>& words) {
     Asker asker(launcher, pages);
     std::thread([&asker] { asker.run(); }).detach();
     serve_http(UniqueFd(listener), guard, service, pages);
-    return kExitUnavailable; // the socket was taken away
+    _exit(kExitUnavailable); // the socket was taken away; threads use what stands here
 }
 
 } // namespace
@@ -67,8 +67,7 @@ int be_the_panel(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     try {
-        // What it made is in use by threads: it ends without taking that apart.
-        _exit(vb::panel::be_the_panel({argv + (argc > 0 ? 1 : 0), argv + argc}));
+        return vb::panel::be_the_panel({argv + (argc > 0 ? 1 : 0), argv + argc});
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vboard_panel: %s\n", error.what());
         return vb::kExitUnavailable;

@@ -25,27 +25,29 @@ void Page::put_state(const News& news) {
     }
 }
 
-void Page::put_trace(const News& news) {
+void Page::put_lost(const News& news) {
     lost_ += news.lost;
-    if (!has_room()) {
-        lost_ += news.traced;
-        wants_whole_ = wants_whole_ || news.traced > 0;
-        return;
-    }
-    if (lost_ > 0) {
+    if (lost_ > 0 && has_room()) {
         push(std::make_shared<std::string>(
             fmt::format("event: lost\ndata: {{\"events\":{}}}\n\n", lost_)));
         lost_ = 0;
     }
-    if (news.trace) {
+}
+
+void Page::put_trace(const News& news) {
+    if (news.trace && has_room()) {
         push(news.trace);
+    } else if (news.trace) {
+        lost_ += news.traced;
+        wants_whole_ = true;
     }
 }
 
 void Page::put(const News& news) {
     const std::lock_guard lock(mutex_);
-    put_trace(news);
+    put_lost(news);
     put_state(news);
+    put_trace(news);
 }
 
 Piece Page::next(std::chrono::milliseconds patience) {

@@ -36,6 +36,7 @@ class Page {
   private:
     bool has_room() const { return bytes_ < kMostBytes; }
     void push(Piece piece);
+    void put_lost(const News& news);
     void put_state(const News& news);
     void put_trace(const News& news);
 

@@ -18,6 +18,20 @@ Reply refusal(int status, const char* kind, const std::string& error) {
     return {status, reply_text({{"ok", false}, {"error", error}, {"kind", kind}})};
 }
 
+// No argument is so deep, and writing a text goes down once more for each level of it.
+Json parsed(const std::string& text) {
+    constexpr int kDeepest = 32;
+    bool too_deep = false;
+    Json json = Json::parse(
+        text,
+        [&too_deep](int depth, Json::parse_event_t, Json&) {
+            too_deep = too_deep || depth > kDeepest;
+            return true;
+        },
+        false);
+    return too_deep ? Json() : json;
+}
+
 Reply reply_of(const ClientError& error) {
     switch (error.kind()) {
     case ClientError::Kind::usage:
@@ -59,7 +73,7 @@ bool Service::follows(Client& board, const std::string& verb) const {
 }
 
 Reply Service::ask(const std::string& text) const {
-    Json question = Json::parse(text, nullptr, false);
+    Json question = parsed(text);
     if (!question.is_object() || !question.contains("verb") || !question["verb"].is_string()) {
         return refusal(400, "usage", R"(a question is an object with a "verb")");
     }

@@ -68,6 +68,9 @@ std::vector<std::int64_t> numbers_of(const Json& verb, const char* device) {
             return argument["choices"].get<std::vector<std::int64_t>>();
         }
         std::vector<std::int64_t> numbers;
+        if (!argument.contains("least") || !argument.contains("most")) {
+            return numbers;
+        }
         for (auto at = argument["least"].get<std::int64_t>();
              at <= argument["most"].get<std::int64_t>(); ++at) {
             numbers.push_back(at);

@@ -26,7 +26,7 @@ function words(event) {
     if (event.kind === "log") return `${event.ident ?? ""}: ${event.text}`;
     const parts = [event.node ? `${tail(event.node)}${event.open ? `#${event.open}` : ""}` : null];
     if (kCalls.has(event.kind)) {
-        parts.push(event.request ?? event.code, ...pairs(event.record ?? event.reply_record));
+        parts.push(event.request ?? event.code, ...pairs(event.reply_record ?? event.record));
         if (!event.record && event.bytes) parts.push(short(event.bytes));
         if (event.kind !== "close") parts.push(`-> ${event.error ?? event.result}`);
     }

@@ -31,7 +31,8 @@ export async function until(what, found, patience = kPatience) {
 
 // A board of its own on which the program runs, from `vboard run OPTIONS -- PROGRAM`.
 export async function startBoard(options, ...program) {
-    const child = spawn("vboard", ["run", "--speed", "1", "--http", "0", ...options, "--", ...program],
+    const http = options.includes("--http") ? [] : ["--http", "0"];
+    const child = spawn("vboard", ["run", "--speed", "1", ...http, ...options, "--", ...program],
         { stdio: ["ignore", "ignore", "pipe"] });
     const ended = once(child, "exit").then(([status]) => status);
     const said = [];

@@ -216,6 +216,7 @@ describe("panel", { concurrency: 2 }, () => {
     });
 
     story("The page and vboard ctl drive a board side by side", {
+        options: ["--http", "127.0.0.2:0"], // for which it takes a token
         program: ["sh", "-c", "halctl gpio config 7; exec sleep 1000"],
     }, async ({ board, page }) => {
         const level = page.getByRole("switch", { name: "Level of line 7" });
