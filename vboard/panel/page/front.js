@@ -95,14 +95,21 @@ function fader(number, said) {
     let held = false;
     let busy = false;
     let next = null;
+    let newest = null; // what the board said of it
+    const settle = () => {
+        if (held || busy || !newest) return;
+        input.value = newest.position;
+        text(output, newest.position);
+    };
     const send = async () => {
         busy = true;
         while (next !== null) {
             const position = next;
             next = null;
-            await act(said, "tbar.move", { number, position });
+            newest = await act(said, "tbar.move", { number, position }) ?? newest;
         }
         busy = false;
+        settle();
     };
     const input = h("input", {
         type: "range", min: 0, max: argument("tbar.move", "position").most, value: 0,
@@ -113,17 +120,16 @@ function fader(number, said) {
             if (!busy) send();
         },
         onpointerdown: () => { held = true; },
-        onpointerup: () => { held = false; },
-        onpointercancel: () => { held = false; },
+        onpointerup: () => { held = false; settle(); },
+        onpointercancel: () => { held = false; settle(); },
     });
     const element = h("div", { class: "fader" }, input, h("span", {}, `T-bar ${number}`), output);
     view(`tbar.show ${number}`, (shown) => {
         if (!shown) return;
         element.classList.toggle("locked", Boolean(shown.lock));
         attribute(element, "title", shown.lock ? "The program holds this fader" : null);
-        if (held || busy) return;
-        input.value = shown.position;
-        text(output, shown.position);
+        newest = shown;
+        settle();
     });
     return element;
 }

@@ -15,7 +15,7 @@ const { chromium } = createRequire(`${process.env.PANEL_MODULES}/`)("playwright-
 // Chromium's sandbox is for pages of strangers, and needs rights that root and containers lack.
 export const openBrowser = () => chromium.launch({
     executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
-    args: ["--no-sandbox", "--disable-dev-shm-usage"],
+    args: ["--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"],
 });
 
 // Asks until the answer is yes; what was found last is in the complaint.
