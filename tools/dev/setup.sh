@@ -51,8 +51,8 @@ cmd_setup() {
     local group
     (($# > 0)) || set -- build
     for group in "$@"; do
-        [[ $group =~ ^(build|arm64|clang|lint|guest|package)$ ]] ||
-            die 64 "no group '$group': build, arm64, clang, lint, guest or package"
+        [[ $group =~ ^(build|arm64|clang|lint|guest|package|panel|npm)$ ]] ||
+            die 64 "no group '$group': build, arm64, clang, lint, guest, package, panel or npm"
     done
     ensure "$@"
 }

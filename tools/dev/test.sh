@@ -106,6 +106,10 @@ test_guest() { # ARCH [LIST...]
 }
 
 cmd_test() {
+    if [[ ${1:-} == panel ]]; then
+        test_panel "${@:2}"
+        return
+    fi
     local presets=() groups=() options=() guests='' short='' abi='' preset arch
     while (($# > 0)); do
         case $1 in

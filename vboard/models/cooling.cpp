@@ -266,6 +266,13 @@ void Cooling::add_verbs() {
                    rise_ = arguments["degrees"].get<double>();
                    return nullptr;
                }});
+    verbs.add({"thermal.show",
+               {},
+               "the temperature in degrees, and whether it is held",
+               [this](const Json&) -> Json {
+                   catch_up();
+                   return {{"degrees", temperature_}, {"pinned", pinned_.has_value()}};
+               }});
     verbs.add({"thermal.pin",
                {Argument::number("degrees", -273, 1000).or_none("it goes its own way again")},
                "hold the temperature",

@@ -53,6 +53,7 @@ constexpr ViewRow kRows[] = {
     {"sysconfig.list", nullptr, "", kSeldom},
     {"sysgpio.list"},
     {"tbar.show", "number"},
+    {"thermal.show"},
     {"usb.gadget"},
     {"vendor.list", nullptr, "", kSeldom},
     {"vgen.show"},
