@@ -1,13 +1,15 @@
-// The commands in the documents work, and print what stands below them. See CONTRIBUTING.md for how
-// they are written.
+// The commands in the documents work, and print what stands below them; sources that they show are
+// files of the tree. See CONTRIBUTING.md for how they are written.
 
 #include "tools.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 
@@ -16,13 +18,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kNotRun[] = "<!-- not run:";
+constexpr std::string_view kNotRun = "<!-- not run: ";
+constexpr std::string_view kFile = "<!-- file: ";
+constexpr std::string_view kPart = "<!-- part of: ";
 
 struct Block {
-    std::string script;              // the lines behind "$ ", and behind "> " where they go on
-    std::vector<std::string> prints; // all others
+    std::string language;
+    std::string before; // the line right above it
+    std::vector<std::string> lines;
     int line = 0;
-    bool not_run = false;
+
+    bool is_run() const { return language == "sh" && !before.starts_with(kNotRun); }
 };
 
 std::vector<Block> blocks_of(const fs::path& document) {
@@ -31,19 +37,16 @@ std::vector<Block> blocks_of(const fs::path& document) {
     std::string before;
     bool inside = false;
     int number = 0;
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; std::getline(file, line); before = line) {
         ++number;
-        if (!inside && line == "```sh") {
-            inside = true;
-            blocks.push_back({"", {}, number, before.starts_with(kNotRun)});
-        } else if (line.starts_with("```")) {
-            inside = false;
-        } else if (inside && (line.starts_with("$ ") || line.starts_with("> "))) {
-            blocks.back().script += line.substr(2) + "\n";
+        if (line.starts_with("```")) {
+            inside = !inside;
+            if (inside) {
+                blocks.push_back({line.substr(3), before, {}, number});
+            }
         } else if (inside) {
-            blocks.back().prints.push_back(line);
+            blocks.back().lines.push_back(line);
         }
-        before = line;
     }
     return blocks;
 }
@@ -116,27 +119,64 @@ std::string joined(const std::vector<std::string>& lines) {
     return text;
 }
 
-TEST(Docs, EveryCommandInThemWorksAndPrintsWhatTheySay) {
+// Of the tree's file whose name stands in front.
+std::string text_of(const std::string& name) {
+    std::ifstream file(fs::path(SOURCE) / name.substr(0, name.find(' ')));
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void expect_printed(const Block& block) {
+    std::string script;              // the lines behind "$ ", and behind "> " where they go on
+    std::vector<std::string> prints; // all others
+    for (const std::string& line : block.lines) {
+        if (line.starts_with("$ ") || line.starts_with("> ")) {
+            script += line.substr(2) + "\n";
+        } else {
+            prints.push_back(line);
+        }
+    }
+    EXPECT_NE(script, "") << "a block of commands without one";
+    const FreshFolder folder;
+    const CommandResult result =
+        run({"bash", "-ec", "exec 2>&1; cd \"$0\"\n" + script, folder.path()});
+    EXPECT_EQ(result.status, 0) << script << result.out;
+    EXPECT_TRUE(prints.empty() || is_printed(prints, result.out)) << script << "printed\n"
+                                                                  << result.out << "and not\n"
+                                                                  << joined(prints);
+}
+
+class Document : public testing::TestWithParam<fs::path> {};
+
+TEST_P(Document, IsTrue) {
     if (HAL_SANITIZED != 0) {
         GTEST_SKIP() << "each command has a test of its own, which a sanitizer watches";
     }
+    for (const Block& block : blocks_of(GetParam())) {
+        SCOPED_TRACE(GetParam().string() + ":" + std::to_string(block.line));
+        if (block.is_run()) {
+            expect_printed(block);
+        } else if (block.before.starts_with(kFile)) {
+            EXPECT_EQ(joined(block.lines), text_of(block.before.substr(kFile.size())));
+        } else if (block.before.starts_with(kPart)) {
+            EXPECT_THAT(text_of(block.before.substr(kPart.size())),
+                        testing::HasSubstr(joined(block.lines)));
+        }
+    }
+}
+
+std::string name_of(const testing::TestParamInfo<fs::path>& document) {
+    std::string name = document.param.stem();
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Docs, Document, testing::ValuesIn(documents()), name_of);
+
+TEST(Docs, RunAllButFewOfTheirCommands) {
     int not_run = 0;
     for (const fs::path& document : documents()) {
         for (const Block& block : blocks_of(document)) {
-            SCOPED_TRACE(document.string() + ":" + std::to_string(block.line));
-            EXPECT_NE(block.script, "") << "a block of commands without one";
-            if (block.not_run) {
-                ++not_run;
-                continue;
-            }
-            const FreshFolder folder;
-            const CommandResult result =
-                run({"bash", "-ec", "exec 2>&1; cd \"$0\"\n" + block.script, folder.path()});
-            EXPECT_EQ(result.status, 0) << block.script << result.out;
-            EXPECT_TRUE(block.prints.empty() || is_printed(block.prints, result.out))
-                << block.script << "printed\n"
-                << result.out << "and not\n"
-                << joined(block.prints);
+            not_run += block.language == "sh" && !block.is_run() ? 1 : 0;
         }
     }
     EXPECT_LE(not_run, 3) << "what cannot be run here is to stay an exception";

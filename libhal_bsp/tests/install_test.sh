@@ -64,6 +64,11 @@ session() { # DOCUMENT
 session "$source/README.md"
 session "$document"
 
+# ---- So are the programs of docs/writing-applications.md, which come to run elsewhere ----
+# shellcheck disable=SC2046 # several words
+"$work/compilers/cc" -std=c99 -fsyntax-only "$source"/examples/families/*.c -I "$source/glue" \
+    $(PKG_CONFIG_PATH=$PREFIX/lib/pkgconfig pkg-config --cflags hal_bsp)
+
 # ---- What the library says of itself is one and the same everywhere ----
 version=$("$PREFIX/bin/vboard" run -- "$work/lamp" |
     sed -n 's/^libhal_bsp \(.*\): .*/\1/p')

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# ./dev build.
+# ./dev build and reference.
 
 ensure_for() { # PRESET|guest...
     local groups=(build) group
@@ -53,4 +53,13 @@ cmd_build() {
     ensure_for "$preset" || exit
     check_preset "$preset"
     build "$preset" programs
+}
+
+# Anything that Doxygen warns of ends it.
+cmd_reference() {
+    (($# == 0)) || die 64 "reference takes nothing"
+    ensure build || exit
+    mkdir -p "$root/build"
+    loud_step "reference" doxygen docs/Doxyfile || exit 1
+    printf 'build/reference/html/index.html\n'
 }

@@ -24,9 +24,9 @@
 extern "C" {
 #endif
 
-#define HAL_AVB_SLOTS 2
-#define HAL_AVB_TRIES_MAX 3
-#define HAL_AVB_RECORD_OFFSET 2048
+#define HAL_AVB_SLOTS 2            /* slots in the record */
+#define HAL_AVB_TRIES_MAX 3        /* boot attempts of a slot that has all of them */
+#define HAL_AVB_RECORD_OFFSET 2048 /* of the record, in bytes from the start of the partition */
 
 /* One slot in the record. */
 typedef struct avb_slot_info {
@@ -38,13 +38,13 @@ typedef struct avb_slot_info {
 
 /* The record as it lies at byte HAL_AVB_RECORD_OFFSET of the partition. */
 typedef struct avb_ctrl_block {
-    uint8_t magic[4];      /* 0x00 'A' 'B' '0' */
-    uint8_t version_major; /* 1; 2 and above are rejected */
-    uint8_t version_minor; /* not examined */
-    uint8_t reserved1[2];
-    avb_slot_info slots[HAL_AVB_SLOTS];
-    uint8_t last_boot; /* set by the bootloader */
-    uint8_t reserved2[11];
+    uint8_t magic[4];                   /* 0x00 'A' 'B' '0' */
+    uint8_t version_major;              /* 1; 2 and above are rejected */
+    uint8_t version_minor;              /* not examined */
+    uint8_t reserved1[2];               /* 0 */
+    avb_slot_info slots[HAL_AVB_SLOTS]; /* A, then B */
+    uint8_t last_boot;                  /* set by the bootloader */
+    uint8_t reserved2[11];              /* 0 */
     uint8_t crc32[4]; /* CRC-32 of the 28 bytes before, most significant byte first */
 } avb_ctrl_block;
 

@@ -18,6 +18,7 @@ extern "C" {
 #define ARM_VIDEO_OUT_HDMI 0
 #define ARM_VIDEO_OUT_INDEX 0
 
+/* An output. */
 typedef struct arm_video_out {
     uint32_t out_type; /* ARM_VIDEO_OUT_HDMI */
     int32_t out_index; /* ARM_VIDEO_OUT_INDEX */

@@ -15,6 +15,7 @@
 extern "C" {
 #endif
 
+/* A brightness. */
 typedef struct backlight_req {
     uint8_t unused[2]; /* not looked at */
     uint8_t level;     /* percent, 0 to 100; above 100 it is set to 100 */

@@ -34,9 +34,10 @@ extern "C" {
  * `print`.
  */
 typedef struct clock_user_cfg {
-    int (*print)(const char* fmt, ...) HAL_PRINTF(1, 2);
-    void (*delay_ms)(uint32_t ms);
-    int (*gpio_set)(uint32_t dev, uint32_t level); /* the chip's control line */
+    int (*print)(const char* fmt, ...) HAL_PRINTF(1, 2); /* of printf's format */
+    void (*delay_ms)(uint32_t ms);                       /* sleeps */
+    int (*gpio_set)(uint32_t dev, uint32_t level);       /* the chip's control line */
+    /* Writes to a register, or reads from it: 1, or 0 where that failed. */
     uint8_t (*i2c_write)(uint32_t dev, uint16_t addr8, uint8_t* reg, uint16_t reg_len,
                          uint8_t* data, uint16_t data_len);
     uint8_t (*i2c_read)(uint32_t dev, uint16_t addr8, uint8_t* reg, uint16_t reg_len, uint8_t* data,
@@ -56,6 +57,7 @@ typedef struct clock_user_cfg {
 /* Result of a frequency that cannot be set. */
 #define HAL_CLOCK_INVALID (-22)
 
+/* What is known of a CDCM6208. */
 typedef struct cdcm6208_dev {
     uint16_t i2c_addr;    /* 8-bit bus address */
     uint64_t out_freq[8]; /* outputs 0 to 7 in Hz: for the application, the driver reads none */
@@ -135,6 +137,7 @@ HAL_API int32_t cdcm_6208_out_freq_config(uint32_t dev, uint32_t channel, const 
 #define HAL_IDT6965_DEVICES 3
 #define HAL_IDT6965_ENTRIES 4
 
+/* What is known of an IDT6965. */
 typedef struct idt6965_dev {
     uint16_t i2c_addr;    /* 8-bit bus address */
     uint32_t ref_sel;     /* PLL input setting: 0 the first, any other value the second */
@@ -204,6 +207,7 @@ HAL_API int32_t idt6965_change_out_freq(uint32_t dev, uint32_t port, uint8_t dir
 #define HAL_CLOCK_CDCM6208 0
 #define HAL_CLOCK_IDT6965 1
 
+/* Chips in the registry. */
 #define HAL_CLOCK_CHIPS 5
 
 /*

@@ -24,6 +24,7 @@ extern "C" {
 
 /* ---- hal_ir: infrared ----------------------------------------------------------------------- */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_ir_init(void*, void*);
 HAL_API int32_t hal_ir_deinit(void);
 HAL_API int32_t hal_ir_set_samplepara(void*);
@@ -48,12 +49,12 @@ typedef void (*hal_irsample_callback)(hal_irsample_event* event);
 
 /* What hal_irsample_listen is given, 72 bytes. The application's to fill. */
 typedef struct hal_irsample_context {
-    uint32_t unused0;
-    uint32_t unused4;
+    uint32_t unused0;                  /* not read */
+    uint32_t unused4;                  /* not read */
     int32_t fd[HAL_IRSAMPLE_CHANNELS]; /* descriptors; 0 and below: none */
     hal_irsample_callback callback;    /* null: samples are read and dropped */
     int32_t count;                     /* channels in use: more than 10 are 10, negative is 0 */
-    uint64_t unused64;
+    uint64_t unused64;                 /* not read */
 } hal_irsample_context;
 
 /* One such context, all zero at load. */
@@ -72,6 +73,7 @@ HAL_API void* hal_irsample_listen(void* arg);
 /* ---- hal_hisivo, hal_phy_irq: interrupts of a video output and of a PHY -----------------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_hisivo_init(void*);
 HAL_API void hal_hisivo_deinit(void);
 HAL_API int32_t hal_phy_irq_init(void*);
@@ -82,10 +84,10 @@ typedef void (*hal_irq_callback)(uint32_t value);
 
 /* What these two listen to, 24 bytes. The application's to fill. */
 typedef struct hal_irq_context {
-    uint32_t unused0;
-    int32_t fd; /* negative: none. Beware: 0, as it stands at load, is standard input */
+    uint32_t unused0; /* not read */
+    int32_t fd;       /* negative: none. Beware: 0, as it stands at load, is standard input */
     hal_irq_callback callback; /* null: nobody is called */
-    uint64_t unused16;
+    uint64_t unused16;         /* not read */
 } hal_irq_context;
 
 /* Both all zero at load. */
@@ -108,13 +110,17 @@ HAL_API void* hal_phy_irq_listen(void* arg);
 /* ---- hal_loadfpga, hal_video, hal_bl, hal_clock -----------------------------------------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_fpga_load_program_async(void*);
 HAL_API int32_t hal_fpga_load_program_sync(void*);
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_video_get_inputfreq(uint32_t, void*);
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_bl_set(void*);
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_clock_init(void);
 HAL_API int32_t hal_clock_register(void);
 HAL_API int32_t hal_clock_out_freq(uint32_t, uint32_t, uint32_t);
@@ -122,6 +128,7 @@ HAL_API int32_t hal_clock_out_freq(uint32_t, uint32_t, uint32_t);
 /* ---- hal_sync: genlock and PTP, whose working functions are in genlock.h and ptp.h -------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_sync_init(void*);
 HAL_API int32_t hal_sync_deinit(void*);
 HAL_API int32_t hal_sync_ptp_on(void*, void*);
@@ -134,6 +141,7 @@ HAL_API int32_t hal_get_ptp_state(void*, void*);
 /* ---- hal_cp -----------------------------------------------------------------------------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_cp_read_reg(void*);
 HAL_API int32_t hal_cp_write_reg(void*);
 HAL_API int32_t hal_cp_setlink(uint16_t, uint16_t, uint16_t);
@@ -145,6 +153,7 @@ HAL_API int32_t hal_cp_hard_reset(uint16_t);
 /* ---- hal_oled, whose working functions are in oled.h -------------------------------------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_oled_fill_data(uint32_t, void*);
 HAL_API int32_t hal_oled_scroll_ctl(uint32_t, uint32_t);
 HAL_API int32_t hal_oled_inverse_ctl(uint32_t, uint32_t);
@@ -154,6 +163,7 @@ HAL_API int32_t hal_get_oled_info(uint32_t, void*);
 /* ---- hal_reboot, whose messages end with a newline ---------------------------------------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_reboot(void);
 HAL_API int32_t hal_poweroff(void);
 HAL_API int32_t hal_soft_off(void);
@@ -162,6 +172,7 @@ HAL_API int32_t hal_boot_ctrl(uint32_t);
 /* ---- hal_keypad, and one of hal_keypad_v2, whose working functions are in keypad.h -------------
  */
 
+/* Not enabled: see the beginning. */
 HAL_API int32_t hal_keypad_init(void*, void*);
 HAL_API void hal_keypad_deinit(void);
 HAL_API void* hal_keypad_listen(void*); /* returns null */

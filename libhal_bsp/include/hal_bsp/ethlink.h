@@ -43,6 +43,7 @@ typedef struct ethlink_info {
     void (*post_hook)(void); /* called after it was read, also in vain; may be null */
 } ethlink_info;
 
+/* Controllers in the table. */
 #define HAL_ETHLINK_COUNT 2
 
 /*

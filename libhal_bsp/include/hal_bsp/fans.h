@@ -22,12 +22,14 @@ extern "C" {
 #define PWM_LASER_SET_SPEED 0x40084611UL
 #define PWM_LASER_POWER_CTL 0x40084613UL
 
+/* A question for the speed of a fan. */
 typedef struct fan_rpm_req {
     uint32_t channel;  /* which fan: the number in the node's name */
     uint32_t reserved; /* passed through */
     uint32_t rpm;      /* filled in: revolutions per minute */
 } fan_rpm_req;
 
+/* A speed, or a switching of the power. */
 typedef struct fan_ctl_req {
     uint32_t channel; /* which fan: the number in the node's name */
     uint32_t arg[3];  /* passed through */

@@ -34,6 +34,7 @@ typedef struct hal_fpga_state {
     pthread_t thread;     /* the listener thread; of no meaning unless `inited` is 1 */
 } hal_fpga_state;
 
+/* The module's state. */
 extern HAL_API hal_fpga_state hal_fpag_info;
 
 /*

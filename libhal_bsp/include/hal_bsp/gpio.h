@@ -59,6 +59,7 @@ typedef struct hal_gpio_state {
     pthread_t thread;     /* the listener thread; of no meaning unless `inited` is 1 */
 } hal_gpio_state;
 
+/* The module's state. */
 extern HAL_API hal_gpio_state hal_gpio_info;
 
 /*

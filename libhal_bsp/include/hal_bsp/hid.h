@@ -37,7 +37,7 @@ typedef struct hal_hid_info {
     uint8_t ts_on; /* touch screen */
     uint8_t ts_id; /* not 4 or 8, which its settings have */
     uint8_t rm_on; /* relative mouse */
-    uint8_t rm_id;
+    uint8_t rm_id; /* not that of another device */
     uint8_t am_on; /* absolute mouse */
     uint8_t am_id; /* with a keyboard neither its ID nor 3 */
 } hal_hid_info;
@@ -77,6 +77,7 @@ typedef struct hal_hid_state {
                                          `thread_state` is 1 */
 } hal_hid_state;
 
+/* The module's state. */
 extern HAL_API hal_hid_state hal_hid_prv;
 
 /*

@@ -46,6 +46,7 @@ typedef struct hal_keypad_state_v2 {
     pthread_t tid; /* the listener thread, which is detached; of no meaning unless `running` is 1 */
 } hal_keypad_state_v2;
 
+/* The module's state. */
 extern HAL_API hal_keypad_state_v2 gst_hal_keypad_all_info_v2;
 
 /*

@@ -73,6 +73,7 @@ typedef struct hal_mass_state {
     int32_t umount_flag;               /* 1 asks for the end of the disk; 0 when that is noticed */
 } hal_mass_state;
 
+/* The module's state. */
 extern HAL_API hal_mass_state hal_mass_prv;
 
 /*

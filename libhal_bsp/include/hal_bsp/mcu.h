@@ -51,7 +51,7 @@ extern "C" {
 #define MCU_VALUE_OFFSET 30  /* of the value in it */
 #define MCU_VALUE_BYTES 2530 /* of the longest value */
 #define MCU_RING_SLOTS 100   /* of the ring of packets, of which one is always free */
-#define MCU_SLOT_BYTES 4096
+#define MCU_SLOT_BYTES 4096  /* of each of its slots */
 #define MCU_MASS_BYTES 65536 /* of the largest MASS_EVENT_DATA */
 
 /* Types of packets to the MCU. Their values: */
@@ -75,7 +75,7 @@ extern "C" {
 /* What analysis_tlv_packet finds, 32 bytes with its padding. */
 typedef struct tlv_info {
     uint16_t total_len; /* as in the packet; nothing goes by it */
-    uint32_t type;
+    uint32_t type;      /* an MCU_ number of those above */
     uint16_t value_len; /* as in the packet; the module takes it as signed, a negative one as 0, and
                            one above MCU_VALUE_BYTES as that */
     uint8_t* value;     /* in the block */
@@ -101,36 +101,38 @@ typedef struct sata_usb_state {
     hal_hid_callback hid_cb;         /* as given to sata_hid_init */
     hal_mass_callback mass_cb;       /* as given to sata_mass_init */
     pthread_t dispatch_tid;          /* of no meaning unless `otg_inited` is 1 */
-    pthread_t irq_tid;
-    pthread_t vbus_tid;
-    int32_t gpio_fd;        /* the value of the MCU's line, -1 where it could not be opened */
-    int32_t vbus_gpio_fd;   /* that of VBUS */
-    pthread_cond_t rx_cond; /* signalled when a packet was queued */
-    pthread_mutex_t rx_cond_lock;
-    uint32_t otg_inited;     /* 1 after a successful sata_otg_init */
-    uint32_t hid_inited;     /* 1 after sata_hid_init, until sata_otg_init starts the bridge */
+    pthread_t irq_tid;               /* the same */
+    pthread_t vbus_tid;              /* the same */
+    int32_t gpio_fd;              /* the value of the MCU's line, -1 where it could not be opened */
+    int32_t vbus_gpio_fd;         /* that of VBUS */
+    pthread_cond_t rx_cond;       /* signalled when a packet was queued */
+    pthread_mutex_t rx_cond_lock; /* the mutex of rx_cond */
+    uint32_t otg_inited;          /* 1 after a successful sata_otg_init */
+    uint32_t hid_inited;          /* 1 after sata_hid_init, until sata_otg_init starts the bridge */
     uint32_t usb_enum_state; /* 1 when the MCU reports that the host has enumerated it; 0 when VBUS
                                 is gone */
 } sata_usb_state;
 
+/* The module's state. */
 extern HAL_API sata_usb_state sata_usb_prv;
 
 /* The reply watchdog's state, all zero at load; as that above. */
 typedef struct sata_safe_state {
-    uint8_t scsi_command;    /* operation code of the latest command */
-    uint32_t command_offset; /* its CBW's bytes 17 to 20, little-endian */
-    uint32_t transfer_len;   /* its CBW's bytes 8 to 11, little-endian */
-    uint32_t series_old;     /* `series` of the command before */
-    uint32_t series_now;     /* its own; both extended from 16 signed bits */
-    pthread_t safe_tid;      /* the latest watchdog, which is detached */
-    uint32_t waiting;        /* 1 from a command until its last reply */
-    pthread_condattr_t cond_attr;
-    pthread_cond_t cond; /* on CLOCK_MONOTONIC; signalled with the last reply. Attribute, condition
-                            and mutex are made once, before their first use, and stay */
-    pthread_mutex_t lock;
-    uint32_t running; /* 1 from just before a watchdog is started until it ends; atomic */
+    uint8_t scsi_command;         /* operation code of the latest command */
+    uint32_t command_offset;      /* its CBW's bytes 17 to 20, little-endian */
+    uint32_t transfer_len;        /* its CBW's bytes 8 to 11, little-endian */
+    uint32_t series_old;          /* `series` of the command before */
+    uint32_t series_now;          /* its own; both extended from 16 signed bits */
+    pthread_t safe_tid;           /* the latest watchdog, which is detached */
+    uint32_t waiting;             /* 1 from a command until its last reply */
+    pthread_condattr_t cond_attr; /* of cond */
+    pthread_cond_t cond;  /* on CLOCK_MONOTONIC; signalled with the last reply. Attribute, condition
+                             and mutex are made once, before their first use, and stay */
+    pthread_mutex_t lock; /* the mutex of cond */
+    uint32_t running;     /* 1 from just before a watchdog is started until it ends; atomic */
 } sata_safe_state;
 
+/* The module's state. */
 extern HAL_API sata_safe_state safe_info;
 
 /*

@@ -29,9 +29,9 @@
 extern "C" {
 #endif
 
-#define HAL_MD5_BYTES 16
-#define HAL_OEM_MARKER "Zeda"
-#define HAL_OEM_JSON_MAX 511
+#define HAL_MD5_BYTES 16      /* of a digest */
+#define HAL_OEM_MARKER "Zeda" /* what an image begins with */
+#define HAL_OEM_JSON_MAX 511  /* bytes of its longest JSON text */
 
 /*
  * Computes the digest of the `size` bytes from `offset` on and stores it in `digest`, unless that

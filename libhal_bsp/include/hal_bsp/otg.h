@@ -37,7 +37,7 @@ extern "C" {
 typedef struct hal_otg_info {
     uint16_t unused;     /* not read */
     uint16_t product_id; /* idProduct and idVendor of the USB device descriptor */
-    uint16_t vendor_id;
+    uint16_t vendor_id;  /* the vendor's */
 } hal_otg_info;
 
 /*
@@ -55,6 +55,7 @@ typedef struct hal_otg_state {
     pthread_t udc_tid;    /* the thread of the latest watch over a bind, detached too */
 } hal_otg_state;
 
+/* The module's state. */
 extern HAL_API hal_otg_state hal_otg_prv;
 
 /*

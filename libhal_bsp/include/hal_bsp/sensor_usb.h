@@ -22,8 +22,8 @@ extern "C" {
 
 /* A packet that came, 16 bytes. */
 typedef struct hal_sensor_usb_data {
-    uint32_t len; /* 0 to 4096 */
-    uint8_t* data;
+    uint32_t len;  /* 0 to 4096 */
+    uint8_t* data; /* so many bytes */
 } hal_sensor_usb_data;
 
 /* A state that the kernel told, 8 bytes. */
@@ -37,15 +37,15 @@ typedef struct hal_sensor_usb_pkt {
     uint32_t len;     /* 0 to 4096 */
     const void* data; /* so many bytes; not needed for none */
     uint32_t arg0;    /* handed to the driver, as is arg1 */
-    uint32_t arg1;
+    uint32_t arg1;    /* the same */
 } hal_sensor_usb_pkt;
 
 /* An image to send, 24 bytes. Its fields are named after the byte at which they stand. */
 typedef struct hal_sensor_image_pkt {
-    uint32_t value0;
+    uint32_t value0;  /* handed to the driver */
     uint32_t unused4; /* not read: the driver gets 0 */
-    uint64_t value8;
-    uint64_t value16;
+    uint64_t value8;  /* the same */
+    uint64_t value16; /* the same */
 } hal_sensor_image_pkt;
 
 /*
@@ -74,6 +74,7 @@ typedef struct hal_sensor_usb_channel {
     pthread_t state_tid; /* the state thread, which is detached; the same */
 } hal_sensor_usb_channel;
 
+/* The module's state. */
 extern HAL_API hal_sensor_usb_channel hal_sensor_usb_info;
 
 /*

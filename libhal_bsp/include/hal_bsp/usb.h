@@ -35,10 +35,10 @@ extern "C" {
 
 /* Mount points, 1040 bytes. The application's memory, which the library writes. */
 typedef struct usb_disk_list {
-    uint8_t zero0;
+    uint8_t zero0;   /* 0 */
     uint32_t action; /* HAL_USB_ADDED or HAL_USB_REMOVED: what happened to the last one */
-    uint32_t zero8;
-    uint8_t count;                                   /* of entries, 0 to 8 */
+    uint32_t zero8;  /* 0 */
+    uint8_t count;   /* of entries, 0 to 8 */
     char path[HAL_USB_LIST_SIZE][HAL_USB_PATH_SIZE]; /* "/mnt/dev/sda1" */
 } usb_disk_list;
 
@@ -68,6 +68,7 @@ typedef struct hal_usb_state {
         last_tv; /* the last partition that came or went; zero while none is to be told */
 } hal_usb_state;
 
+/* The module's state. */
 extern HAL_API hal_usb_state gst_usb_info;
 
 /*

@@ -146,11 +146,11 @@ typedef struct video_chip_services {
 
 /* What a chip library is told of one chip, 40 bytes. What the words mean is the chip library's. */
 typedef struct video_chip_dev_entry {
-    uint32_t dev;
-    uint8_t i2c_addr; /* 8-bit bus address: the 7-bit address shifted left by one */
-    uint8_t zero5;    /* 0 */
-    uint16_t mode;    /* as the `chip_mode` of the chip's video_chip_mode */
-    uint32_t words[8];
+    uint32_t dev;      /* the chip, from 0 in its family */
+    uint8_t i2c_addr;  /* 8-bit bus address: the 7-bit address shifted left by one */
+    uint8_t zero5;     /* 0 */
+    uint16_t mode;     /* as the `chip_mode` of the chip's video_chip_mode */
+    uint32_t words[8]; /* the chip library's, or HAL_VIDEO_NONE */
 } video_chip_dev_entry;
 
 /* ---- What the library itself knows of a chip ------------------------------------------------ */
@@ -158,18 +158,19 @@ typedef struct video_chip_dev_entry {
 /* One chip, 12 bytes. Modes and set-up values are handed on; what they mean is the chip library's.
  */
 typedef struct video_chip_mode {
-    uint8_t chip_mode;
+    uint8_t chip_mode; /* handed on, as are the set-up values */
     uint8_t i2c_addr;  /* 8-bit bus address */
     uint8_t i2c_bus;   /* number of the bus */
     uint16_t rst_gpio; /* number of the reset line in the kernel's GPIO class */
-    uint8_t setup_a;
-    uint8_t setup_b;
-    uint8_t setup_c;
-    uint8_t setup_d;
-    uint8_t setup_e;
-    uint8_t setup_f;
+    uint8_t setup_a;   /* for op18: the first, */
+    uint8_t setup_b;   /* the second */
+    uint8_t setup_c;   /* and the third */
+    uint8_t setup_d;   /* for op6 */
+    uint8_t setup_e;   /* for op8 */
+    uint8_t setup_f;   /* for op17 */
 } video_chip_mode;
 
+/* Chips of each family. */
 #define HAL_GSV2002_DEVICES 1
 #define HAL_GSV2001_DEVICES 1
 #define HAL_IT6264_DEVICES 1
@@ -283,6 +284,7 @@ HAL_API int32_t operation_before_poweroff(void);
 typedef int32_t (*video_chip_register)(video_chip_ops* ops, video_chip_services* services,
                                        video_chip_dev_entry* dev_table);
 
+/* That of each family; see video_chip_register. */
 HAL_FROM_PROCESS int32_t gsv2002_IcRegister(video_chip_ops* ops, video_chip_services* services,
                                             video_chip_dev_entry* dev_table);
 HAL_FROM_PROCESS int32_t gsv2001_IcRegister(video_chip_ops* ops, video_chip_services* services,
