@@ -114,6 +114,7 @@ class Command {
 
     // --- for whoever takes a command line apart, or explains how to write one ---
     std::string path() const { return path_ + name_; } // "halctl gpio get"
+    bool is_root() const { return path_.empty(); }
     const std::string& name() const { return name_; }
     const std::string& about() const { return about_; }
     const std::string& example() const { return example_; }

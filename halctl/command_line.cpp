@@ -128,8 +128,9 @@ class Parser {
             return word.size() > 1 && word.starts_with('-');
         });
         if (option != rest.end()) {
-            return fmt::format("unknown option {} (a value that begins with '-' goes behind '--')",
-                               in_quotes(*option));
+            return fmt::format(
+                "unknown option {} (a value that begins with \"-\" goes behind \"--\")",
+                in_quotes(*option));
         }
         return fmt::format("{} is one word too many", in_quotes(rest.empty() ? "" : rest.front()));
     }

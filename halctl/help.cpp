@@ -1,33 +1,23 @@
 #include "help.h"
 
+#include <client/help_rows.h>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace halctl {
 
 namespace {
 
-using Rows = std::vector<std::pair<std::string, std::string>>;
+using Rows = vb::HelpRows;
 
-constexpr std::size_t kWidestLabel = 24;
-
-std::string rows_text(const char* title, const Rows& rows) {
-    if (rows.empty()) {
-        return "";
-    }
-    std::size_t width = 0;
-    for (const auto& [label, about] : rows) {
-        width = std::max(width, std::min(label.size(), kWidestLabel));
-    }
-    std::string text = fmt::format("\n{}:\n", title);
-    for (const auto& [label, about] : rows) {
-        text += fmt::format("  {:<{}}  {}\n", label, width, about);
-    }
-    return text;
-}
+const Rows kExitCodes = {
+    {"0", "Done"},
+    {"1", "A call failed, or what was waited for did not come"},
+    {"64", "The command line is wrong"},
+    {"69", "A device, a program, an adapter or a chip library is missing or cannot be opened"},
+    {"128 + n", "Signal n ended it"},
+};
 
 std::string label_of(const Parameter& parameter) {
     return parameter.value.empty() ? parameter.name : parameter.name + " " + parameter.value;
@@ -40,7 +30,7 @@ std::string explained(const Parameter& parameter) {
         text += (text.empty() ? "" : ": ") + parameter.kind;
     }
     if (!parameter.fallback.empty()) {
-        text += fmt::format(" (if not said: {})", parameter.fallback);
+        text += fmt::format("{}if not given: {}", text.empty() ? "" : "; ", parameter.fallback);
     }
     return text;
 }
@@ -60,6 +50,9 @@ Rows options_of(const Command& command) {
     rows.emplace_back("--json", "Print JSON, one object a line; complaints, too");
     rows.emplace_back("--verbose", "Show on standard error what the library logs");
     rows.emplace_back("-h, --help", "Print this");
+    if (command.is_root()) {
+        rows.emplace_back("-V, --version", "Print the versions of tool and library");
+    }
     return rows;
 }
 
@@ -70,7 +63,7 @@ std::string help_of_verb(const Command& command) {
             arguments.emplace_back(as_positional(parameter), explained(parameter));
         }
     }
-    return rows_text("Arguments", arguments) + rows_text("Options", options_of(command)) +
+    return vb::help_rows("Arguments", arguments) + vb::help_rows("Options", options_of(command)) +
            fmt::format("\nExample:\n  {}\n", command.example());
 }
 
@@ -79,11 +72,16 @@ std::string help_of_group(const Command& command) {
     for (const auto& below : command.below()) {
         commands.emplace_back(below->name(), below->about());
     }
-    std::string text = rows_text("Commands", commands);
+    std::string text =
+        vb::help_rows("Commands", commands) + vb::help_rows("Options", options_of(command));
+    if (command.is_root()) {
+        return text + vb::help_rows("Exit codes", kExitCodes) +
+               "\nExample:\n  vboard run -- halctl version\n";
+    }
     if (const Command* meant = command.meant_by_itself(); meant != nullptr) {
         text += fmt::format("\nWithout one of them: {}\n", meant->path());
     }
-    return text;
+    return text + fmt::format("\nExample:\n  {}\n", command.below().front()->example());
 }
 
 Json json_of(const Parameter& parameter) {

@@ -26,10 +26,8 @@ int run(std::vector<std::string> words) {
     static Tool& tool = *new Tool;
     Command root("", "halctl",
                  "The board's devices from the command line.\n"
-                 "Exit codes: 0 done, 1 a call failed, 64 wrong usage,\n"
-                 "69 a device or program is missing or cannot be opened.\n"
-                 "`halctl help COMMAND` explains a command, -V prints the versions.\n"
-                 "No board at hand? vboard run -- halctl version");
+                 "`halctl help COMMAND` explains a command. On a machine without a board there is\n"
+                 "a virtual one: `vboard run -- halctl ...`, or `vboard shell`.");
     for (const auto add : kGroups) {
         add(root, tool);
     }

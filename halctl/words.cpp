@@ -56,7 +56,7 @@ std::string readable(std::string_view text, std::size_t most) {
 }
 
 std::string in_quotes(std::string_view word) {
-    return "'" + readable(word, kShownOfAWord) + "'";
+    return '"' + readable(word, kShownOfAWord) + '"';
 }
 
 std::optional<std::uint64_t> whole_number(std::string_view word) {

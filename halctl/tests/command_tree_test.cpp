@@ -91,34 +91,36 @@ TEST(CommandTree, ComplaintsSayWhatWasWrong) {
         const char* line;
         const char* said;
     } cases[] = {
-        {"gpio get x", "gpio get: LINE: 'x' is no number\nTry `halctl gpio get --help`"},
-        {"gpio set 7 2", "gpio set: LEVEL: '2' is not 0 or 1"},
-        {"gpio get 4294967296", "LINE: '4294967296' is not a number from 0 to 4294967295"},
+        {"gpio get x", "gpio get: LINE: \"x\" is no number\nTry `halctl gpio get --help`"},
+        {"gpio set 7 2", "gpio set: LEVEL: \"2\" is not 0 or 1"},
+        {"gpio get 4294967296", "LINE: \"4294967296\" is not a number from 0 to 4294967295"},
         {"gpio get", "gpio get: LINE is missing"},
-        {"gpio get 3 4", "'4' is one word too many"},
+        {"gpio get 3 4", "\"4\" is one word too many"},
         {"gpio config 7 --in --out", "a line is --in or --out, not both"},
-        {"gpio config 7 --trigger now", "'now' is not none, rising, falling or both"},
+        {"gpio config 7 --trigger now", "\"now\" is not none, rising, falling or both"},
         {"gpio watch --count", "--count: its value is missing"},
-        {"env set x -v", "unknown option '-v' (a value that begins with '-' goes behind '--')"},
-        {"ptp on --master 'a b'", "--master: 'a b' is not a network interface's name"},
-        {"ptp on --master '$(id)'", "--master: '$(id)' is not"},
+        {"env set x -v",
+         "unknown option \"-v\" (a value that begins with \"-\" goes behind \"--\")"},
+        {"ptp on --master 'a b'", "--master: \"a b\" is not a network interface's name"},
+        {"ptp on --master '$(id)'", "--master: \"$(id)\" is not"},
         {"ptp on", "one of --master and --slave is wanted"},
-        {"env set 'x;touch a' 1", "NAME: 'x;touch a' is not a name of letters"},
-        {"genlock simulate --raster 2200", "'2200' is not PIXELSxLINES"},
-        {"oled text \"\"", "STRING: '' is not a line of 1 to 16 characters"},
-        {"foo", "unknown command 'foo'\nTry `halctl --help`"},
-        {"help gpio foo", "unknown command 'foo'\nTry `halctl gpio --help`"},
+        {"env set 'x;touch a' 1", "NAME: \"x;touch a\" is not a name of letters"},
+        {"genlock simulate --raster 2200", "\"2200\" is not PIXELSxLINES"},
+        {"oled text \"\"", "STRING: \"\" is not a line of 1 to 16 characters"},
+        {"foo", "unknown command \"foo\"\nTry `halctl --help`"},
+        {"help gpio foo", "unknown command \"foo\"\nTry `halctl gpio --help`"},
         {"hid type 'a\tb\u00e9'", "TEXT: a US keyboard has no key for character 4, U+00E9"},
-        {"hid key ctrl hyper", "KEY: 'hyper' is no key"},
+        {"hid key ctrl hyper", "KEY: \"hyper\" is no key"},
         {"hid key a b c d e f g", "a keyboard tells of six keys at once, and modifiers"},
         {"hid key mute volume-up", "it tells of one consumer key at once"},
         {"hid move --to -- 1 -1", "a place has no negative number"},
         {"hid touch 1 2 3", "the last place has no Y"},
         {"hid touch 1 2 3 32768", "places go from 0 to 32767"},
-        {"sensor send 012", "PACKET: '012' is not 1 to 4096 bytes as pairs of hexadecimal digits"},
-        {"sensor send $(printf %08194d 0)", "' is not 1 to 4096 bytes"},
-        {"sensor send @", "PACKET: '@' is not 1 to 4096 bytes"},
-        {"sensor flags 010203", "BYTES: '010203' is not 2 bytes"},
+        {"sensor send 012",
+         "PACKET: \"012\" is not 1 to 4096 bytes as pairs of hexadecimal digits"},
+        {"sensor send $(printf %08194d 0)", "\" is not 1 to 4096 bytes"},
+        {"sensor send @", "PACKET: \"@\" is not 1 to 4096 bytes"},
+        {"sensor flags 010203", "BYTES: \"010203\" is not 2 bytes"},
         {"gpio", "halctl gpio wants a command: config, set, get, release, watch"},
     };
     for (const auto& each : cases) {
@@ -128,6 +130,24 @@ TEST(CommandTree, ComplaintsSayWhatWasWrong) {
         const CommandResult as_json = run({"sh", "-c", std::string("halctl --json ") + each.line});
         EXPECT_EQ(json::parse(as_json.err).at("code"), 64) << each.line;
     }
+}
+
+// Bash's completion reads the help, which folds what is long.
+TEST(CommandTree, CompletionOffersCommandsAndOptionsAlone) {
+    const CommandResult result = run({"bash", "-c", R"(. "$0"
+        complete_last() {
+            COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+            _hal_bsp "$1" "${COMP_WORDS[COMP_CWORD]}"
+            echo "${COMPREPLY[@]}"
+        } 2>/dev/null
+        complete_last halctl gpio ""; complete_last halctl gpio watch --; complete_last halctl b
+        complete_last vboard ""; complete_last vboard list --)",
+                                      SOURCE "/packaging/completions/halctl"});
+    EXPECT_EQ(result.out, "config get release set watch\n"
+                          "--count --help --json --timeout --verbose\n"
+                          "backlight\n"
+                          "board ctl list run shell\n"
+                          "--help --json\n");
 }
 
 // --- lines that are made up ---

@@ -122,7 +122,7 @@ TEST_P(PortVia, TheHostReadsAndWritesADisksImageUntilASignal) {
     EXPECT_THAT(result.out, HasSubstr("0\nserving image\n")) << result.err;
     EXPECT_THAT(result.out, HasSubstr("1048576 bytes read, 1024 bytes written\ndown\n0\n"));
     EXPECT_THAT(result.out, HasSubstr(" commands, 1048576 bytes read, 0 bytes written\n1\n"));
-    EXPECT_EQ(result.err, "halctl: disk serve: 'odd': its size is no number of sectors\n");
+    EXPECT_EQ(result.err, "halctl: disk serve: \"odd\": its size is no number of sectors\n");
     fs::remove_all(folder);
 }
 

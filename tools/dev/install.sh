@@ -8,12 +8,27 @@ absolute_prefix() { # [PREFIX]
     realpath -m -- "$prefix"
 }
 
+# Asking the programs for all their help takes some seconds.
+make_pages() {
+    local program page version
+    version=$(sed -n 's/^#define HAL_BSP_VERSION "\(.*\)"/\1/p' \
+        "$root/libhal_bsp/include/hal_bsp/version.h")
+    mkdir -p "$release/man"
+    for program in halctl vboard; do
+        page=$release/man/$program.1
+        [[ ! $page -nt $release/$program/$program ]] || continue
+        "$root/packaging/man_page" "hal-bsp $version" "$release/$program/$program" \
+            >"$page.new" && mv "$page.new" "$page" || return 1
+    done
+}
+
 cmd_install() {
     local prefix
     prefix=$(absolute_prefix "$@") || exit
     "$root/packaging/installation" check "$prefix" || exit # before minutes of building
     ensure build || exit
     build release programs || exit
+    step "manual pages" make_pages || exit 1
     "$root/packaging/installation" install "$release" "$prefix"
 }
 

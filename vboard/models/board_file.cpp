@@ -149,4 +149,33 @@ Json describe_models() {
     return all;
 }
 
+namespace {
+
+Json settings_as_data(std::span<const SettingRow> rows) {
+    Json all = Json::array();
+    for (const SettingRow& row : rows) {
+        Json one = {{"name", row.name},
+                    {"required", row.otherwise == nullptr},
+                    {"default", row.otherwise == nullptr ? Json() : Json::parse(row.otherwise)},
+                    {"about", row.about}};
+        if (!row.each.empty()) {
+            one["each"] = settings_as_data(row.each);
+        }
+        all.push_back(std::move(one));
+    }
+    return all;
+}
+
+} // namespace
+
+Json models_as_data() {
+    Json all = Json::array();
+    for (const ModelKind* kind : kModelKinds) {
+        all.push_back({{"model", kind->name},
+                       {"about", kind->about},
+                       {"settings", settings_as_data(kind->settings)}});
+    }
+    return all;
+}
+
 } // namespace vb

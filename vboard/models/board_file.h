@@ -19,4 +19,8 @@ void build_board(Board& board, const std::string& board_file_text);
 // (the same, each with more about it).
 Json describe_models();
 
+// The same for programs: each "model", "about" and "settings", a list of "name", "required",
+// "default", "about" and, where it has objects in it, "each".
+Json models_as_data();
+
 } // namespace vb

@@ -201,7 +201,7 @@ void run_board_process(const Start& start, Fence& fence, UniqueFd fuse) {
         fmt::print(stderr, "vboard: {}\n", failure.what());
         status = kExitNoBoot;
     } catch (const std::invalid_argument& error) {
-        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`.\n", error.what());
+        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`\n", error.what());
         status = kExitUsage;
     } catch (const std::exception& error) { // the board file
         fmt::print(stderr, "vboard: {}\n", error.what());

@@ -3,6 +3,7 @@
 #include "core/number.h"
 #include "models/board_file.h"
 #include "run/exit_codes.h"
+#include "run/help.h"
 #include "run/launcher.h"
 #include "run/steer.h"
 
@@ -109,7 +110,6 @@ CLI::App* add_run(CLI::App& app, RunArguments& arguments) {
         ->description("The program and its arguments, after --")
         ->option_text("...")
         ->required();
-    command->footer("Example:\n  vboard run --speed 100 -- sh -c 'date; sleep 100; date'");
     return command;
 }
 
@@ -126,6 +126,12 @@ CLI::App* add_shell(CLI::App& app, RunArguments& arguments) {
     return command;
 }
 
+// It is taken out of the words before the rest is parsed; here it is for the help.
+CLI::App* with_json(CLI::App* command) {
+    command->add_flag("--json")->description("Print JSON, one object a line; complaints, too");
+    return command;
+}
+
 CLI::App* add_ctl(CLI::App& app, ControlOptions& options) {
     CLI::App* command = app.add_subcommand("ctl", "Do something to a running board");
     command->add_option("--board", options.launcher)
@@ -133,12 +139,12 @@ CLI::App* add_ctl(CLI::App& app, ControlOptions& options) {
                       "runs on, or else the only one")
         ->option_text("N")
         ->check(check_number);
-    command->footer("After the options come a verb of the board and its arguments:\n"
-                    "  vboard ctl                      all verbs of the board\n"
+    command->footer("The verbs are those of the board, which has to run:\n"
+                    "  vboard ctl                      all of them\n"
                     "  vboard ctl gpio --help          a group of verbs, with their arguments\n"
                     "  vboard ctl gpio drive --help    one verb\n"
-                    "  vboard ctl gpio drive 7 1       does it; so does gpio.drive 7 1");
-    return command;
+                    "What a verb answers is JSON, one value a line, also without --json.");
+    return with_json(command);
 }
 
 using Words = std::vector<std::string>;
@@ -156,6 +162,21 @@ Words without_help_word(Words words) {
     words.resize(std::min<std::size_t>(words.size(), 1));
     words.emplace_back("--help");
     return words;
+}
+
+// Whether programs are to read it; may stand anywhere before "--". What `run` and `shell` print is
+// their program's, and so is that option.
+bool take_json(Words& words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    const auto command = std::find_if(
+        words.begin(), end, [](const std::string& word) { return !word.starts_with('-'); });
+    if (command == end || *command == "run" || *command == "shell") {
+        return false;
+    }
+    const auto rest = std::remove(words.begin(), end, "--json");
+    const bool found = rest != end;
+    words.erase(rest, end);
+    return found;
 }
 
 // Which board is meant may stand behind the verb too, as far as "--".
@@ -198,13 +219,13 @@ std::string complaint_of(const CLI::ParseError& error, const CLI::App& command) 
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         for (const std::string& word : command.remaining()) {
             if (word != "--") {
-                return word.starts_with('-') ? fmt::format("there is no option {}", word)
-                                             : fmt::format("\"{}\" is too much", word);
+                return word.starts_with('-') ? fmt::format("unknown option \"{}\"", word)
+                                             : fmt::format("\"{}\" is one word too many", word);
             }
         }
     }
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
-        return text.substr(0, text.find(':')) + " wants one value";
+        return text.substr(0, text.find(':')) + ": its value is missing";
     }
     if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
         return text.substr(0, text.find(' ')) + " is missing";
@@ -212,28 +233,35 @@ std::string complaint_of(const CLI::ParseError& error, const CLI::App& command) 
     return text; // of the checks above
 }
 
-int usage_error(const std::string& command, const std::string& complaint) {
-    fmt::print(stderr, "{}: {}\nTry `{} --help`.\n", command, complaint, command);
-    return kExitUsage;
-}
-
 // What can be set of one kind of models.
-int print_model(const std::string& name) {
-    for (const Json& model : describe_models()) {
-        if (model["model"] == name) {
-            fmt::print("{}\n", model["about"].get<std::string>());
-            for (const Json& row : model["rows"]) {
-                const auto about = row["about"].get<std::string>();
-                fmt::print("  {}{}{}\n", row["setting"].get<std::string>(),
-                           about.empty() ? "" : ": ", about);
-            }
+int print_model(const std::string& name, bool json) {
+    for (const Json& model : json ? models_as_data() : describe_models()) {
+        if (model["model"] != name) {
+            continue;
+        }
+        if (json) {
+            print_line(model);
             return 0;
         }
+        fmt::print("{}\n", model["about"].get<std::string>());
+        for (const Json& row : model["rows"]) {
+            const auto about = row["about"].get<std::string>();
+            fmt::print("  {}{}{}\n", row["setting"].get<std::string>(), about.empty() ? "" : ": ",
+                       about);
+        }
+        return 0;
     }
-    return usage_error("vboard board", fmt::format("there is no model \"{}\"", name));
+    return complain(json, "vboard board", fmt::format("there is no model \"{}\"", name), kExitUsage,
+                    "vboard board --help");
 }
 
-int print_board() {
+int print_board(bool json) {
+    if (json) {
+        for (const Json& model : models_as_data()) {
+            print_line(model);
+        }
+        return 0;
+    }
     fmt::print("{}", kDefaultBoard);
     for (const Json& model : describe_models()) {
         fmt::print("// model \"{}\": {}; {}\n", model["model"].get<std::string>(),
@@ -244,31 +272,31 @@ int print_board() {
 
 int parse_and_run(Words words) {
     CLI::App app("The virtual board: run programs of the board on an ordinary Linux machine.\n"
-                 "Exit codes: the program's own (128 + n for signal n), 1 the board said no,\n"
-                 "64 wrong usage, 69 no board can run here, none is running, or it is another\n"
-                 "user's, 75 the board cannot boot any of its slots.\n"
                  "`vboard help COMMAND` explains a command.");
     app.name("vboard");
+    app.formatter(help_shape());
     app.require_subcommand(1);
-    app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("-V,--version", VBOARD_VERSION, "Print the version");
-    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.set_help_flag("-h,--help", "Print this");
+    app.set_version_flag("-V,--version", "vboard " VBOARD_VERSION, "Print the version");
     RunArguments run_arguments;
     RunArguments shell_arguments;
     ControlOptions control;
     const CLI::App* run_command = add_run(app, run_arguments);
     const CLI::App* shell_command = add_shell(app, shell_arguments);
     const CLI::App* ctl_command = add_ctl(app, control);
-    const CLI::App* list_command = app.add_subcommand("list", "List the running boards");
+    const CLI::App* list_command = with_json(app.add_subcommand("list", "List the running boards"));
     std::string model;
-    app.add_subcommand("board", "Print the standard board file and the kinds of models")
-        ->add_option("MODEL", model, "Print the settings of this kind of models instead");
-    for (CLI::App* command : app.get_subcommands({})) {
-        command->group("Commands");
-    }
+    with_json(app.add_subcommand("board", "Print the standard board file and the kinds of models"))
+        ->add_option("MODEL", model,
+                     "Print the settings of this kind of models instead; if not given: the board "
+                     "file, or with --json the settings of all kinds");
 
+    control.json = take_json(words);
     words = without_help_word(std::move(words));
     control.words = take_verb(words);
+    const auto usage_error = [&control](const std::string& command, const std::string& what) {
+        return complain(control.json, command, what, kExitUsage, command + " --help");
+    };
     if (words.empty()) {
         return usage_error("vboard", "a command is missing");
     }
@@ -276,7 +304,7 @@ int parse_and_run(Words words) {
         return command->get_name() == words[0];
     };
     if (!words[0].starts_with('-') && app.get_subcommands(named).empty()) {
-        return usage_error("vboard", fmt::format("there is no command \"{}\"", words[0]));
+        return usage_error("vboard", fmt::format("unknown command \"{}\"", words[0]));
     }
     try {
         std::reverse(words.begin(), words.end()); // as the parser wants it
@@ -299,9 +327,9 @@ int parse_and_run(Words words) {
     if (ctl_command->parsed()) {
         return steer_board(control);
     }
-    return list_command->parsed() ? list_boards()
-           : model.empty()        ? print_board()
-                                  : print_model(model);
+    return list_command->parsed() ? list_boards(control.json)
+           : model.empty()        ? print_board(control.json)
+                                  : print_model(model, control.json);
 }
 
 } // namespace
@@ -317,7 +345,7 @@ int main(int argc, char** argv) {
         }
         return status;
     } catch (const std::invalid_argument& error) {
-        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`.\n", error.what());
+        fmt::print(stderr, "vboard: {}\nTry `vboard run --help`\n", error.what());
         return vb::kExitUsage;
     } catch (const std::exception& error) {
         fmt::print(stderr, "vboard: {}\n", error.what());

@@ -1,6 +1,7 @@
 #include "run/steer.h"
 
 #include "client/client.h"
+#include "client/help_rows.h"
 #include "control/argument.h"
 #include "core/number.h"
 #include "run/exit_codes.h"
@@ -13,6 +14,10 @@
 #include <iterator>
 
 namespace vb {
+
+void print_line(const Json& json) {
+    fmt::print("{}\n", json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
 
 namespace {
 
@@ -74,41 +79,73 @@ std::string usage_of(const Json& verb) {
 }
 
 std::string help_of(const Json& verb) {
-    const char* rest = verb["follows"] == true ? "; ends with the board, or by Ctrl-C" : "";
-    return verb["help"].get<std::string>() + rest;
+    auto help = verb["help"].get<std::string>();
+    help.replace(0, 1, in_capitals(help.substr(0, 1)));
+    return help + (verb["follows"] == true ? "; ends with the board, or by Ctrl-C" : "");
 }
 
-void show_arguments(const Json& verb, const char* indent) {
+HelpRows arguments_of(const Json& verb) {
+    HelpRows rows;
     for (const Json& argument : verb["arguments"]) {
-        fmt::print("{}{:<12} {}\n", indent, in_capitals(argument["name"].get<std::string>()),
-                   argument["about"].get<std::string>());
+        const std::string name = in_capitals(argument["name"].get<std::string>());
+        rows.emplace_back(argument["optional"] == true ? fmt::format("[{}]", name) : name,
+                          argument["about"].get<std::string>());
     }
+    return rows;
 }
 
-constexpr char kUsage[] = "Usage: vboard ctl [--board N]";
+// A call that keeps to the rows; none where one of the arguments may be any text.
+std::string example_of(const Json& verb) {
+    const auto [group, name] = group_and_verb(verb["verb"].get<std::string>());
+    std::string example = fmt::format("vboard ctl {} {}", group, name);
+    for (const Json& argument : verb["arguments"]) {
+        if (argument["optional"] == true) {
+            continue;
+        }
+        const Json value = argument.contains("choices") ? argument["choices"].at(0)
+                                                        : argument.value("least", Json());
+        if (value.is_null()) {
+            return "";
+        }
+        example += " " + (value.is_string() ? value.get<std::string>() : value.dump());
+    }
+    return example;
+}
+
+constexpr char kUsage[] = "Usage: vboard ctl [--board N] [--json]";
+const HelpRows kOptions = {
+    {"--board N",
+     "Which board, by its number in `vboard list`; if not given: the one this runs on, "
+     "or else the only one"},
+    {"--json", "Print JSON, one object a line: the help and complaints, too"},
+    {"-h, --help", "Print this"},
+};
 
 void show_all(const Json& verbs) {
-    fmt::print("{} GROUP VERB [ARGUMENT]...\n\n", kUsage);
+    HelpRows rows;
     for (const Json& verb : verbs) {
-        fmt::print("  {:<40} {}\n", usage_of(verb), help_of(verb));
+        rows.emplace_back(usage_of(verb), help_of(verb));
     }
-    fmt::print("\n`vboard ctl GROUP --help` and `vboard ctl GROUP VERB --help` tell more.\n");
+    fmt::print("What this board understands\n\n{} GROUP VERB [ARGUMENT...]\n{}{}\n"
+               "`vboard ctl GROUP --help` and `vboard ctl GROUP VERB --help` tell more.\n",
+               kUsage, help_rows("Verbs", rows), help_rows("Options", kOptions));
 }
 
 void show_group(const std::string& group, const std::vector<Json>& verbs) {
-    fmt::print("{} {} VERB [ARGUMENT]...\n", kUsage, group);
+    fmt::print("{} {} VERB [ARGUMENT...]\n", kUsage, group);
     for (const Json& verb : verbs) {
         fmt::print("\n  {}\n      {}\n", usage_of(verb), help_of(verb));
-        show_arguments(verb, "        ");
+        for (const auto& [name, about] : arguments_of(verb)) {
+            fmt::print("        {:<12} {}\n", name, about);
+        }
     }
 }
 
 void show_verb(const Json& verb) {
-    fmt::print("{} {}\n\n  {}\n", kUsage, usage_of(verb), help_of(verb));
-    if (!verb["arguments"].empty()) {
-        fmt::print("\n");
-        show_arguments(verb, "  ");
-    }
+    const std::string example = example_of(verb);
+    fmt::print("{}\n\n{} {}\n{}{}{}", help_of(verb), kUsage, usage_of(verb),
+               help_rows("Arguments", arguments_of(verb)), help_rows("Options", kOptions),
+               example.empty() ? "" : fmt::format("\nExample:\n  {}\n", example));
 }
 
 // --- doing it ---
@@ -139,11 +176,6 @@ Typed typed_from(const std::vector<std::string>& words) {
     return typed;
 }
 
-int steering_error(const std::string& text, const std::string& help_command) {
-    fmt::print(stderr, "vboard ctl: {}\nTry `{}`.\n", text, help_command);
-    return kExitUsage;
-}
-
 // A word as the type that the verb wants; as a text where it is none, and the board will complain.
 Json value_of(const std::string& word, const Json& type) {
     if (type == "integer" || type == "number") {
@@ -164,10 +196,6 @@ Json value_of(const std::string& word, const Json& type) {
     return word;
 }
 
-void print_line(const Json& json) {
-    fmt::print("{}\n", json.dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
 // One value a line, so that a list is as easily read, counted and searched as what a verb that
 // follows says, and what is in a trace.
 void print_answer(const Json& answer) {
@@ -182,7 +210,7 @@ int call(Client& client, const Json& verb, const std::vector<std::string>& words
     const Json& wanted = verb["arguments"];
     if (words.size() > wanted.size()) {
         throw ClientError(ClientError::Kind::usage,
-                          fmt::format("\"{}\" is too much", words[wanted.size()]));
+                          fmt::format("\"{}\" is one word too many", words[wanted.size()]));
     }
     Json arguments = Json::object();
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -200,13 +228,23 @@ int call(Client& client, const Json& verb, const std::vector<std::string>& words
     return 0;
 }
 
+// Help, or with --json the verbs that it is about.
+template <class Verbs, class Show>
+int show(const Verbs& verbs, bool json, const Show& for_people) {
+    if (json) {
+        std::for_each(verbs.begin(), verbs.end(), print_line);
+    } else {
+        for_people();
+    }
+    return 0;
+}
+
 // Whatever was typed is known so far as its help command goes.
-int do_typed(Client& client, Typed& typed) {
+int do_typed(Client& client, Typed& typed, bool json) {
     const Json verbs = client.ask("verbs");
     typed.help_command = "vboard ctl help";
     if (typed.words.empty()) {
-        show_all(verbs);
-        return 0;
+        return show(verbs, json, [&] { show_all(verbs); });
     }
     const std::string& group = typed.words[0];
     std::vector<Json> of_group;
@@ -214,23 +252,22 @@ int do_typed(Client& client, Typed& typed) {
         return group_and_verb(verb["verb"].get<std::string>()).first == group;
     });
     if (of_group.empty()) {
-        return steering_error(fmt::format("this board knows no \"{}\"", group), typed.help_command);
+        throw ClientError(ClientError::Kind::usage,
+                          fmt::format("this board knows no \"{}\"", group));
     }
     if (typed.words.size() == 1) {
-        show_group(group, of_group);
-        return 0;
+        return show(of_group, json, [&] { show_group(group, of_group); });
     }
     typed.help_command = fmt::format("vboard ctl {} --help", group);
     const std::string name = fmt::format("{}.{}", group, typed.words[1]);
     const auto verb = std::find_if(of_group.begin(), of_group.end(),
                                    [&](const Json& each) { return each["verb"] == name; });
     if (verb == of_group.end()) {
-        return steering_error(fmt::format("{} has no \"{}\"", group, typed.words[1]),
-                              typed.help_command);
+        throw ClientError(ClientError::Kind::usage,
+                          fmt::format("{} has no \"{}\"", group, typed.words[1]));
     }
     if (typed.help) {
-        show_verb(*verb);
-        return 0;
+        return show(std::vector<Json>{*verb}, json, [&] { show_verb(*verb); });
     }
     typed.help_command = fmt::format("vboard ctl {} {} --help", group, typed.words[1]);
     return call(client, *verb, {typed.words.begin() + 2, typed.words.end()});
@@ -238,34 +275,73 @@ int do_typed(Client& client, Typed& typed) {
 
 } // namespace
 
+int complain(bool json, const std::string& command, const std::string& what, int code,
+             const std::string& help) {
+    const std::string text =
+        json ? Json{{"error", what}, {"code", code}}.dump(-1, ' ', false,
+                                                          Json::error_handler_t::replace)
+             : fmt::format("{}: {}{}", command, what,
+                           help.empty() ? "" : fmt::format("\nTry `{}`", help));
+    fmt::print(stderr, "{}\n", text);
+    return code;
+}
+
 int steer_board(const ControlOptions& options) {
     Typed typed = typed_from(options.words);
     typed.help_command = "vboard ctl --help";
     try {
         Client client = connect(options.launcher);
-        return do_typed(client, typed);
+        return do_typed(client, typed, options.json);
     } catch (const ClientError& error) {
-        if (error.kind() == ClientError::Kind::usage) {
-            return steering_error(error.what(), typed.help_command);
-        }
-        fmt::print(stderr, "vboard ctl: {}\n", error.what());
-        return error.kind() == ClientError::Kind::refused ? kExitFailure : kExitUnavailable;
+        const bool usage = error.kind() == ClientError::Kind::usage;
+        const int code = usage                                        ? kExitUsage
+                         : error.kind() == ClientError::Kind::refused ? kExitFailure
+                                                                      : kExitUnavailable;
+        return complain(options.json, "vboard ctl", error.what(), code,
+                        usage ? typed.help_command : "");
     }
 }
 
-int list_boards() {
+namespace {
+
+struct RunningBoard {
+    int launcher;
+    bool foreign;
+    Json info; // what it says of itself, unless it is another user's
+};
+
+std::vector<RunningBoard> running_boards() {
+    std::vector<RunningBoard> boards;
     for (const int launcher : running_launchers()) {
         try {
             Client client = Client::of_launcher(launcher);
             client.give_up_after(std::chrono::seconds(2)); // one that hangs hides no other
-            const Json info = client.ask("board.info");
-            const auto program = info["program"].get<std::vector<std::string>>();
-            fmt::print("{:<8} {:>10.3f} s  x{:<6g} {}\n", launcher, info["seconds"].get<double>(),
-                       info["speed"].get<double>(), fmt::join(program, " "));
+            boards.push_back({launcher, false, client.ask("board.info")});
         } catch (const ClientError& error) {
             if (error.kind() == ClientError::Kind::foreign) {
-                fmt::print("{:<8} (another user's)\n", launcher);
+                boards.push_back({launcher, true, {}});
             } // or it ended meanwhile
+        }
+    }
+    return boards;
+}
+
+} // namespace
+
+int list_boards(bool json) {
+    for (const auto& [launcher, foreign, info] : running_boards()) {
+        if (json) {
+            Json object = {{"board", launcher}, {"foreign", foreign}};
+            for (const char* key : {"seconds", "speed", "program"}) {
+                object[key] = foreign ? Json() : info[key];
+            }
+            print_line(object);
+        } else if (foreign) {
+            fmt::print("{:<8} (another user's)\n", launcher);
+        } else {
+            fmt::print("{:<8} {:>10.3f} s  x{:<6g} {}\n", launcher, info["seconds"].get<double>(),
+                       info["speed"].get<double>(),
+                       fmt::join(info["program"].get<std::vector<std::string>>(), " "));
         }
     }
     return 0;

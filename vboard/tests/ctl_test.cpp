@@ -38,16 +38,18 @@ void expect_row(Words command, const Row& row) {
 
 TEST(CommandLine, SaysWhatIsWrongAndNamesTheHelp) {
     for (const Row& row : std::initializer_list<Row>{
-             {{"help"}, 0, "Usage: vboard [OPTIONS] COMMAND"},
-             {{"help", "run"}, 0, "a number from 0.001 to 100000; if not given: 1"},
+             {{"help"}, 0, "\n\nUsage: vboard COMMAND [ARGUMENT...]\n\nCommands:\n  run "},
+             {{"help", "run"},
+              0,
+              "run [OPTION...] -- PROGRAM [ARGUMENT...]\n\nArguments:\n  PROGRAM  The program"},
              {{"shell", "-h"}, 0, "--state FOLDER"},
-             {{"-V"}, 0, "."},
+             {{"-V"}, 0, "vboard "},
              {{}, 64, "a command is missing\nTry `vboard --help`"},
-             {{"help", "fly"}, 64, "no command \"fly\""},
-             {{"list", "x"}, 64, "\"x\" is too much\nTry `vboard list --help`"},
+             {{"help", "fly"}, 64, "unknown command \"fly\""},
+             {{"list", "x"}, 64, "\"x\" is one word too many\nTry `vboard list --help`"},
              {{"run"}, 64, "PROGRAM is missing\nTry `vboard run --help`"},
-             {{"run", "--fly", "--", "true"}, 64, "no option --fly\n"},
-             {{"run", "--speed"}, 64, "--speed wants one value"},
+             {{"run", "--fly", "--", "true"}, 64, "unknown option \"--fly\"\n"},
+             {{"run", "--speed"}, 64, "--speed: its value is missing"},
              {{"run", "--speed", "nan", "--", "true"}, 64, "--speed: \"nan\" is not a number from"},
              {{"run", "--state", "/etc/passwd", "--", "true"}, 64, "is a file, not a folder"},
              {{"run", "--state", "/etc/passwd/x", "--", "true"}, 64, "Not a directory"},
@@ -105,8 +107,10 @@ TEST_F(Ctl, TellsWrongUseFromARefusal) {
              {{"gpio"}, 0, "\n  gpio wire FROM TO\n"},
              {{"help", "keypad"},
               0,
-              "HOLD_MS      a whole number from 0 to 3600000; if not given: 0"},
-             {{"gpio", "drive", "--help"}, 0, "LINE         a whole number from 0 to 511\n  LEVEL"},
+              "[HOLD_MS]    a whole number from 0 to 3600000; if not given: 0"},
+             {{"gpio", "drive", "--help"},
+              0,
+              "LINE   a whole number from 0 to 511\n  LEVEL  0 or 1\n\nOptions:"},
              {{"vgen.set", "-h"}, 0, "offset_ppm, drift_ppm_per_hour"},
              {{"gpio.list"}, 0, "{\"lines\":[],\"overflows\":0}\n"},
              {{"gpio.drive", "0x7", "1"}, 0, "{\"line\":7,"},
@@ -116,7 +120,7 @@ TEST_F(Ctl, TellsWrongUseFromARefusal) {
              {{"fly"}, 64, "knows no \"fly\"\nTry `vboard ctl help`"},
              {{"gpio", "fly"}, 64, "gpio has no \"fly\"\nTry `vboard ctl gpio --help`"},
              {{"gpio", "drive", "7"}, 64, "LEVEL is missing\nTry `vboard ctl gpio drive --help`"},
-             {{"gpio", "drive", "7", "1", "1"}, 64, "\"1\" is too much"},
+             {{"gpio", "drive", "7", "1", "1"}, 64, "\"1\" is one word too many"},
              {{"gpio", "drive", "", "1"}, 64, "LINE: \"\" is not a whole number from 0 to 511"},
              {{"gpio", "drive", "7", "2"}, 64, "LEVEL: 2 is not 0 or 1"},
              {{"gpio", "drive", "512", "1"}, 1, "no LINE 512"},
@@ -131,6 +135,28 @@ TEST_F(Ctl, TellsWrongUseFromARefusal) {
              {{"node", "vanish", kBadUtf8}, 64, "not valid UTF-8"},
          }) {
         expect_row(command(), row);
+    }
+}
+
+TEST_F(Ctl, SpeaksJsonToPrograms) {
+    client().ask("trace.last");
+    const std::string number = command().back();
+    const CommandResult list = run_command({VBOARD, "list", "--json"});
+    EXPECT_THAT(list.out, HasSubstr("\"board\":" + number + ",\"foreign\":false,"));
+    const CommandResult led = run_command({VBOARD, "board", "--json", "led"});
+    EXPECT_EQ(Json::parse(led.out)["settings"][1]["default"], 64);
+    const CommandResult help = run_command({VBOARD, "ctl", "--board", number, "gpio", "--json"});
+    EXPECT_EQ(Json::parse(help.out.substr(0, help.out.find('\n')))["verb"], "gpio.drive");
+    for (const auto& [words, code] : std::initializer_list<std::pair<Words, int>>{
+             {{"list", "--json", "x"}, 64},
+             {{"board", "fly", "--json"}, 64},
+             {{"ctl", "--board", number, "--json", "gpio", "fly"}, 64},
+             {{"ctl", "--json", "gpio.drive", "512", "1", "--board", number}, 1}}) {
+        Words line = {VBOARD};
+        line.insert(line.end(), words.begin(), words.end());
+        const CommandResult result = run_command(line);
+        EXPECT_EQ(result.status, code);
+        EXPECT_EQ(Json::parse(result.err)["code"], code) << result.err;
     }
 }
 
