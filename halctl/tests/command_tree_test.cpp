@@ -118,7 +118,7 @@ TEST(CommandTree, ComplaintsSayWhatWasWrong) {
         {"hid touch 1 2 3 32768", "places go from 0 to 32767"},
         {"sensor send 012",
          "PACKET: \"012\" is not 1 to 4096 bytes as pairs of hexadecimal digits"},
-        {"sensor send $(printf %08194d 0)", "' is not 1 to 4096 bytes"},
+        {"sensor send $(printf %08194d 0)", "\" is not 1 to 4096 bytes"},
         {"sensor send @", "PACKET: \"@\" is not 1 to 4096 bytes"},
         {"sensor flags 010203", "BYTES: \"010203\" is not 2 bytes"},
         {"gpio", "halctl gpio wants a command: config, set, get, release, watch"},

@@ -73,7 +73,8 @@ constexpr Failure kFailures[] = {
     {kFiles, "image check payload", 1, "image check: there is no OEM image"},
     {kFiles, "image check image --length 60", 1, "the digest in the header is not the payload's"},
     {kFiles, "image write payload system", 1, "image write: there is no OEM image"},
-    {kFiles, "image write image vbmeta", 1, "the slot that does not run has no partition 'vbmeta'"},
+    {kFiles, "image write image vbmeta", 1,
+     "the slot that does not run has no partition \"vbmeta\""},
     {kFiles, "image write big custom", 1, "custom_b cannot be written, or is too small"},
     {kFiles, "image write image oem", 69,
      "cannot open /dev/block/by-name/oem_b: No such file or directory"},
@@ -95,7 +96,7 @@ constexpr Failure kFailures[] = {
     {"", "env set x $(printf %0120d 1)", 1,
      "the command would be longer than 127 characters: not run"},
     {"", "config get nothing", 1, "/usr/bin/sysconfig prints no value"},
-    {"", "config set x -- -v", 1, "/usr/bin/sysconfig would take '-v' for an option"},
+    {"", "config set x -- -v", 1, "/usr/bin/sysconfig would take \"-v\" for an option"},
     // a watch that gets less than it wants
     {"", "gpio watch --timeout 0.05 --count 1", 1, "gpio watch: 0 of 1 events came within 0.05 s"},
     {"", "oled text é", 1, "The content you have entered does not conform to the limits!"},
