@@ -21,7 +21,7 @@ Piece stream_event(const char* name, const std::string& data) {
 
 // What pages get of an answer.
 std::string value_of(const Json& answer, bool is_picture) {
-    if (answer.value("ok", false) != true) {
+    if (!answer.value("ok", false)) {
         return "null";
     }
     const Json& result = answer.at("result");
@@ -143,7 +143,7 @@ std::string Asker::state(bool whole) const {
         data += fmt::format(R"("board":{{"alive":{},"starts":{}}},)", board_.has_value(), starts_);
     }
     for (const Known& known : known_) {
-        if (!known.value.empty() && (whole || changed_.count(known.view.name) > 0)) {
+        if (!known.value.empty() && (whole || changed_.contains(known.view.name))) {
             data += fmt::format(R"("{}":{},)", known.view.name, known.value);
         }
     }

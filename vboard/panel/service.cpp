@@ -69,11 +69,11 @@ bool Service::follows(Client& board, const std::string& verb) const {
             }
         }
     }
-    return following_->count(verb) > 0;
+    return following_->contains(verb);
 }
 
-Reply Service::ask(const std::string& text) const {
-    Json question = parsed(text);
+Reply Service::ask(const std::string& question_text) const {
+    Json question = parsed(question_text);
     if (!question.is_object() || !question.contains("verb") || !question["verb"].is_string()) {
         return refusal(400, "usage", R"(a question is an object with a "verb")");
     }

@@ -26,7 +26,7 @@ class Service {
 
     // Asks the board a question, as the control protocol has it. 400 where that is none or wrong,
     // 409 where the board refuses, 503 where there is none.
-    Reply ask(const std::string& question) const;
+    Reply ask(const std::string& question_text) const;
     // Every verb of the board.
     Reply verbs() const;
     // The files of the folder.

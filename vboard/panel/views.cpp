@@ -9,7 +9,7 @@ namespace vb::panel {
 namespace {
 
 struct ViewRow {
-    const char* verb;
+    const char* verb = "";
     const char* device = nullptr; // the argument that is the number of one
     const char* kind = "";
     unsigned every = 1;

@@ -21,6 +21,7 @@ constexpr int kListener = 3; // the descriptor that the panel listens at
 
 std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         pointers.push_back(text.data());
     }
