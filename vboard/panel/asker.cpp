@@ -37,6 +37,7 @@ void Asker::run() {
         if (!pages_.any()) {
             lose_board(); // which spares it to tell what nobody hears
             starts_ = 0;
+            is_new_start_ = false;
             pages_.wait_for_one();
             next = std::chrono::steady_clock::now();
         }
@@ -67,7 +68,7 @@ void Asker::meet_board() {
     Client board = Client::of_launcher(launcher_);
     board.give_up_after(std::chrono::seconds(1));
     const auto starts = board.ask("power.show").at("start").get<unsigned>();
-    is_new_start_ = starts_ != 0 && starts != starts_;
+    is_new_start_ = is_new_start_ || (starts_ != 0 && starts != starts_);
     starts_ = starts;
     known_.clear();
     for (View& view : views_of(board.ask("verbs"))) {
@@ -87,7 +88,8 @@ void Asker::lose_board() {
 
 Follower::Batch Asker::take_events() {
     if (!follower_.runs()) {
-        follower_.start(launcher_, std::exchange(is_new_start_, false));
+        follower_.start(launcher_, is_new_start_);
+        is_new_start_ = false; // only now: a board that is slow to start may not have answered
         // What was missed since the last look may have changed anything.
         for (Known& known : known_) {
             known.answer.clear();
