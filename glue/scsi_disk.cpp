@@ -2,23 +2,21 @@
 // (Bulk-Only Transport, 6.7). The node knows no halt of an endpoint, so data that end early end
 // with a short packet instead, which some fill bytes make where it needs them.
 #include "scsi_disk.h"
+#include "scsi_image.h"
 #include "scsi_wrapper.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <new>
+#include <optional>
 #include <span>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace scsi {
 
-constexpr std::uint64_t kBlock = 512;
 constexpr std::size_t kPiece = 64 << 10; // of what is read
 constexpr std::size_t kFill = 4;
 constexpr std::size_t kLeastPacket = 64; // of a bulk endpoint at full speed
@@ -39,32 +37,6 @@ constexpr Sense kInvalidField{0x5, 0x24};
 constexpr Sense kNoSuchUnit{0x5, 0x25};
 constexpr Sense kWriteProtected{0x7, 0x27};
 
-static bool read_at(int file, std::span<std::uint8_t> to, std::uint64_t at) {
-    while (!to.empty()) {
-        const ssize_t got = pread(file, to.data(), to.size(), static_cast<off_t>(at));
-        if (got > 0) {
-            to = to.subspan(static_cast<std::size_t>(got));
-            at += static_cast<std::uint64_t>(got);
-        } else if (got == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-static bool write_at(int file, Bytes from, std::uint64_t at) {
-    while (!from.empty()) {
-        const ssize_t got = pwrite(file, from.data(), from.size(), static_cast<off_t>(at));
-        if (got > 0) {
-            from = from.subspan(static_cast<std::size_t>(got));
-            at += static_cast<std::uint64_t>(got);
-        } else if (got == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 static void add_to(std::atomic<std::uint64_t>& count, std::uint64_t more) {
     count.fetch_add(more, std::memory_order_relaxed);
 }
@@ -75,15 +47,8 @@ using namespace scsi;
 
 struct scsi_disk {
   public:
-    scsi_disk(int file, std::uint64_t blocks, bool read_only, scsi_disk_reply reply,
-              scsi_disk_data data)
-        : file_(file), blocks_(blocks), read_only_(read_only), reply_(reply), data_(data) {}
-    scsi_disk(const scsi_disk&) = delete;
-    scsi_disk& operator=(const scsi_disk&) = delete;
-    ~scsi_disk() {
-        flush();
-        close(file_);
-    }
+    scsi_disk(Image image, scsi_disk_reply reply, scsi_disk_data data)
+        : image_(std::move(image)), reply_(reply), data_(data) {}
 
     bool take(const hal_mass_data& event);
     scsi_disk_counts counts() const { return {commands_, read_, written_}; }
@@ -109,11 +74,8 @@ struct scsi_disk {
     void fail(Sense sense);
     void send(std::size_t length, bool last = false);
     void send_status();
-    bool flush() const { return read_only_ || fdatasync(file_) == 0; }
 
-    int file_;
-    std::uint64_t blocks_;
-    bool read_only_;
+    Image image_;
     scsi_disk_reply reply_;
     scsi_disk_data data_;
     Sense sense_;
@@ -151,7 +113,7 @@ bool scsi_disk::take(const hal_mass_data& event) {
         }
         return false;
     default:
-        flush();
+        image_.flush();
         awaited_ = 0;
         return true;
     }
@@ -247,8 +209,8 @@ void scsi_disk::tell_sense() {
 void scsi_disk::tell_capacity() {
     std::array<std::uint8_t, 8> whole{};
     const std::span<std::uint8_t> bytes(whole);
-    put_big_endian(bytes.first(4),
-                   static_cast<std::uint32_t>(std::min<std::uint64_t>(blocks_ - 1, UINT32_MAX)));
+    put_big_endian(bytes.first(4), static_cast<std::uint32_t>(
+                                       std::min<std::uint64_t>(image_.blocks() - 1, UINT32_MAX)));
     put_big_endian(bytes.last(4), kBlock);
     answer(whole, whole.size());
 }
@@ -259,8 +221,8 @@ void scsi_disk::tell_mode() {
         fail(kInvalidField);
         return;
     }
-    const std::array<std::uint8_t, 4> header{3, 0, static_cast<std::uint8_t>(read_only_ ? 0x80 : 0),
-                                             0};
+    const std::array<std::uint8_t, 4> header{
+        3, 0, static_cast<std::uint8_t>(image_.is_read_only() ? 0x80 : 0), 0};
     answer(header, wrapper_[4]);
 }
 
@@ -274,13 +236,13 @@ void scsi_disk::select_mode() {
 }
 
 void scsi_disk::synchronize() {
-    if (!flush()) {
+    if (!image_.flush()) {
         fail(kUnwritable);
     }
 }
 
 bool scsi_disk::is_in_range(std::uint64_t first, std::uint64_t count) {
-    if (first > blocks_ || count > blocks_ - first) {
+    if (first > image_.blocks() || count > image_.blocks() - first) {
         fail(kOutOfRange);
         return false;
     }
@@ -300,7 +262,7 @@ void scsi_disk::verify() {
     }
     for (std::uint64_t at = first * kBlock, end = at + count * kBlock; at < end;) {
         const std::size_t piece = std::min<std::uint64_t>(kPiece, end - at);
-        if (!read_at(file_, std::span(buffer_).first(piece), at)) {
+        if (!image_.read(std::span(buffer_).first(piece), at)) {
             fail(kUnreadable);
             return;
         }
@@ -321,7 +283,7 @@ void scsi_disk::read_blocks() {
 void scsi_disk::write_blocks() {
     const std::uint64_t first = wrapper_.word(2);
     const std::uint64_t count = wrapper_.half(7);
-    if (read_only_) {
+    if (image_.is_read_only()) {
         fail(kWriteProtected);
     } else if (is_in_range(first, count)) {
         place_ = first * kBlock;
@@ -348,7 +310,7 @@ void scsi_disk::take_data(Bytes data) {
     awaited_ -= std::min<std::uint64_t>(awaited_, data.size());
     const Bytes used = data.first(std::min<std::uint64_t>(data.size(), to_receive_ - moved_));
     if (status_ == Status::kPassed && !used.empty()) {
-        if (write_at(file_, used, place_ + moved_)) {
+        if (image_.write(used, place_ + moved_)) {
             moved_ += used.size();
             add_to(written_, used.size());
         } else {
@@ -367,7 +329,7 @@ void scsi_disk::finish() {
     while (more && !lost_) {
         std::size_t piece = std::min<std::uint64_t>(kPiece, to_send_ - moved_);
         if (from_image_ && piece > 0 &&
-            !read_at(file_, std::span(buffer_).first(piece), place_ + moved_)) {
+            !image_.read(std::span(buffer_).first(piece), place_ + moved_)) {
             fail(kUnreadable);
             to_send_ = moved_;
             piece = 0;
@@ -413,26 +375,15 @@ void scsi_disk::send_status() {
 
 scsi_disk* scsi_disk_open(const char* image, bool read_only, scsi_disk_reply reply,
                           scsi_disk_data data) {
-    const int file = open(image, (read_only ? O_RDONLY : O_RDWR) | O_CLOEXEC);
-    if (file < 0) {
+    std::optional<Image> opened = Image::open(image, read_only);
+    if (!opened) {
         return nullptr;
     }
-    const off_t size = lseek(file, 0, SEEK_END);
-    int error = size < 0 ? errno : 0;
-    if (error == 0 && (size == 0 || static_cast<std::uint64_t>(size) % kBlock != 0)) {
-        error = EINVAL;
+    auto* disk = new (std::nothrow) scsi_disk(std::move(*opened), reply, data);
+    if (disk == nullptr) {
+        errno = ENOMEM;
     }
-    if (error == 0) {
-        auto* disk = new (std::nothrow)
-            scsi_disk(file, static_cast<std::uint64_t>(size) / kBlock, read_only, reply, data);
-        if (disk != nullptr) {
-            return disk;
-        }
-        error = ENOMEM;
-    }
-    close(file);
-    errno = error;
-    return nullptr;
+    return disk;
 }
 
 bool scsi_disk_take(scsi_disk* disk, const hal_mass_data* event) {

@@ -1,33 +1,17 @@
 // The disk in the gadget, and the application's calls about it.
-#include "hal/hal_otg/mass.h"
-
 #include <hal_bsp/timing.h>
 
 #include "hal/hal_otg/gadget.h"
-#include "support/listener.h"
+#include "hal/hal_otg/mass_state.h"
+#include "hal/hal_otg/mass_worker.h"
 #include "support/log.h"
 #include "support/transfer.h"
 #include "support/wait.h"
 
 #include <atomic>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <optional>
-
-hal_mass_state hal_mass_prv = {0, {-1}, nullptr, 0, {}, 0, 0};
-
-static_assert(offsetof(hal_mass_data, kind) == 4 && offsetof(hal_mass_data, len) == 8 &&
-              offsetof(hal_mass_data, data) == 16 && sizeof(hal_mass_data) == 24);
-static_assert(offsetof(hal_mass_reply, len) == 4 && offsetof(hal_mass_reply, data) == 8 &&
-              offsetof(hal_mass_reply, last) == 16 && sizeof(hal_mass_reply) == 24);
-static_assert(offsetof(hal_mass_state, mass_fd) == 4 && offsetof(hal_mass_state, mass_cb) == 8 &&
-              offsetof(hal_mass_state, mass_num) == 16 &&
-              offsetof(hal_mass_state, listen_tid) == 24 && offsetof(hal_mass_state, busy) == 32 &&
-              offsetof(hal_mass_state, umount_flag) == 36 && sizeof(hal_mass_state) == 40);
-
-constinit hal::SharedFds hal::otg::mass_fds;
-constinit std::atomic<bool> hal::otg::mass_deinit_asked{false};
 
 namespace {
 
@@ -100,13 +84,6 @@ std::optional<int32_t> refusal(hal_mass_callback callback) {
 
 } // namespace
 
-void hal::otg::tell_end(hal_mass_callback& callback) {
-    hal_mass_data event{};
-    event.kind = MASS_EVENT_END;
-    event.len = kCbwSize;
-    hal::call_back(callback, &event);
-}
-
 int32_t hal_mass_init([[maybe_unused]] void* info, [[maybe_unused]] unsigned char count,
                       hal_mass_callback callback) {
     if (const std::optional<int32_t> result = refusal(callback)) {
@@ -149,11 +126,6 @@ void hal_mass_deinit(void) {
     set_masssee(FUNCTION_RUN_STATE_UMOUNT);
     HAL_LOG(HAL_LOG_INFO, "wait for udisk unmount\n");
     hal::rest(1s);
-}
-
-int32_t check_umount_flag(void) {
-    int32_t asked = 1;
-    return std::atomic_ref(hal_mass_prv.umount_flag).compare_exchange_strong(asked, 0) ? 1 : 0;
 }
 
 void* hal_mass_timeout_listen([[maybe_unused]] void* arg) {

@@ -1,7 +1,7 @@
 // The disk's worker, as its preparing, its serving and its end see it.
 #pragma once
 
-#include "hal/hal_otg/mass.h"
+#include "hal/hal_otg/mass_state.h"
 #include "support/run_flag.h"
 #include "support/transfer.h"
 
@@ -48,6 +48,9 @@ struct MassWorker {
     std::array<uint8_t, kCbwSize> cbw{};
     std::array<uint8_t, kChunk> chunk{};
 };
+
+// Starts the worker: 0, or the error number.
+int32_t start_mass_worker();
 
 inline bool has_callback() {
     return std::atomic_ref(hal_mass_prv.mass_cb).load() != nullptr;

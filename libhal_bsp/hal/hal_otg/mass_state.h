@@ -1,4 +1,4 @@
-// What the disk's two halves share: the calls of the application and the worker.
+// What the calls of the application and the disk's worker share: the record, and what goes with it.
 #pragma once
 
 #include <hal_bsp/mass.h>
@@ -21,8 +21,5 @@ extern std::atomic<bool> mass_deinit_asked;
 
 // Tells the application that the disk is gone.
 void tell_end(hal_mass_callback& callback);
-
-// Starts the worker: 0, or the error number.
-int32_t start_mass_worker();
 
 } // namespace hal::otg
