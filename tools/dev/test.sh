@@ -51,7 +51,7 @@ test_suite() { # PRESET [CTEST OPTION...]
     local passed=0 failed=0
     shift
     rm -f "$junit" "$counts"
-    if ! build "$preset" all; then
+    if ! build "$preset" all || { [[ $preset == arm64 ]] && ! build arm64 guest_programs; }; then
         total_failed=$((total_failed + 1))
         return
     fi
