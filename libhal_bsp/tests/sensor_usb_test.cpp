@@ -50,7 +50,7 @@ class SensorUsb : public OnBoard {
         ask("uevent.send",
             {{"action", "change"}, {"devpath", kGadget}, {"values", {{"USB_STATE", state}}}});
     }
-    // Until the state thread hears, and has heard all of this.
+    // Until the state thread hears, and has heard all of this, and the other one runs, too.
     void await_listener() {
         EXPECT_TRUE(comes_true([&] {
             tell("DISCONNECTED");
@@ -60,7 +60,11 @@ class SensorUsb : public OnBoard {
         tell("CONNECTED");
         EXPECT_TRUE(comes_true([] { return changes.all().back().second == 1; }));
         changes.clear();
-        LogTap::instance().take();
+        EXPECT_TRUE(comes_true([] {
+            const std::vector<std::string> lines = LogTap::instance().take_lines();
+            return std::find(lines.begin(), lines.end(), "INFO sensor usb thread running!!!!\n") !=
+                   lines.end();
+        }));
     }
     std::size_t threads_before_ = 0;
 };
