@@ -26,6 +26,10 @@ look() {
             cat carrier 2>/dev/null || echo none))
         ip -j link show $link
     done
+}
+cable() { # the kernel comes to know of a cable that is out within a second
+    vboard ctl net link eth0 $1
+    until ip link show eth0 | grep -q "state $2"; do sleep 0.1; done
 })";
 
 std::string lower(std::string text) {
@@ -56,9 +60,9 @@ TEST(Network, LinksOfTheKernelAndFilesOfTheBoardSayTheSame) {
         GTEST_SKIP() << "this machine makes no taps";
     }
     const CommandResult result =
-        sh_on_board(std::string(kLook) + "\nlook; vboard ctl net link eth0 0; ip link set eth1 "
-                                         "down; ip link set bond0 mtu 1400; look;"
-                                         "vboard ctl net link eth0 1; ip link set eth1 up; look");
+        sh_on_board(std::string(kLook) + "\nlook; cable 0 DOWN; ip link set eth1 down; "
+                                         "ip link set bond0 mtu 1400; look;"
+                                         "cable 1 UP; ip link set eth1 up; look");
     std::istringstream lines(result.out);
     std::vector<std::string> states;
     std::string files;
