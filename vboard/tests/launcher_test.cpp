@@ -182,7 +182,7 @@ TEST(Launcher, StandsInAChrootAsElsewhere) {
     const CommandResult result = run_command(
         {"unshare", "-m", "sh", "-c",
          fmt::format("cd {0} && for each in /usr /lib /lib64 /bin /sbin /etc /dev /proc /sys {1}; "
-                     "do test ! -d $each || { mkdir -p .$each && mount --rbind $each .$each; } "
+                     "do test ! -d $each || {{ mkdir -p .$each && mount --rbind $each .$each; }} "
                      "|| exit 77; done; mkdir -p tmp\n"
                      "chroot . {2} run --speed 1000 -- sh -c '"
                      "sleep 100; command -v mdio; ls /proc/1/root || echo fenced; "
