@@ -23,6 +23,7 @@ if(HAL_SANITIZE)
 elseif(CMAKE_CROSSCOMPILING)
   set(HAL_TEST_SECONDS 900)
 endif()
+target_compile_definitions(vboard_board_main PRIVATE HAL_TEST_SECONDS=${HAL_TEST_SECONDS})
 
 # Headers of nearly every test. A program of a few tests reads them for longer than its own sources:
 # they are read once for all. Where sources are not joined, each has to include what it needs.

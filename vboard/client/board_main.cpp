@@ -20,6 +20,7 @@ namespace vb {
 namespace {
 
 constexpr time_t kHangsAfter = HAL_TEST_SECONDS - 10; // real seconds; then the runner ends it
+static_assert(kHangsAfter > 0);
 constexpr int kNoBoard = 69;
 
 // Shows where every thread of a hanging test stands, then lets the runner end it.
