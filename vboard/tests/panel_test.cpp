@@ -86,7 +86,8 @@ class PanelBoard {
         for (int i = 0; i < 2000 && url().empty(); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        port_ = std::atoi(url().substr(url().find(':') + 1).c_str());
+        port_ =
+            static_cast<int>(std::strtol(url().substr(url().find(':') + 1).c_str(), nullptr, 10));
     }
     ~PanelBoard() { end(SIGTERM); }
     PanelBoard(const PanelBoard&) = delete;
@@ -232,6 +233,7 @@ TEST(Panel, WaitsForNoPage) {
     constexpr int kIdle =
         HAL_SANITIZED != 0 ? 18 : 98; // with the other two that is as many as may be
     std::vector<Browser> idle;        // they never read
+    idle.reserve(kIdle);
     for (int i = 0; i < kIdle; ++i) {
         idle.push_back(board.page());
     }
