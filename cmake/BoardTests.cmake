@@ -17,11 +17,14 @@ include(GoogleTest)
 # emulated machine everything takes many times as long.
 set(HAL_TEST_SECONDS 60)
 set(HAL_SANITIZED 0)
+set(HAL_SLOW 0)
 if(HAL_SANITIZE)
   set(HAL_TEST_SECONDS 180)
   set(HAL_SANITIZED 1)
+  set(HAL_SLOW 1)
 elseif(CMAKE_CROSSCOMPILING)
   set(HAL_TEST_SECONDS 900)
+  set(HAL_SLOW 1)
 endif()
 target_compile_definitions(vboard_board_main PRIVATE HAL_TEST_SECONDS=${HAL_TEST_SECONDS})
 
@@ -43,8 +46,9 @@ function(_hal_test_program name main)
   cmake_parse_arguments(ARG "" "SINGLE_THREADED" "LIBS" ${ARGN})
   add_executable(${name} ${ARG_UNPARSED_ARGUMENTS} ${HAL_SANITIZER_OPTIONS})
   target_compile_options(${name} PRIVATE -O0) # they run but once for each time they are built
-  # Sweeps over all there is take samples then: a transfer is five times as dear.
-  target_compile_definitions(${name} PRIVATE HAL_SANITIZED=${HAL_SANITIZED})
+  # Sweeps over all there is take samples under a sanitizer: a transfer is five times as dear. On
+  # every slow machine a board's time is less hurried.
+  target_compile_definitions(${name} PRIVATE HAL_SANITIZED=${HAL_SANITIZED} HAL_SLOW=${HAL_SLOW})
   target_link_libraries(${name} PRIVATE
     hal_options ${main} GTest::gtest GTest::gmock ${ARG_LIBS})
   # The code under test is looked at for undefined behaviour: doing so with a test's own takes a

@@ -47,7 +47,7 @@ class Browser {
     // All that comes until this text has; or to the end, or until it is too late for it.
     std::string read_until(const std::string& text) {
         const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::seconds(HAL_SANITIZED != 0 ? 120 : 40);
+            std::chrono::steady_clock::now() + std::chrono::seconds(HAL_SLOW != 0 ? 120 : 40);
         std::size_t found = 0;
         std::size_t searched = 0; // so many bytes have no beginning of it
         while ((found = received_.find(text, searched)) == std::string::npos) {

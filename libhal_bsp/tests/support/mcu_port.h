@@ -62,7 +62,7 @@ inline int32_t start() {
 class Port : public OnBoard {
   protected:
     // A host that does not come within 20 s is another story.
-    static constexpr double kSpeed = HAL_SANITIZED != 0 ? 5 : 20;
+    static constexpr double kSpeed = HAL_SLOW != 0 ? 5 : 20;
 
     // The bridge's threads never end: it is started before they are counted.
     void SetUp() override {
