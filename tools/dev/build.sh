@@ -27,18 +27,14 @@ configured() { # PRESET: ninja itself sees to changes of CMakeLists.txt
     [[ -e $made && ! $root/CMakePresets.json -nt $made && ! $root/tools/dev/build.sh -nt $made ]]
 }
 
-# Where programs of a preset can run. Those for the board run on an emulated machine. A
-# thread-sanitizer program of GCC 12 does not start where the kernel spreads addresses over more
-# bits than it knows of.
-on_machine_for() { # PRESET COMMAND...
-    local preset=$1
-    shift
-    if [[ $preset == arm64 ]]; then
-        "$root/guest/guest" --memory 4096 --limit 10800 arm64 -- "$@"
-    elif [[ $preset == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
-        setarch "$(uname -m)" -R "$@"
-    else
-        "$@"
+# The words, a line each, that begin a command where programs of a preset can run. Those for the
+# board run on an emulated machine. A thread-sanitizer program of GCC 12 does not start where the
+# kernel spreads addresses over more bits than it knows of.
+machine_for() { # PRESET
+    if [[ $1 == arm64 ]]; then
+        printf '%s\n' "$root/guest/guest" --memory 4096 --limit 10800 arm64 --
+    elif [[ $1 == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
+        printf '%s\n' setarch "$(uname -m)" -R
     fi
 }
 

@@ -2,16 +2,16 @@
 # ./dev test: suites, guests, and the sum of them.
 
 # Reads a suite's results, prints what a reader wants to know of them, and writes
-# "PASSED FAILED" to COUNTS. A test that ctest could not start has failed; one that
+# "PASSED FAILED" to LOGS/test-PRESET.counts. A test that ctest could not start has failed; one that
 # skipped itself has neither passed nor failed.
-report() { # PRESET JUNIT COUNTS
-    python3 - "$@" <<'PY'
+report() { # PRESET JUNIT...
+    python3 - "$1" "$logs/test-$1.counts" "${@:2}" <<'PY'
 import re, shlex, sys
 import xml.etree.ElementTree as xml
 
-preset, junit, counts = sys.argv[1:]
+preset, counts, *junits = sys.argv[1:]
 passed, failed, skipped = [], [], []
-for case in xml.parse(junit).getroot().iter("testcase"):
+for case in (case for junit in junits for case in xml.parse(junit).getroot().iter("testcase")):
     skip = case.find("skipped")
     why = skip.get("message", "") if skip is not None else ""
     if case.get("status") == "run":
@@ -44,22 +44,30 @@ PY
 
 total_passed=0 total_failed=0
 
+# Runs a suite in so many shares at once. The results of each are in a file of its own.
+run_shares() { # PRESET SHARES [CTEST OPTION...]
+    local machine
+    mapfile -t machine < <(machine_for "$1")
+    seq "$2" | xargs -P "$2" -I{} "${machine[@]}" ctest --preset "$1" -j "$test_jobs" \
+        --no-tests=error --output-junit "$logs/test-$1.{}.xml" -I "{},,$2" "${@:3}"
+}
+
 # A suite that cannot be built, or in which nothing ran, is one failure more: the closing
-# line must not look well when there is nothing behind it.
+# line must not look well when there is nothing behind it. An emulated machine keeps one processor
+# busy, whatever runs there: a whole suite is shared by two of them.
 test_suite() { # PRESET [CTEST OPTION...]
-    local preset=$1 junit=$logs/test-$1.xml counts=$logs/test-$1.counts status=0
-    local passed=0 failed=0
+    local preset=$1 shares=1 status=0 passed=0 failed=0 results
     shift
-    rm -f "$junit" "$counts"
+    if [[ $preset == arm64 ]] && (($# == 0 && jobs > 1)); then shares=2; fi
+    rm -f "$logs/test-$preset".*
     if ! build "$preset" all || { [[ $preset == arm64 ]] && ! build arm64 guest_programs; }; then
         total_failed=$((total_failed + 1))
         return
     fi
-    step "test $preset" on_machine_for "$preset" \
-        ctest --preset "$preset" -j "$test_jobs" --no-tests=error --output-junit "$junit" "$@" ||
-        status=$?
-    if [[ -s $junit ]] && report "$preset" "$junit" "$counts"; then
-        read -r passed failed <"$counts"
+    step "test $preset" run_shares "$preset" "$shares" "$@" || status=$?
+    mapfile -t results < <(compgen -G "$logs/test-$preset.*.xml")
+    if ((${#results[@]} > 0)) && report "$preset" "${results[@]}"; then
+        read -r passed failed <"$logs/test-$preset.counts"
     fi
     if ((passed + failed == 0 || (failed == 0 && status != 0))); then
         printf '    %s: no test ran, or ctest itself failed:\n' "$preset"
