@@ -129,7 +129,7 @@ class Parser {
         });
         if (option != rest.end()) {
             return fmt::format(
-                "unknown option {} (a value that begins with \"-\" goes behind \"--\")",
+                R"(unknown option {} (a value that begins with "-" goes behind "--"))",
                 in_quotes(*option));
         }
         return fmt::format("{} is one word too many", in_quotes(rest.empty() ? "" : rest.front()));

@@ -118,7 +118,7 @@ int port_in(const std::string& path) {
         std::ifstream file(path);
         std::getline(file, line);
     }
-    return std::atoi(line.substr(line.find("127.0.0.1:") + 10).c_str());
+    return std::stoi(line.substr(line.find("127.0.0.1:") + 10));
 }
 
 } // namespace

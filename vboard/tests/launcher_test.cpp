@@ -211,12 +211,13 @@ TEST(Launcher, RunsForRootWhereNoUserNamespaceIsAllowed) {
 
 // Also for somebody who has no sysctl on PATH, which is so for an ordinary user.
 TEST(Launcher, HasAProcOfItsOwnWithTheBoardsFilesInIt) {
-    const CommandResult found = run_command(
-        {"env", "PATH=/usr/bin:/bin", VBOARD, "run", "--", "sh", "-c",
-         "cat /proc/self/comm; ls -d /proc/sys/vm/swappiness; ps -o comm= -p $$;"
-         "sysctl -w vm.dirty_ratio=1; cat /proc/sys/vm/dirty_ratio;"
-         "echo 7 > /proc/sys/vm/dirty_ratio; vboard ctl attribute show /proc/sys/vm/dirty_ratio;"
-         "! sysctl -q -w vm.dirty_ratio=101 && ! sysctl -q -w vm.swappiness=1 && echo refused"});
+    const std::string script =
+        "cat /proc/self/comm; ls -d /proc/sys/vm/swappiness; ps -o comm= -p $$\n"
+        "sysctl -w vm.dirty_ratio=1; cat /proc/sys/vm/dirty_ratio\n"
+        "echo 7 > /proc/sys/vm/dirty_ratio; vboard ctl attribute show /proc/sys/vm/dirty_ratio\n"
+        "! sysctl -q -w vm.dirty_ratio=101 && ! sysctl -q -w vm.swappiness=1 && echo refused";
+    const CommandResult found =
+        run_command({"env", "PATH=/usr/bin:/bin", VBOARD, "run", "--", "sh", "-c", script});
     EXPECT_EQ(found.out, "cat\n/proc/sys/vm/swappiness\nsh\nvm.dirty_ratio = 1\n1\n7\n"
                          "refused\n")
         << found.err;

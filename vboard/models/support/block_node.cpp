@@ -153,7 +153,8 @@ Outcome BlockNode::open(const OpenCall& call, std::unique_ptr<File>& file) {
 void BlockNode::opened() {
     if (opens_++ == 0) {
         block_size_ = BlockStore::kSector;
-        while (block_size_ < kPage && view_.size % (2 * static_cast<unsigned>(block_size_)) == 0) {
+        while (block_size_ < kPage &&
+               view_.size % (2 * static_cast<std::uint64_t>(block_size_)) == 0) {
             block_size_ *= 2;
         }
     }

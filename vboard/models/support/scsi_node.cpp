@@ -185,7 +185,7 @@ Outcome ScsiFile::write(WriteCall& call) {
         return Outcome::failed(EPERM);
     }
     const std::uint64_t rest = view().size - std::min(call.offset, view().size);
-    const std::size_t size = std::min<std::uint64_t>(
+    const auto size = std::min<std::uint64_t>(
         {call.data.size(), rest, std::uint64_t{kMostAtOnce} * BlockStore::kSector});
     if (size == 0) {
         return call.data.empty() ? Outcome::done() : Outcome::failed(ENOSPC);
