@@ -48,6 +48,9 @@ total_passed=0 total_failed=0
 run_shares() { # PRESET SHARES [CTEST OPTION...]
     local machine
     mapfile -t machine < <(machine_for "$1")
+    # Which tests there are in programs for another machine ctest finds out there, into files of the
+    # build: that is for one alone.
+    if (($2 > 1)); then "${machine[@]}" ctest --preset "$1" -N; fi
     seq "$2" | xargs -P "$2" -I{} "${machine[@]}" ctest --preset "$1" -j "$test_jobs" \
         --no-tests=error --output-junit "$logs/test-$1.{}.xml" -I "{},,$2" "${@:3}"
 }
